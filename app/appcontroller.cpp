@@ -1,0 +1,157 @@
+#include "app/appcontroller.h"
+
+#include "app/paths.h"
+#include "app/settings.h"
+#include "cards/drives.h"
+#include "cards/filecopy.h"
+#include "cards/mediaimport.h"
+#include "stitching/autopano.h"
+#include "stitching/templates.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QException>
+#include <QQuickWindow>
+#include <QThreadPool>
+#include <QtConcurrent>
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+constexpr int cardCount = 3;
+
+/// Three imports must run at the same time, also where there are fewer cores, and leave room for a controller job.
+constexpr int fewestThreads = cardCount + 1;
+
+} // namespace
+
+AppController::AppController(QObject *parent)
+    : QObject(parent)
+{
+    QThreadPool *pool = QThreadPool::globalInstance();
+    pool->setMaxThreadCount(std::max(pool->maxThreadCount(), fewestThreads));
+}
+
+AppController::~AppController() { stop_.raise(); }
+
+void AppController::setVersion(const QString &version) { version_ = version; }
+
+void AppController::stopJobs() { stop_.raise(); }
+
+bool AppController::waitForJobs(int milliseconds)
+{
+    return QThreadPool::globalInstance()->waitForDone(milliseconds);
+}
+
+QVariantList AppController::getDrives() { return listDrives(); }
+
+QVariantList AppController::getTemplates() { return listTemplates(); }
+
+QVariantMap AppController::getSettings() { return loadSettings(); }
+
+void AppController::updateSettings(QVariantMap settings) { storeSettings(settings); }
+
+QVariant AppController::getMoviesLocation() { return moviesLocation(); }
+
+QVariant AppController::getVersion() { return version_; }
+
+void AppController::setPort(QVariant port) { port_ = port.toString(); }
+
+void AppController::copyFiles(QString card1, QString card2, QString card3, QString targetDir,
+                              QString templatePath, QString projectName)
+{
+    targetDir_.setPath(targetDir);
+    qInfo("Start.");
+    int cardIndex = 0;
+    for (const QString &card : {card1, card2, card3}) {
+        ++cardIndex;
+        QtConcurrent::run([this, cardIndex, card, targetDir, templatePath, projectName] {
+            copyFilesWorker(cardIndex, card, targetDir, templatePath, projectName);
+        });
+    }
+}
+
+void AppController::exitApp()
+{
+    try {
+        QCoreApplication::quit();
+    } catch (const QException &error) {
+        qInfo("%s", error.what());
+    }
+}
+
+void AppController::init(QQuickWindow *appWindow)
+{
+    window_ = appWindow;
+    if (window_ == nullptr)
+        return;
+    connect(window_, SIGNAL(copyFiles(QString, QString, QString, QString, QString, QString)), this,
+            SLOT(copyFiles(QString, QString, QString, QString, QString, QString)));
+    connect(window_, SIGNAL(exitApp()), this, SLOT(exitApp()));
+    connect(this, SIGNAL(updateCardProgress(QVariant, QVariant, QVariant, QVariant, QVariant)), window_,
+            SLOT(updateCardProgress(QVariant, QVariant, QVariant, QVariant, QVariant)));
+}
+
+QString AppController::getTemplateJpg() { return templatePicture(); }
+
+void AppController::copyFilesWorker(int cardIndex, QString sourceDir, QString targetDir, QString templatePath,
+                                    QString projectName)
+{
+    if (mediaImport(cardIndex, sourceDir, targetDir, templatePath, projectName)->run())
+        countFinishedCard(targetDir);
+}
+
+int AppController::copyVideoFile(QString sourcePath, int cardIndex, int fileIndex, int totalFiles,
+                                 QDir sourceDirectory, QDir targetDirectory, QString templatePath,
+                                 QString projectName)
+{
+    return mediaImport(cardIndex, sourceDirectory.path(), targetDirectory.path(), templatePath, projectName)
+        ->copyVideoFile(sourcePath, fileIndex, totalFiles, sourceDirectory, targetDirectory);
+}
+
+int AppController::copyPhotoFile(QString sourcePath, int cardIndex, int fileIndex, int totalFiles,
+                                 QDir sourceDirectory, QDir targetDirectory, QString templatePath,
+                                 QString projectName)
+{
+    return mediaImport(cardIndex, sourceDirectory.path(), targetDirectory.path(), templatePath, projectName)
+        ->copyPhotoFile(sourcePath, fileIndex, totalFiles, sourceDirectory, targetDirectory);
+}
+
+std::unique_ptr<MediaImport> AppController::mediaImport(int cardIndex, const QString &sourceDir,
+                                                        const QString &targetDir, const QString &templatePath,
+                                                        const QString &projectName)
+{
+    ImportProjects projects;
+    projects.fallbackPicture = [this] { return getTemplateJpg(); };
+    projects.writeVideoProject = [](int card, const QString &templateFile, const QString &take, const QString &name) {
+        Autopano::createKava(card, templateFile, take, name, loadSettings());
+    };
+    projects.writePhotoProject = [](int card, const QString &templateFile, const QString &take, const QString &name) {
+        Autopano::createPano(card, templateFile, take, name, loadSettings());
+    };
+    ProgressReport report = [this, cardIndex](const Progress &progress) {
+        emit updateCardProgress(cardIndex, progress.from, progress.to, progress.value, progress.text);
+    };
+    return std::make_unique<MediaImport>(
+        ImportRequest{cardIndex, sourceDir, targetDir, templatePath, projectName}, std::move(projects),
+        std::move(report), stop_);
+}
+
+/// The import during which the third card ends leaves a copy of the log in the destination.
+void AppController::countFinishedCard(const QString &targetDir)
+{
+    {
+        const std::lock_guard<std::mutex> lock(finishedCardsMutex_);
+        ++finishedCards_;
+    }
+    if (finishedCards_ != cardCount)
+        return;
+    try {
+        qInfo("Done.");
+        static_cast<void>(copyNewFile(getLogFilePath(), QDir(targetDir).filePath(QStringLiteral("Kelpora360.log")), stop_));
+    } catch (const QException &error) {
+        qWarning() << "Error copying log file:" << error.what();
+    }
+}

@@ -1,0 +1,82 @@
+#include "app/log.h"
+
+#include "app/paths.h"
+#include "app/screen.h"
+
+#include <QDateTime>
+#include <QDebug>
+#include <QDir>
+#include <QFile>
+#include <QSysInfo>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+QString lineTemplate(QtMsgType type)
+{
+    switch (type) {
+    case QtDebugMsg:
+        return QStringLiteral("%1 Debug: %2");
+    case QtInfoMsg:
+        return QStringLiteral("%1 Info: %2");
+    case QtWarningMsg:
+        return QStringLiteral("%1 Warning: %2");
+    case QtCriticalMsg:
+        return QStringLiteral("%1 Critical: %2");
+    case QtFatalMsg:
+        return QStringLiteral("%1 Fatal: %2");
+    }
+    return QStringLiteral("%1 Info: %2");
+}
+
+} // namespace
+
+void AppMessageHandler(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    const QString time = QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
+    const QString text = QString::fromUtf8(message.toLocal8Bit());
+    if (type == QtFatalMsg)
+        std::abort();
+
+    const QString line = lineTemplate(type).arg(time).arg(text);
+    const QByteArray echo = line.toLatin1();
+    if (context.file != nullptr)
+        std::fprintf(stderr, "%s\t(%s:%u)\n", echo.constData(), context.file, static_cast<unsigned>(context.line));
+    else
+        std::fprintf(stderr, "%s\n", echo.constData());
+
+    QFile file(getLogFilePath());
+    if (file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text))
+        file.write(line.toUtf8() + '\n');
+}
+
+void resetLog() { QFile::remove(getLogFilePath()); }
+
+void logEnvironment(const QString &appName, const QString &appVersion, const AppScreen &screen)
+{
+    qInfo() << "AppName:" << appName;
+    qInfo() << "AppVersion:" << appVersion;
+    qInfo() << "AppExecutable:" << screen.executablePath;
+    qInfo() << "AppDirectory:" << screen.applicationDirectory;
+    qInfo() << "WorkingDirectory:" << QDir::currentPath();
+    qInfo() << "CpuArchitecture:" << QSysInfo::currentCpuArchitecture();
+    qInfo() << "KernelType:" << QSysInfo::kernelType();
+    qInfo() << "KernelVersion:" << QSysInfo::kernelVersion();
+    qInfo() << "OperatingSystem:" << QSysInfo::productType() << QSysInfo::productVersion();
+    qInfo() << "PhysicalSizeHeight:" << screen.physicalSizeHeight;
+    qInfo() << "PhysicalDpi:" << screen.physicalDpi;
+    qInfo() << "LogicalDpi:" << screen.logicalDpi;
+    qInfo() << "SizeHeight:" << screen.sizeHeight;
+    qInfo() << "GeometryHeight:" << screen.geometryHeight;
+    qInfo() << "AvailableSizeHeight:" << screen.availableSizeHeight;
+    qInfo() << "AvailableGeometryHeight:" << screen.availableGeometryHeight;
+    qInfo() << "AvailableVirtualGeometryHeight:" << screen.availableVirtualGeometryHeight;
+    qInfo() << "AvailableVirtualSizeHeight:" << screen.availableVirtualSizeHeight;
+    qInfo() << "VirtualGeometryHeight:" << screen.virtualGeometryHeight;
+    qInfo() << "VirtualSizeHeight:" << screen.virtualSizeHeight;
+    qInfo() << "CalculatedScaleFactor:" << screen.calculatedScaleFactor;
+    qInfo() << "SettingsScaleFactor:" << screen.settingsScaleFactor;
+    qInfo() << "ScaleFactor:" << screen.scaleFactor;
+}

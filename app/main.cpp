@@ -1,0 +1,94 @@
+#include "app/appcontroller.h"
+#include "app/log.h"
+#include "app/paths.h"
+#include "app/screen.h"
+#include "app/version.h"
+
+#include <QDebug>
+#include <QGuiApplication>
+#include <QQmlApplicationEngine>
+#include <QQmlContext>
+#include <QQuickWindow>
+#include <QSettings>
+#include <QUrl>
+
+#include <cstdlib>
+
+namespace {
+
+/// How long jobs that were asked to stop may keep the process; they test for it far more often.
+constexpr int stopTimeoutMs = 1500;
+
+QString flag(bool on) { return on ? QStringLiteral("1") : QStringLiteral("0"); }
+
+/// Qt reads these switches once, when the application object is made. Leaves all of them in the file.
+void applyScaling(QSettings &settings, const AppScreen &screen)
+{
+    const bool autoScale = settings.value(QStringLiteral("EnableAutoScale"), false).toBool();
+    if (autoScale)
+        qputenv("QT_AUTO_SCREEN_SCALE_FACTOR", "1");
+    settings.setValue(QStringLiteral("EnableAutoScale"), flag(autoScale));
+
+    const bool scaleFactor = settings.value(QStringLiteral("EnableScaleFactor"), true).toBool();
+    if (scaleFactor)
+        qputenv("QT_SCALE_FACTOR", QString::number(screen.scaleFactor, 'g', 6).toLocal8Bit());
+    settings.setValue(QStringLiteral("EnableScaleFactor"), flag(scaleFactor));
+
+    const bool highDpi = settings.value(QStringLiteral("EnableHighDpiScaling"), true).toBool();
+    if (highDpi)
+        QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling, true);
+    settings.setValue(QStringLiteral("EnableHighDpiScaling"), flag(highDpi));
+}
+
+void shutDownCamera(const AppController &controller)
+{
+    qInfo("Shutting down camera ...");
+    if (controller.port().isEmpty())
+        qInfo("No camera connected");
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    setAppPathFromExecutable(QString::fromLatin1(argv[0]));
+    QSettings settings(getIniFilePath(), QSettings::IniFormat);
+    AppScreen screen(settings.value(QStringLiteral("ScaleFactor"), 1.0).toDouble());
+    screen.init(argc, argv);
+    applyScaling(settings, screen);
+    settings.setValue(QStringLiteral("AppVersion"), app_version);
+    settings.setValue(QStringLiteral("AppName"), app_name);
+    settings.sync();
+
+    resetLog();
+    if (qInstallMessageHandler(AppMessageHandler) == nullptr)
+        qInstallMessageHandler(nullptr);
+    qInfo("Application start");
+    logEnvironment(app_name, app_version, screen);
+
+    QCoreApplication::setApplicationName(app_name);
+    QCoreApplication::setApplicationVersion(app_version);
+    QGuiApplication app(argc, argv);
+    setAppPathFromExecutable(QCoreApplication::applicationFilePath());
+
+    AppController controller;
+    controller.setVersion(app_version);
+    QQmlApplicationEngine engine;
+    engine.rootContext()->setContextProperty(QStringLiteral("appController"), &controller);
+    engine.load(QUrl(QStringLiteral("qrc:/views/Main.qml"), QUrl::TolerantMode));
+    const QList<QObject *> roots = engine.rootObjects();
+    controller.init(qobject_cast<QQuickWindow *>(roots.isEmpty() ? nullptr : roots.first()));
+
+    const int exitCode = QGuiApplication::exec();
+
+    controller.stopJobs();
+    shutDownCamera(controller);
+    const bool stopped = AppController::waitForJobs(stopTimeoutMs);
+    if (!stopped)
+        qWarning("Leaving while the disk is still busy.");
+    qInfo("Application end");
+    // A worker that hangs in the system's disk calls must not meet destroyed objects, nor be waited for.
+    if (!stopped)
+        std::_Exit(exitCode);
+    return exitCode;
+}

@@ -1,0 +1,58 @@
+#include "app/newfile.h"
+
+#include <QFileInfo>
+#include <QRandomGenerator>
+
+namespace {
+
+constexpr int nameTries = 16;
+
+/// Hidden, so that a file left behind by a crash shows up in no listing of templates or recordings.
+QString temporaryName(const QString &folder)
+{
+    const quint64 number = QRandomGenerator::system()->generate64();
+    return folder + QStringLiteral("/.kelpora360-%1.part").arg(number, 16, 16, QLatin1Char('0'));
+}
+
+} // namespace
+
+NewFile::NewFile(const QString &folder)
+{
+    for (int tried = 0; tried < nameTries; ++tried) {
+        file_.setFileName(temporaryName(folder));
+        if (file_.open(QIODevice::WriteOnly | QIODevice::NewOnly) || !file_.exists())
+            return;
+    }
+}
+
+NewFile::~NewFile()
+{
+    if (!published_ && !file_.fileName().isEmpty()) {
+        file_.close();
+        file_.remove();
+    }
+}
+
+Publish NewFile::publish(const QString &path)
+{
+    if (file_.isOpen()) {
+        whole_ = file_.flush() && file_.error() == QFileDevice::NoError;
+        file_.close();
+        whole_ = whole_ && file_.error() == QFileDevice::NoError;
+    } else if (!file_.exists()) {
+        return Publish::Failed;
+    }
+    if (!whole_)
+        return Publish::Failed;
+    const Publish result = renameNoReplace(file_.fileName(), path);
+    published_ = result == Publish::Done;
+    return result;
+}
+
+Publish writeNewFile(const QString &path, const QByteArray &content)
+{
+    NewFile file(QFileInfo(path).absolutePath());
+    if (!file.isOpen() || file.file().write(content) != content.size())
+        return Publish::Failed;
+    return file.publish(path);
+}

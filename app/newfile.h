@@ -1,0 +1,46 @@
+#pragma once
+
+#include <QFile>
+#include <QString>
+
+/// What came of giving a file its final name.
+enum class Publish
+{
+    Done,
+    Exists, ///< the name was taken; nothing was overwritten
+    Failed, ///< the file could not be written whole, or the file system refused the name
+};
+
+/// A file that appears under its final name whole or not at all.
+///
+/// It is written under a hidden temporary name in the folder where it will stand. publish() gives it its
+/// name and never replaces a file that stands there, also when another process takes the name at the same
+/// moment. A file that is not published is removed on destruction.
+class NewFile
+{
+    Q_DISABLE_COPY(NewFile)
+
+public:
+    /// Creates the temporary file in `folder`, which must exist; see isOpen().
+    explicit NewFile(const QString &folder);
+    ~NewFile();
+
+    [[nodiscard]] bool isOpen() const { return file_.isOpen(); }
+    /// The open file, for writing. Owned by this object.
+    [[nodiscard]] QFile &file() { return file_; }
+
+    /// Closes the file and renames it to `path`, which lies in the same folder. After Publish::Exists it may
+    /// be called again with another name.
+    [[nodiscard]] Publish publish(const QString &path);
+
+private:
+    QFile file_;
+    bool whole_ = true;
+    bool published_ = false;
+};
+
+/// Writes `content` to a new file `path`; its folder must exist.
+[[nodiscard]] Publish writeNewFile(const QString &path, const QByteArray &content);
+
+/// Renames `from` to `to` in one step unless `to` exists. One implementation per platform.
+[[nodiscard]] Publish renameNoReplace(const QString &from, const QString &to);

@@ -1,0 +1,53 @@
+#include "app/newfile.h"
+
+#include <QFileInfo>
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+namespace {
+
+/// For file systems that know neither renameat2's flag nor hard links (exFAT through FUSE): a lock on the
+/// folder keeps this program's own processes apart while the name is looked up and taken.
+Publish renameUnderLock(const QString &from, const QString &to)
+{
+    const int folder = ::open(QFile::encodeName(QFileInfo(to).absolutePath()).constData(),
+                              O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder < 0)
+        return Publish::Failed;
+    Publish result = Publish::Failed;
+    if (::flock(folder, LOCK_EX) == 0) {
+        const QFileInfo target(to);
+        if (target.exists() || target.isSymLink())
+            result = Publish::Exists;
+        else if (std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0)
+            result = Publish::Done;
+    }
+    ::close(folder);
+    return result;
+}
+
+} // namespace
+
+Publish renameNoReplace(const QString &from, const QString &to)
+{
+    const QByteArray source = QFile::encodeName(from);
+    const QByteArray target = QFile::encodeName(to);
+    if (::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE) == 0)
+        return Publish::Done;
+    if (errno == EEXIST)
+        return Publish::Exists;
+    if (errno != EINVAL && errno != ENOSYS)
+        return Publish::Failed;
+
+    if (::link(source.constData(), target.constData()) == 0) {
+        ::unlink(source.constData());
+        return Publish::Done;
+    }
+    if (errno == EEXIST)
+        return Publish::Exists;
+    return renameUnderLock(from, to);
+}

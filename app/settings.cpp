@@ -1,0 +1,54 @@
+#include "app/settings.h"
+
+#include "app/paths.h"
+
+#include <QSettings>
+#include <QStringList>
+
+#include <array>
+
+namespace {
+
+struct Default
+{
+    const char *key;
+    const char *value;
+};
+
+constexpr std::array<Default, 21> defaults = {{
+    {"Serialnumber", "000000"},  {"OverwriteAngles", "1"},      {"RadiansAngles", "0"},
+    {"EnableAutoScale", "0"},    {"EnableHighDpiScaling", "1"}, {"EnableScaleFactor", "1"},
+    {"Camera1Pitch", "0"},       {"Camera1Roll", "-90"},        {"Camera1Yaw", "-0"},
+    {"Camera1OffsetX", "-20"},   {"Camera1OffsetY", "0"},       {"Camera2Pitch", "0"},
+    {"Camera2Roll", "-90"},      {"Camera2Yaw", "-0"},          {"Camera2OffsetX", "-20"},
+    {"Camera2OffsetY", "0"},     {"Camera3Pitch", "0"},         {"Camera3Roll", "-90"},
+    {"Camera3Yaw", "-0"},        {"Camera3OffsetX", "-20"},     {"Camera3OffsetY", "0"},
+}};
+
+} // namespace
+
+QVariantMap loadSettings()
+{
+    QSettings file(getIniFilePath(), QSettings::IniFormat);
+    const QStringList present = file.allKeys();
+    for (const Default &entry : defaults) {
+        const QString key = QString::fromLatin1(entry.key);
+        if (!present.contains(key))
+            file.setValue(key, QString::fromLatin1(entry.value));
+    }
+    file.sync();
+
+    QVariantMap settings;
+    const QStringList keys = file.allKeys();
+    for (const QString &key : keys)
+        settings.insert(key, file.value(key));
+    return settings;
+}
+
+void storeSettings(const QVariantMap &settings)
+{
+    QSettings file(getIniFilePath(), QSettings::IniFormat);
+    for (auto entry = settings.cbegin(); entry != settings.cend(); ++entry)
+        file.setValue(entry.key(), entry.value());
+    file.sync();
+}

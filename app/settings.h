@@ -1,0 +1,11 @@
+#pragma once
+
+#include <QVariantMap>
+
+/// Every key of the settings file with its value (text). Keys that the program needs and the file lacks
+/// are written with their defaults first. A file that can't be written still gives the defaults.
+/// Each call opens the file afresh; safe on any thread.
+[[nodiscard]] QVariantMap loadSettings();
+
+/// Writes every entry of `settings` to the settings file and leaves its other keys alone.
+void storeSettings(const QVariantMap &settings);

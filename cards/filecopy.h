@@ -1,0 +1,29 @@
+#pragma once
+
+#include "app/newfile.h"
+
+class StopFlag;
+
+/// A copy of a recording that has not got its name yet.
+///
+/// The content lies under a temporary name in the destination folder, with the source's permissions and
+/// modification time. Without a publish() that succeeds nothing of it stays.
+class StagedCopy
+{
+public:
+    /// Copies `source` into `folder`, which must exist; see isWhole(). Ends early when `stop` is raised.
+    StagedCopy(const QString &source, const QString &folder, const StopFlag &stop);
+
+    /// Whether everything that the source holds has been copied.
+    [[nodiscard]] bool isWhole() const { return whole_; }
+
+    /// Gives the copy its name; never replaces a file. May be called again with another name on Publish::Exists.
+    [[nodiscard]] Publish publish(const QString &path);
+
+private:
+    NewFile file_;
+    bool whole_ = false;
+};
+
+/// Copies `source` to the new file `destination`.
+[[nodiscard]] Publish copyNewFile(const QString &source, const QString &destination, const StopFlag &stop);

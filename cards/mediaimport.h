@@ -1,0 +1,81 @@
+#pragma once
+
+#include "app/job.h"
+
+#include <QDir>
+#include <QStringList>
+
+#include <functional>
+
+/// What one card's import works on. `card` is 1 to 3 and becomes the camera number in file names;
+/// `templatePath` and `projectName` may be empty.
+struct ImportRequest
+{
+    int card = 0;
+    QString sourceDir;
+    QString targetDir;
+    QString templatePath;
+    QString projectName;
+};
+
+/// What the import needs of stitching. The project writers get the card, the template, the take's path in
+/// the destination and the project name; they may be called from several imports at once.
+struct ImportProjects
+{
+    using Writer = std::function<void(int card, const QString &templatePath, const QString &takePath,
+                                      const QString &projectName)>;
+    std::function<QString()> fallbackPicture; ///< preview for templates without a picture of their own; may be empty
+    Writer writeVideoProject;
+    Writer writePhotoProject;
+};
+
+/// Imports one card: copies every video and photo into the destination under its take-and-camera name,
+/// keeps the card's folders, and has a stitching project written for every take.
+///
+/// Runs on one thread from start to end. What it may not do: overwrite, delete, or report a copy that isn't whole.
+class MediaImport
+{
+    Q_DISABLE_COPY(MediaImport)
+
+public:
+    /// `report` takes the progress; `stop` is tested before every file and in every copy. Both must outlive
+    /// the import.
+    MediaImport(ImportRequest request, ImportProjects projects, ProgressReport report, const StopFlag &stop);
+
+    /// Imports the whole card. True when it went through to its end with all that it wrote on disk, however
+    /// many files could not be copied; false when the request is invalid, the flag was raised, or the disk failed.
+    bool run();
+
+    /// Copies one video below `sourceDirectory`; `fileIndex` of `totalFiles` is what the report says. Returns
+    /// 1 when the copy was written and has the source's size, else 0.
+    int copyVideoFile(const QString &sourcePath, int fileIndex, int totalFiles, const QDir &sourceDirectory,
+                      const QDir &targetDirectory);
+    /// The same for one photo, ".DNG" or ".JPG".
+    int copyPhotoFile(const QString &sourcePath, int fileIndex, int totalFiles, const QDir &sourceDirectory,
+                      const QDir &targetDirectory);
+
+private:
+    class TakeNames;
+    struct Counts
+    {
+        int videos = 0;
+        int videosCopied = 0;
+        int photos = 0;
+        int photosCopied = 0;
+    };
+
+    [[nodiscard]] QString invalidReason() const;
+    [[nodiscard]] QStringList listFiles(const QDir &folder) const;
+    void copyListed(const QString &path, int position, int totalFiles, Counts *counts);
+    int copyTake(const QString &sourcePath, TakeNames *names);
+    int checkSizes(const QString &sourcePath, const QString &copyPath, int fileIndex, int totalFiles) const;
+    void placePicture(const QString &videoPath);
+    void writeProject(const ImportProjects::Writer &writer, const QString &takePath) const;
+    bool finish(const Counts &counts);
+
+    ImportRequest request_;
+    ImportProjects projects_;
+    ProgressReport report_;
+    const StopFlag &stop_;
+    QStringList written_;
+};

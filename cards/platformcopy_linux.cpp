@@ -1,0 +1,213 @@
+#include "cards/platformcopy.h"
+
+#include "app/job.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <memory>
+#include <sys/ioctl.h>
+#include <sys/sendfile.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr off_t chunkSize = off_t{4} << 20;
+
+/// How much of a file may be waiting for the disk. Keeps every wait short, so that a stop is heeded soon,
+/// and keeps the disk writing while the card is read.
+constexpr off_t writebackWindow = off_t{32} << 20;
+
+/// How a range gets from one descriptor to the other; the first that the two file systems support is kept.
+enum class Method
+{
+    CopyFileRange,
+    SendFile,
+    ReadWrite,
+};
+
+class RangeCopier
+{
+public:
+    RangeCopier(int source, int target)
+        : source_(source)
+        , target_(target)
+    {
+    }
+
+    /// Copies up to `size` bytes at `offset` to the same offset. Returns the number copied, 0 at the end of
+    /// the source, -1 on an error.
+    ssize_t copy(off_t offset, off_t size)
+    {
+        for (;;) {
+            const ssize_t copied = attempt(offset, static_cast<std::size_t>(size));
+            if (copied > 0)
+                return copied;
+            if (copied < 0 && errno == EINTR)
+                continue;
+            if (copied < 0 && !isUnsupported(errno))
+                return -1;
+            // Some file systems answer 0 instead of refusing: only read() is believed at the end.
+            if (method_ == Method::ReadWrite)
+                return copied;
+            method_ = method_ == Method::CopyFileRange ? Method::SendFile : Method::ReadWrite;
+        }
+    }
+
+private:
+    static bool isUnsupported(int error)
+    {
+        return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == EBADF;
+    }
+
+    ssize_t attempt(off_t offset, std::size_t size)
+    {
+        switch (method_) {
+        case Method::CopyFileRange: {
+            off_t from = offset;
+            off_t to = offset;
+            return ::copy_file_range(source_, &from, target_, &to, size, 0);
+        }
+        case Method::SendFile: {
+            off_t from = offset;
+            if (::lseek(target_, offset, SEEK_SET) < 0)
+                return -1;
+            return ::sendfile(target_, source_, &from, size);
+        }
+        case Method::ReadWrite:
+            return readWrite(offset, size);
+        }
+        return -1;
+    }
+
+    ssize_t readWrite(off_t offset, std::size_t size)
+    {
+        constexpr std::size_t bufferSize = std::size_t{1} << 20;
+        if (!buffer_)
+            buffer_ = std::make_unique<char[]>(bufferSize);
+        const ssize_t count = ::pread(source_, buffer_.get(), std::min(size, bufferSize), offset);
+        ssize_t written = 0;
+        while (written < count) {
+            const ssize_t step = ::pwrite(target_, buffer_.get() + written,
+                                          static_cast<std::size_t>(count - written), offset + written);
+            if (step < 0 && errno != EINTR)
+                return -1;
+            written += std::max<ssize_t>(step, 0);
+        }
+        return count;
+    }
+
+    int source_;
+    int target_;
+    Method method_ = Method::CopyFileRange;
+    std::unique_ptr<char[]> buffer_;
+};
+
+/// The next stretch of data at or after `from`; up to the end of the file where holes aren't reported.
+struct Stretch
+{
+    off_t begin = 0;
+    off_t end = 0;
+    bool none = false;
+};
+
+Stretch nextStretch(int file, off_t from)
+{
+    constexpr off_t unknownEnd = off_t{1} << 62;
+    const off_t begin = ::lseek(file, from, SEEK_DATA);
+    if (begin < 0)
+        return errno == ENXIO ? Stretch{from, from, true} : Stretch{from, unknownEnd, false};
+    const off_t end = ::lseek(file, begin, SEEK_HOLE);
+    return {begin, end < 0 ? unknownEnd : end, false};
+}
+
+/// Has the disk write [0, offset) and waits for what lies more than the window behind.
+void writeBehind(int file, off_t chunkBegin, off_t chunkEnd)
+{
+    ::sync_file_range(file, chunkBegin, chunkEnd - chunkBegin, SYNC_FILE_RANGE_WRITE);
+    const off_t settled = chunkEnd - writebackWindow;
+    if (settled > 0)
+        ::sync_file_range(file, std::max<off_t>(settled - chunkSize, 0), chunkSize,
+                          SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
+}
+
+bool copyStretches(int source, int target, const StopFlag &stop)
+{
+    RangeCopier copier(source, target);
+    off_t offset = 0;
+    for (;;) {
+        const Stretch stretch = nextStretch(source, offset);
+        if (stretch.none)
+            break;
+        offset = stretch.begin;
+        while (offset < stretch.end) {
+            if (stop.isRaised())
+                return false;
+            const ssize_t copied = copier.copy(offset, std::min(chunkSize, stretch.end - offset));
+            if (copied < 0)
+                return false;
+            if (copied == 0)
+                return true;
+            writeBehind(target, offset, offset + copied);
+            offset += copied;
+        }
+    }
+    // The file may end in a hole.
+    struct stat status = {};
+    return ::fstat(source, &status) == 0 && (status.st_size <= offset || ::ftruncate(target, status.st_size) == 0);
+}
+
+} // namespace
+
+bool copyContent(QFile &source, QFile &target, const StopFlag &stop)
+{
+    if (stop.isRaised())
+        return false;
+    if (::ioctl(target.handle(), FICLONE, source.handle()) == 0)
+        return true;
+    return copyStretches(source.handle(), target.handle(), stop);
+}
+
+void copyAttributes(QFile &source, QFile &target)
+{
+    struct stat status = {};
+    if (::fstat(source.handle(), &status) != 0)
+        return;
+    constexpr mode_t permissionBits = 0777;
+    // FAT and exFAT keep neither; the copy is whole all the same.
+    static_cast<void>(::fchmod(target.handle(), status.st_mode & permissionBits));
+    const struct timespec times[2] = {status.st_atim, status.st_mtim};
+    static_cast<void>(::futimens(target.handle(), times));
+}
+
+bool flushToDisk(const QStringList &files, const StopFlag &stop)
+{
+    if (files.isEmpty())
+        return true;
+    // Opened before the waiting, so that an error met meanwhile is reported to it.
+    const int volume = ::open(QFile::encodeName(QFileInfo(files.first()).absolutePath()).constData(),
+                              O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (volume < 0)
+        return false;
+    // File by file first, because the flush of the volume can't be interrupted.
+    bool flushed = true;
+    for (const QString &path : files) {
+        flushed = !stop.isRaised();
+        if (!flushed)
+            break;
+        const int file = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+        if (file < 0)
+            continue;
+        ::sync_file_range(file, 0, 0,
+                          SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
+        ::close(file);
+    }
+    flushed = flushed && ::syncfs(volume) == 0;
+    ::close(volume);
+    return flushed;
+}

@@ -1,0 +1,50 @@
+#include "cards/platformcopy.h"
+
+#include "app/job.h"
+
+#include <QFile>
+
+#include <copyfile.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+int onProgress(int /*what*/, int stage, copyfile_state_t /*state*/, const char * /*source*/,
+               const char * /*target*/, void *context)
+{
+    const auto *stop = static_cast<const StopFlag *>(context);
+    return stage == COPYFILE_PROGRESS && stop->isRaised() ? COPYFILE_QUIT : COPYFILE_CONTINUE;
+}
+
+} // namespace
+
+bool copyContent(QFile &source, QFile &target, const StopFlag &stop)
+{
+    copyfile_state_t state = copyfile_state_alloc();
+    copyfile_state_set(state, COPYFILE_STATE_STATUS_CB, reinterpret_cast<const void *>(&onProgress));
+    copyfile_state_set(state, COPYFILE_STATE_STATUS_CTX, &stop);
+    const int result = ::fcopyfile(source.handle(), target.handle(), state, COPYFILE_DATA);
+    copyfile_state_free(state);
+    return result == 0 && !stop.isRaised();
+}
+
+void copyAttributes(QFile &source, QFile &target)
+{
+    static_cast<void>(::fcopyfile(source.handle(), target.handle(), nullptr, COPYFILE_STAT));
+}
+
+bool flushToDisk(const QStringList &files, const StopFlag &stop)
+{
+    bool flushed = true;
+    for (const QString &path : files) {
+        if (stop.isRaised())
+            return false;
+        QFile file(path);
+        const bool last = &path == &files.last();
+        if (file.open(QIODevice::ReadOnly))
+            flushed = ::fcntl(file.handle(), last ? F_FULLFSYNC : F_BARRIERFSYNC) != -1 && flushed;
+    }
+    return flushed;
+}

@@ -1,0 +1,5 @@
+option(KELPORA_COVERAGE "Instrument for line coverage" OFF)
+if(KELPORA_COVERAGE)
+    add_compile_options(--coverage -fprofile-update=atomic)
+    add_link_options(--coverage)
+endif()

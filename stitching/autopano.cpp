@@ -1,0 +1,249 @@
+#include "stitching/autopano.h"
+
+#include "app/newfile.h"
+#include "app/paths.h"
+#include "stitching/projectxml.h"
+#include "stitching/stitchangles.h"
+
+#include <QDebug>
+#include <QDir>
+#include <QFileInfo>
+
+#include <array>
+#include <exception>
+
+namespace {
+
+constexpr int cameras = 3;
+using CameraFiles = std::array<QString, cameras>;
+
+const QString videoExtension = QStringLiteral(".MOV");
+
+QString replaced(QString text, const QString &before, const QString &after)
+{
+    return text.replace(before, after);
+}
+
+/// The file names of the three cameras' copies of the video take `takeFile`, as the import names them.
+CameraFiles cameraVideos(const QString &takeFile, const QString &name)
+{
+    CameraFiles files;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const QString suffix = QStringLiteral("_cam") + QString::number(i + 1) + videoExtension;
+        files[i] = replaced(takeFile, videoExtension,
+                            name.isEmpty() ? suffix : (QStringLiteral("_%1") + suffix).arg(name));
+    }
+    return files;
+}
+
+/// The same for the photo take `takeFile` with `extension`, which fills a placeholder here: a "%2" in the
+/// project's name becomes the extension.
+CameraFiles cameraPhotos(const QString &takeFile, const QString &extension, const QString &name)
+{
+    CameraFiles files;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        const QString camera = QStringLiteral("_cam") + QString::number(i + 1);
+        files[i] = replaced(takeFile, extension,
+                            name.isEmpty() ? camera + extension
+                                           : (QStringLiteral("_%1") + camera + QStringLiteral("%2"))
+                                                 .arg(name)
+                                                 .arg(extension));
+    }
+    return files;
+}
+
+void setVideoFiles(const QDomElement &list, const CameraFiles &files, bool resetTime)
+{
+    QDomElement video = list.firstChildElement(QStringLiteral("video"));
+    for (const QString &file : files) {
+        video.setAttribute(QStringLiteral("file"), file);
+        if (resetTime)
+            video.setAttribute(QStringLiteral("dt"), QStringLiteral("0"));
+        video = video.nextSiblingElement(QStringLiteral("video"));
+    }
+}
+
+void setPictureFiles(const QDomElement &images, const CameraFiles &files)
+{
+    QDomElement image = images.firstChildElement(QStringLiteral("image"));
+    for (const QString &file : files) {
+        if (image.isNull())
+            return;
+        image.firstChildElement(QStringLiteral("def")).setAttribute(QStringLiteral("filename"), file);
+        image = image.nextSiblingElement(QStringLiteral("image"));
+    }
+}
+
+void setAngles(const QDomElement &images, const QVariantMap &settings)
+{
+    struct Angle
+    {
+        const char *attribute;
+        const char *key;
+    };
+    constexpr std::array<Angle, 5> angles = {{
+        {"yaw", "Yaw"},
+        {"pitch", "Pitch"},
+        {"roll", "Roll"},
+        {"offset_x", "OffsetX"},
+        {"offset_y", "OffsetY"},
+    }};
+    QDomElement image = images.firstChildElement(QStringLiteral("image"));
+    for (int number = 1; number <= cameras && !image.isNull(); ++number) {
+        QDomElement camera = image.firstChildElement(QStringLiteral("camera"));
+        for (const Angle &angle : angles) {
+            const QString key = QStringLiteral("Camera%1").arg(number) + QLatin1String(angle.key);
+            camera.setAttribute(QLatin1String(angle.attribute), settings.value(key).toString());
+        }
+        image = image.nextSiblingElement(QStringLiteral("image"));
+    }
+}
+
+/// The node after `node` in document order, below `top`; without the node's own subtree if `skipChildren`.
+QDomNode following(QDomNode node, const QDomNode &top, bool skipChildren)
+{
+    if (!skipChildren && node.hasChildNodes())
+        return node.firstChild();
+    while (node != top) {
+        if (!node.nextSibling().isNull())
+            return node.nextSibling();
+        node = node.parentNode();
+    }
+    return {};
+}
+
+// One pass: a live list of elements by name is counted anew after every removal.
+void removeDescendants(const QDomElement &top, const QString &tagName)
+{
+    QDomNode node = following(top, top, false);
+    while (!node.isNull()) {
+        const bool unwanted = node.isElement() && node.nodeName() == tagName;
+        const QDomNode next = following(node, top, unwanted);
+        if (unwanted)
+            node.parentNode().removeChild(node);
+        node = next;
+    }
+}
+
+/// The edits of the panorama description that both kinds of project share.
+void editPano(const QDomElement &pano, const CameraFiles &pictures, const QVariantMap &settings)
+{
+    const QDomElement images = pano.firstChildElement(QStringLiteral("images"));
+    setPictureFiles(images, pictures);
+    if (settings.value(QStringLiteral("OverwriteAngles")).toBool())
+        setAngles(images, settings);
+    removeDescendants(pano, QStringLiteral("thumbnail"));
+    removeDescendants(pano, QStringLiteral("match"));
+}
+
+void setEncodingRules(QDomElement rules)
+{
+    rules.setAttribute(QStringLiteral("presets"), QStringLiteral("4;"));
+    rules.setAttribute(QStringLiteral("quality"), QStringLiteral("1;"));
+    rules.setAttribute(QStringLiteral("profile"), QStringLiteral("2;"));
+    rules.setAttribute(QStringLiteral("framerateMode"), QStringLiteral("0;"));
+    rules.setAttribute(QStringLiteral("vbitrate"), QStringLiteral("100000000"));
+    rules.setAttribute(QStringLiteral("abitrate"), QStringLiteral("160000"));
+}
+
+QString wroteLine(int card, const QString &path)
+{
+    return QStringLiteral("Card %1: wrote template file %2.").arg(card).arg(path);
+}
+
+/// Writes `text` to `path` and logs it; another card's worker may have been first, which is as good.
+void writeProject(int card, const QString &path, const QByteArray &text)
+{
+    if (writeNewFile(path, text) == Publish::Done)
+        qInfo().noquote() << wroteLine(card, path);
+}
+
+/// Adds the project to the templates folder unless it holds a template of that name.
+void supplyTemplate(int card, const QString &projectPath, const QString &folderTemplate)
+{
+    if (QFileInfo::exists(folderTemplate))
+        return;
+    QFile project(projectPath);
+    if (project.open(QIODevice::ReadOnly))
+        static_cast<void>(writeNewFile(folderTemplate, project.readAll()));
+    qInfo().noquote() << QStringLiteral("Card %1: copied template file %2.").arg(card).arg(folderTemplate);
+}
+
+void writeVideoProject(int card, const QString &templatePath, const QString &videoPath, const QString &name,
+                       const QVariantMap &settings)
+{
+    const QString suffix =
+        name.isEmpty() ? QStringLiteral("_autopano.kava") : QStringLiteral("_%1_autopano.kava").arg(name);
+    const QString kavaPath = replaced(videoPath, videoExtension, suffix);
+    if (QFileInfo::exists(kavaPath))
+        return;
+
+    const QDomDocument document = readTemplate(templatePath);
+    const QString base = QFileInfo(videoPath).fileName();
+    CameraFiles files = cameraVideos(base, name);
+
+    const QDomElement kava = document.firstChildElement(QStringLiteral("kava"));
+    setVideoFiles(kava.firstChildElement(QStringLiteral("videos")), files, true);
+    setVideoFiles(kava.firstChildElement(QStringLiteral("stabilization")), files, false);
+    setVideoFiles(kava.firstChildElement(QStringLiteral("exposure")), files, false);
+
+    const QDomElement pano = kava.firstChildElement(QStringLiteral("pano"));
+    if (!pano.isNull()) {
+        for (QString &file : files)
+            file += QStringLiteral(".jpg");
+        editPano(pano, files, settings);
+    }
+    kava.firstChildElement(QStringLiteral("output"))
+        .setAttribute(QStringLiteral("file"), replaced(base, videoExtension, QStringLiteral("_rendered.kava")));
+    setEncodingRules(kava.firstChildElement(QStringLiteral("encodingrules")));
+    writeProject(card, kavaPath, toXml(document));
+
+    const QString folderTemplate = QDir(getTemplateDir()).absoluteFilePath(QFileInfo(templatePath).fileName());
+    supplyTemplate(card, kavaPath, folderTemplate);
+
+    const QString gigaTemplate = replaced(folderTemplate, QStringLiteral(".kava"), QStringLiteral(".pano"));
+    if (!QFileInfo::exists(gigaTemplate))
+        writeProject(card, gigaTemplate, toPanoXml(pano));
+}
+
+void writePhotoProject(int card, const QString &templatePath, const QString &photoPath, const QString &name,
+                       const QVariantMap &settings)
+{
+    const QString extension =
+        photoPath.endsWith(QStringLiteral(".DNG")) ? QStringLiteral(".DNG") : QStringLiteral(".JPG");
+    const QString suffix = name.isEmpty()
+                               ? QStringLiteral("_giga%1.pano").arg(extension)
+                               : QStringLiteral("_%1_giga%2.pano").arg(name).arg(extension);
+    const QString projectPath = replaced(photoPath, extension, suffix);
+    if (QFileInfo::exists(projectPath))
+        return;
+
+    const QDomDocument document = readTemplate(templatePath);
+    const QDomElement pano = document.firstChildElement(QStringLiteral("kava"))
+                                 .firstChildElement(QStringLiteral("pano"));
+    if (!pano.isNull())
+        editPano(pano, cameraPhotos(QFileInfo(photoPath).fileName(), extension, name), settings);
+    writeProject(card, projectPath, toPanoXml(pano));
+}
+
+} // namespace
+
+void Autopano::createKava(int card, const QString &templatePath, const QString &videoPath,
+                          const QString &name, const QMap<QString, QVariant> &settings)
+{
+    try {
+        writeVideoProject(card, templatePath, videoPath, name, stitchSettingsToRadians(settings));
+    } catch (const std::exception &error) {
+        qWarning() << "Error creating kava template:" << error.what();
+    }
+}
+
+void Autopano::createPano(int card, const QString &templatePath, const QString &photoPath,
+                          const QString &name, const QMap<QString, QVariant> &settings)
+{
+    try {
+        writePhotoProject(card, templatePath, photoPath, name, stitchSettingsToRadians(settings));
+    } catch (const std::exception &error) {
+        qInfo("%s", error.what());
+    }
+}

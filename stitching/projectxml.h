@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDomDocument>
+#include <QString>
+
+/// The XML of template projects: read safely, written the same way in every run.
+
+/// The template file `path` as a document. A file that can't be read, isn't well-formed, declares entities
+/// or nests elements deeper than any real project gives an empty document.
+[[nodiscard]] QDomDocument readTemplate(const QString &path);
+
+/// The document as UTF-8 text, indented by one space per level, each element's attributes in the order of
+/// their names. Empty for an empty document.
+[[nodiscard]] QByteArray toXml(const QDomDocument &document);
+
+/// `pano` (may be null) as a document of its own under an XML declaration, written like toXml().
+[[nodiscard]] QByteArray toPanoXml(const QDomElement &pano);

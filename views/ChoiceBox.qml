@@ -1,0 +1,16 @@
+import QtQuick 2.15
+import QtQuick.Controls 2.15
+
+/// A drop-down whose shown entry, a path as a rule, is cut in the middle when it is too long.
+ComboBox {
+    id: root
+
+    textRole: "text"
+    contentItem: Label {
+        leftPadding: 12
+        verticalAlignment: Text.AlignVCenter
+        text: root.displayText
+        elide: Text.ElideMiddle
+        Accessible.ignored: true
+    }
+}

@@ -1,0 +1,40 @@
+import QtQuick 2.15
+import QtQuick.Controls 2.15
+import QtQuick.Layouts 1.15
+
+/// Tells the operator something; closes on "Ok", Escape or a press outside.
+Popup {
+    id: root
+
+    property alias text: message.text
+
+    x: 100
+    y: 100
+    modal: true
+    focus: true
+    closePolicy: Popup.CloseOnEscape | Popup.CloseOnPressOutside
+
+    ColumnLayout {
+        spacing: 16
+
+        Label {
+            text: "Info"
+            font.bold: true
+        }
+
+        Label {
+            id: message
+
+            objectName: "messageText"
+            Layout.preferredWidth: 400
+            wrapMode: Text.Wrap
+        }
+
+        Button {
+            Layout.alignment: Qt.AlignRight
+            text: "Ok"
+            focus: true
+            onClicked: root.close()
+        }
+    }
+}
