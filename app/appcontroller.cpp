@@ -22,7 +22,8 @@ namespace {
 
 constexpr int cardCount = 3;
 
-/// Three imports must run at the same time, also where there are fewer cores, and leave room for a controller job.
+/// Three imports must run at the same time, also where there are fewer cores, and leave room for a controller
+/// job.
 constexpr int fewestThreads = cardCount + 1;
 
 } // namespace
@@ -34,30 +35,60 @@ AppController::AppController(QObject *parent)
     pool->setMaxThreadCount(std::max(pool->maxThreadCount(), fewestThreads));
 }
 
-AppController::~AppController() { stop_.raise(); }
+AppController::~AppController()
+{
+    stop_.raise();
+}
 
-void AppController::setVersion(const QString &version) { version_ = version; }
+void AppController::setVersion(const QString &version)
+{
+    version_ = version;
+}
 
-void AppController::stopJobs() { stop_.raise(); }
+void AppController::stopJobs()
+{
+    stop_.raise();
+}
 
 bool AppController::waitForJobs(int milliseconds)
 {
     return QThreadPool::globalInstance()->waitForDone(milliseconds);
 }
 
-QVariantList AppController::getDrives() { return listDrives(); }
+QVariantList AppController::getDrives()
+{
+    return listDrives();
+}
 
-QVariantList AppController::getTemplates() { return listTemplates(); }
+QVariantList AppController::getTemplates()
+{
+    return listTemplates();
+}
 
-QVariantMap AppController::getSettings() { return loadSettings(); }
+QVariantMap AppController::getSettings()
+{
+    return loadSettings();
+}
 
-void AppController::updateSettings(QVariantMap settings) { storeSettings(settings); }
+void AppController::updateSettings(QVariantMap settings)
+{
+    storeSettings(settings);
+}
 
-QVariant AppController::getMoviesLocation() { return moviesLocation(); }
+QVariant AppController::getMoviesLocation()
+{
+    return moviesLocation();
+}
 
-QVariant AppController::getVersion() { return version_; }
+QVariant AppController::getVersion()
+{
+    return version_;
+}
 
-void AppController::setPort(QVariant port) { port_ = port.toString(); }
+void AppController::setPort(QVariant port)
+{
+    port_ = port.toString();
+}
 
 void AppController::copyFiles(QString card1, QString card2, QString card3, QString targetDir,
                               QString templatePath, QString projectName)
@@ -94,7 +125,10 @@ void AppController::init(QQuickWindow *appWindow)
             SLOT(updateCardProgress(QVariant, QVariant, QVariant, QVariant, QVariant)));
 }
 
-QString AppController::getTemplateJpg() { return templatePicture(); }
+QString AppController::getTemplateJpg()
+{
+    return templatePicture();
+}
 
 void AppController::copyFilesWorker(int cardIndex, QString sourceDir, QString targetDir, QString templatePath,
                                     QString projectName)
@@ -125,10 +159,12 @@ std::unique_ptr<MediaImport> AppController::mediaImport(int cardIndex, const QSt
 {
     ImportProjects projects;
     projects.fallbackPicture = [this] { return getTemplateJpg(); };
-    projects.writeVideoProject = [](int card, const QString &templateFile, const QString &take, const QString &name) {
+    projects.writeVideoProject = [](int card, const QString &templateFile, const QString &take,
+                                    const QString &name) {
         Autopano::createKava(card, templateFile, take, name, loadSettings());
     };
-    projects.writePhotoProject = [](int card, const QString &templateFile, const QString &take, const QString &name) {
+    projects.writePhotoProject = [](int card, const QString &templateFile, const QString &take,
+                                    const QString &name) {
         Autopano::createPano(card, templateFile, take, name, loadSettings());
     };
     ProgressReport report = [this, cardIndex](const Progress &progress) {
@@ -150,7 +186,8 @@ void AppController::countFinishedCard(const QString &targetDir)
         return;
     try {
         qInfo("Done.");
-        static_cast<void>(copyNewFile(getLogFilePath(), QDir(targetDir).filePath(QStringLiteral("Kelpora360.log")), stop_));
+        static_cast<void>(
+            copyNewFile(getLogFilePath(), QDir(targetDir).filePath(QStringLiteral("Kelpora360.log")), stop_));
     } catch (const QException &error) {
         qWarning() << "Error copying log file:" << error.what();
     }

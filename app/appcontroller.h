@@ -66,8 +66,9 @@ private slots:
                       QDir targetDirectory, QString templatePath, QString projectName);
 
 private:
-    std::unique_ptr<MediaImport> mediaImport(int cardIndex, const QString &sourceDir, const QString &targetDir,
-                                             const QString &templatePath, const QString &projectName);
+    std::unique_ptr<MediaImport> mediaImport(int cardIndex, const QString &sourceDir,
+                                             const QString &targetDir, const QString &templatePath,
+                                             const QString &projectName);
     void countFinishedCard(const QString &targetDir);
 
     QDir targetDir_;

@@ -43,7 +43,8 @@ void AppMessageHandler(QtMsgType type, const QMessageLogContext &context, const 
     const QString line = lineTemplate(type).arg(time).arg(text);
     const QByteArray echo = line.toLatin1();
     if (context.file != nullptr)
-        std::fprintf(stderr, "%s\t(%s:%u)\n", echo.constData(), context.file, static_cast<unsigned>(context.line));
+        std::fprintf(stderr, "%s\t(%s:%u)\n", echo.constData(), context.file,
+                     static_cast<unsigned>(context.line));
     else
         std::fprintf(stderr, "%s\n", echo.constData());
 
@@ -52,7 +53,10 @@ void AppMessageHandler(QtMsgType type, const QMessageLogContext &context, const 
         file.write(line.toUtf8() + '\n');
 }
 
-void resetLog() { QFile::remove(getLogFilePath()); }
+void resetLog()
+{
+    QFile::remove(getLogFilePath());
+}
 
 void logEnvironment(const QString &appName, const QString &appVersion, const AppScreen &screen)
 {

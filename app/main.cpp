@@ -19,7 +19,10 @@ namespace {
 /// How long jobs that were asked to stop may keep the process; they test for it far more often.
 constexpr int stopTimeoutMs = 1500;
 
-QString flag(bool on) { return on ? QStringLiteral("1") : QStringLiteral("0"); }
+QString flag(bool on)
+{
+    return on ? QStringLiteral("1") : QStringLiteral("0");
+}
 
 /// Qt reads these switches once, when the application object is made. Leaves all of them in the file.
 void applyScaling(QSettings &settings, const AppScreen &screen)

@@ -4,8 +4,7 @@
 #include <QString>
 
 /// What came of giving a file its final name.
-enum class Publish
-{
+enum class Publish {
     Done,
     Exists, ///< the name was taken; nothing was overwritten
     Failed, ///< the file could not be written whole, or the file system refused the name

@@ -5,7 +5,8 @@
 
 Publish renameNoReplace(const QString &from, const QString &to)
 {
-    if (::renamex_np(QFile::encodeName(from).constData(), QFile::encodeName(to).constData(), RENAME_EXCL) == 0)
+    if (::renamex_np(QFile::encodeName(from).constData(), QFile::encodeName(to).constData(), RENAME_EXCL) ==
+        0)
         return Publish::Done;
     if (errno == EEXIST)
         return Publish::Exists;

@@ -58,7 +58,8 @@ QString above(const QString &path, int levels)
 
 /// Runs `update`; an exception costs only the update and is told on standard error, since the log itself
 /// asks for these paths.
-template <typename Update> void guarded(const Update &update)
+template <typename Update>
+void guarded(const Update &update)
 {
     try {
         update();
@@ -128,9 +129,10 @@ QString getTemplateDir()
 {
     guarded([] {
         const QDir besideApp(getAppPath() + QStringLiteral("/templates"));
-        const QString folder = besideApp.exists()
-                                   ? besideApp.absolutePath()
-                                   : QDir(getApplicationSupportPath()).absoluteFilePath(QStringLiteral("templates"));
+        const QString folder =
+            besideApp.exists()
+                ? besideApp.absolutePath()
+                : QDir(getApplicationSupportPath()).absoluteFilePath(QStringLiteral("templates"));
         remember(templatesPath, folder);
         qInfo() << "Template dir:" << folder;
     });
@@ -150,6 +152,12 @@ QString getLogFilePath()
     return remembered(logFilePath);
 }
 
-QString getUtilitiesDir() { return siblingFolder(QStringLiteral("utilities"), "Utilities dir:"); }
+QString getUtilitiesDir()
+{
+    return siblingFolder(QStringLiteral("utilities"), "Utilities dir:");
+}
 
-QString getFirmwareDir() { return siblingFolder(QStringLiteral("firmware"), "Firmware dir:"); }
+QString getFirmwareDir()
+{
+    return siblingFolder(QStringLiteral("firmware"), "Firmware dir:");
+}

@@ -16,13 +16,13 @@ struct Default
 };
 
 constexpr std::array<Default, 21> defaults = {{
-    {"Serialnumber", "000000"},  {"OverwriteAngles", "1"},      {"RadiansAngles", "0"},
-    {"EnableAutoScale", "0"},    {"EnableHighDpiScaling", "1"}, {"EnableScaleFactor", "1"},
-    {"Camera1Pitch", "0"},       {"Camera1Roll", "-90"},        {"Camera1Yaw", "-0"},
-    {"Camera1OffsetX", "-20"},   {"Camera1OffsetY", "0"},       {"Camera2Pitch", "0"},
-    {"Camera2Roll", "-90"},      {"Camera2Yaw", "-0"},          {"Camera2OffsetX", "-20"},
-    {"Camera2OffsetY", "0"},     {"Camera3Pitch", "0"},         {"Camera3Roll", "-90"},
-    {"Camera3Yaw", "-0"},        {"Camera3OffsetX", "-20"},     {"Camera3OffsetY", "0"},
+    {"Serialnumber", "000000"}, {"OverwriteAngles", "1"},      {"RadiansAngles", "0"},
+    {"EnableAutoScale", "0"},   {"EnableHighDpiScaling", "1"}, {"EnableScaleFactor", "1"},
+    {"Camera1Pitch", "0"},      {"Camera1Roll", "-90"},        {"Camera1Yaw", "-0"},
+    {"Camera1OffsetX", "-20"},  {"Camera1OffsetY", "0"},       {"Camera2Pitch", "0"},
+    {"Camera2Roll", "-90"},     {"Camera2Yaw", "-0"},          {"Camera2OffsetX", "-20"},
+    {"Camera2OffsetY", "0"},    {"Camera3Pitch", "0"},         {"Camera3Roll", "-90"},
+    {"Camera3Yaw", "-0"},       {"Camera3OffsetX", "-20"},     {"Camera3OffsetY", "0"},
 }};
 
 } // namespace

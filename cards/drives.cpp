@@ -22,4 +22,7 @@ QVariantList listDrives()
     return drives;
 }
 
-QString moviesLocation() { return QStandardPaths::writableLocation(QStandardPaths::MoviesLocation); }
+QString moviesLocation()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::MoviesLocation);
+}

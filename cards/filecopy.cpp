@@ -10,14 +10,18 @@ StagedCopy::StagedCopy(const QString &source, const QString &folder, const StopF
 {
     QFile input(source);
     // Only regular files: opening a named pipe would wait for its writer.
-    if (!file_.isOpen() || !QFileInfo(source).isFile() || !input.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+    if (!file_.isOpen() || !QFileInfo(source).isFile() ||
+        !input.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
         return;
     whole_ = copyContent(input, file_.file(), stop);
     if (whole_)
         copyAttributes(input, file_.file());
 }
 
-Publish StagedCopy::publish(const QString &path) { return whole_ ? file_.publish(path) : Publish::Failed; }
+Publish StagedCopy::publish(const QString &path)
+{
+    return whole_ ? file_.publish(path) : Publish::Failed;
+}
 
 Publish copyNewFile(const QString &source, const QString &destination, const StopFlag &stop)
 {

@@ -17,7 +17,8 @@ public:
     /// Whether everything that the source holds has been copied.
     [[nodiscard]] bool isWhole() const { return whole_; }
 
-    /// Gives the copy its name; never replaces a file. May be called again with another name on Publish::Exists.
+    /// Gives the copy its name; never replaces a file. May be called again with another name on
+    /// Publish::Exists.
     [[nodiscard]] Publish publish(const QString &path);
 
 private:

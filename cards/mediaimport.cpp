@@ -30,23 +30,24 @@ Patterns videoPatterns(int card, const QString &projectName)
     return {videoExtension,
             projectName.isEmpty() ? QStringLiteral("_cam%1.MOV").arg(card)
                                   : QStringLiteral("_%1_cam%2.MOV").arg(projectName).arg(card),
-            QStringLiteral("-%1_cam") + QString::number(card) + videoExtension,
-            QStringLiteral("-%1.MOV")};
+            QStringLiteral("-%1_cam") + QString::number(card) + videoExtension, QStringLiteral("-%1.MOV")};
 }
 
 Patterns photoPatterns(int card, const QString &projectName, const QString &extension)
 {
     return {extension,
-            projectName.isEmpty()
-                ? QStringLiteral("_cam%1%2").arg(card).arg(extension)
-                : QStringLiteral("_%1_cam%2%3").arg(projectName).arg(card).arg(extension),
-            QStringLiteral("-%1_cam") + QString::number(card) + extension,
-            QStringLiteral("-%1") + extension};
+            projectName.isEmpty() ? QStringLiteral("_cam%1%2").arg(card).arg(extension)
+                                  : QStringLiteral("_%1_cam%2%3").arg(projectName).arg(card).arg(extension),
+            QStringLiteral("-%1_cam") + QString::number(card) + extension, QStringLiteral("-%1") + extension};
 }
 
 QString summary(int videosCopied, int videos, int photosCopied, int photos)
 {
-    return QStringLiteral("%1/%2 videos and %3/%4 photos.").arg(videosCopied).arg(videos).arg(photosCopied).arg(photos);
+    return QStringLiteral("%1/%2 videos and %3/%4 photos.")
+        .arg(videosCopied)
+        .arg(videos)
+        .arg(photosCopied)
+        .arg(photos);
 }
 
 void createFolderOf(const QString &path)
@@ -216,7 +217,8 @@ int MediaImport::checkSizes(const QString &sourcePath, const QString &copyPath, 
         return 1;
     }
     // Both placeholders take the card's number; the path then finds none.
-    qWarning().noquote() << QStringLiteral("Card %1: File size for %1 doesn't match after copy.").arg(request_.card);
+    qWarning().noquote()
+        << QStringLiteral("Card %1: File size for %1 doesn't match after copy.").arg(request_.card);
     report_({0, totalFiles, fileIndex,
              QStringLiteral("Warning: File size for %1 doesn't match after copy.").arg(sourcePath)});
     return 0;
@@ -244,8 +246,9 @@ bool MediaImport::finish(const Counts &counts)
     const QString copied = summary(counts.videosCopied, counts.videos, counts.photosCopied, counts.photos);
     const bool flushed = flushToDisk(written_, stop_);
     if (stop_.isRaised() || !flushed) {
-        const QString reason = stop_.isRaised() ? QStringLiteral("Stopped after ")
-                                                : QStringLiteral("The destination reports a write error after ");
+        const QString reason = stop_.isRaised()
+                                   ? QStringLiteral("Stopped after ")
+                                   : QStringLiteral("The destination reports a write error after ");
         qWarning().noquote() << QStringLiteral("Card %1: ").arg(request_.card) + reason + copied;
         report_({0, 1, 1, QStringLiteral("Error: ") + reason + copied});
         return false;

@@ -24,7 +24,8 @@ struct ImportProjects
 {
     using Writer = std::function<void(int card, const QString &templatePath, const QString &takePath,
                                       const QString &projectName)>;
-    std::function<QString()> fallbackPicture; ///< preview for templates without a picture of their own; may be empty
+    std::function<QString()>
+        fallbackPicture; ///< preview for templates without a picture of their own; may be empty
     Writer writeVideoProject;
     Writer writePhotoProject;
 };
@@ -32,7 +33,8 @@ struct ImportProjects
 /// Imports one card: copies every video and photo into the destination under its take-and-camera name,
 /// keeps the card's folders, and has a stitching project written for every take.
 ///
-/// Runs on one thread from start to end. What it may not do: overwrite, delete, or report a copy that isn't whole.
+/// Runs on one thread from start to end. What it may not do: overwrite, delete, or report a copy that isn't
+/// whole.
 class MediaImport
 {
     Q_DISABLE_COPY(MediaImport)
@@ -43,7 +45,8 @@ public:
     MediaImport(ImportRequest request, ImportProjects projects, ProgressReport report, const StopFlag &stop);
 
     /// Imports the whole card. True when it went through to its end with all that it wrote on disk, however
-    /// many files could not be copied; false when the request is invalid, the flag was raised, or the disk failed.
+    /// many files could not be copied; false when the request is invalid, the flag was raised, or the disk
+    /// failed.
     bool run();
 
     /// Copies one video below `sourceDirectory`; `fileIndex` of `totalFiles` is what the report says. Returns
@@ -68,7 +71,7 @@ private:
     [[nodiscard]] QStringList listFiles(const QDir &folder) const;
     void copyListed(const QString &path, int position, int totalFiles, Counts *counts);
     int copyTake(const QString &sourcePath, TakeNames *names);
-    int checkSizes(const QString &sourcePath, const QString &copyPath, int fileIndex, int totalFiles) const;
+    [[nodiscard]] int checkSizes(const QString &sourcePath, const QString &copyPath, int fileIndex, int totalFiles) const;
     void placePicture(const QString &videoPath);
     void writeProject(const ImportProjects::Writer &writer, const QString &takePath) const;
     bool finish(const Counts &counts);

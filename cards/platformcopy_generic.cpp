@@ -1,6 +1,5 @@
-#include "cards/platformcopy.h"
-
 #include "app/job.h"
+#include "cards/platformcopy.h"
 
 #include <QFile>
 #include <QFileDevice>
@@ -25,4 +24,7 @@ void copyAttributes(QFile &source, QFile &target)
     target.setFileTime(source.fileTime(QFileDevice::FileModificationTime), QFileDevice::FileModificationTime);
 }
 
-bool flushToDisk(const QStringList & /*files*/, const StopFlag &stop) { return !stop.isRaised(); }
+bool flushToDisk(const QStringList & /*files*/, const StopFlag &stop)
+{
+    return !stop.isRaised();
+}

@@ -1,6 +1,5 @@
-#include "cards/platformcopy.h"
-
 #include "app/job.h"
+#include "cards/platformcopy.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -24,8 +23,7 @@ constexpr off_t chunkSize = off_t{4} << 20;
 constexpr off_t writebackWindow = off_t{32} << 20;
 
 /// How a range gets from one descriptor to the other; the first that the two file systems support is kept.
-enum class Method
-{
+enum class Method {
     CopyFileRange,
     SendFile,
     ReadWrite,
@@ -159,7 +157,8 @@ bool copyStretches(int source, int target, const StopFlag &stop)
     }
     // The file may end in a hole.
     struct stat status = {};
-    return ::fstat(source, &status) == 0 && (status.st_size <= offset || ::ftruncate(target, status.st_size) == 0);
+    return ::fstat(source, &status) == 0 &&
+           (status.st_size <= offset || ::ftruncate(target, status.st_size) == 0);
 }
 
 } // namespace

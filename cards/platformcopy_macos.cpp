@@ -1,6 +1,5 @@
-#include "cards/platformcopy.h"
-
 #include "app/job.h"
+#include "cards/platformcopy.h"
 
 #include <QFile>
 

@@ -43,11 +43,11 @@ CameraFiles cameraPhotos(const QString &takeFile, const QString &extension, cons
     CameraFiles files;
     for (std::size_t i = 0; i < files.size(); ++i) {
         const QString camera = QStringLiteral("_cam") + QString::number(i + 1);
-        files[i] = replaced(takeFile, extension,
-                            name.isEmpty() ? camera + extension
-                                           : (QStringLiteral("_%1") + camera + QStringLiteral("%2"))
-                                                 .arg(name)
-                                                 .arg(extension));
+        files[i] =
+            replaced(takeFile, extension,
+                     name.isEmpty()
+                         ? camera + extension
+                         : (QStringLiteral("_%1") + camera + QStringLiteral("%2")).arg(name).arg(extension));
     }
     return files;
 }
@@ -194,11 +194,13 @@ void writeVideoProject(int card, const QString &templatePath, const QString &vid
         editPano(pano, files, settings);
     }
     kava.firstChildElement(QStringLiteral("output"))
-        .setAttribute(QStringLiteral("file"), replaced(base, videoExtension, QStringLiteral("_rendered.kava")));
+        .setAttribute(QStringLiteral("file"),
+                      replaced(base, videoExtension, QStringLiteral("_rendered.kava")));
     setEncodingRules(kava.firstChildElement(QStringLiteral("encodingrules")));
     writeProject(card, kavaPath, toXml(document));
 
-    const QString folderTemplate = QDir(getTemplateDir()).absoluteFilePath(QFileInfo(templatePath).fileName());
+    const QString folderTemplate =
+        QDir(getTemplateDir()).absoluteFilePath(QFileInfo(templatePath).fileName());
     supplyTemplate(card, kavaPath, folderTemplate);
 
     const QString gigaTemplate = replaced(folderTemplate, QStringLiteral(".kava"), QStringLiteral(".pano"));
@@ -211,16 +213,15 @@ void writePhotoProject(int card, const QString &templatePath, const QString &pho
 {
     const QString extension =
         photoPath.endsWith(QStringLiteral(".DNG")) ? QStringLiteral(".DNG") : QStringLiteral(".JPG");
-    const QString suffix = name.isEmpty()
-                               ? QStringLiteral("_giga%1.pano").arg(extension)
-                               : QStringLiteral("_%1_giga%2.pano").arg(name).arg(extension);
+    const QString suffix = name.isEmpty() ? QStringLiteral("_giga%1.pano").arg(extension)
+                                          : QStringLiteral("_%1_giga%2.pano").arg(name).arg(extension);
     const QString projectPath = replaced(photoPath, extension, suffix);
     if (QFileInfo::exists(projectPath))
         return;
 
     const QDomDocument document = readTemplate(templatePath);
-    const QDomElement pano = document.firstChildElement(QStringLiteral("kava"))
-                                 .firstChildElement(QStringLiteral("pano"));
+    const QDomElement pano =
+        document.firstChildElement(QStringLiteral("kava")).firstChildElement(QStringLiteral("pano"));
     if (!pano.isNull())
         editPano(pano, cameraPhotos(QFileInfo(photoPath).fileName(), extension, name), settings);
     writeProject(card, projectPath, toPanoXml(pano));

@@ -5,7 +5,8 @@
 #include <QVariant>
 
 /// Writes a take's stitching projects: the user's template project with the take's three files, and the
-/// rig's angles if the settings say so. A project that exists is never touched, and none is ever there half-written.
+/// rig's angles if the settings say so. A project that exists is never touched, and none is ever there
+/// half-written.
 class Autopano
 {
 public:
@@ -14,11 +15,11 @@ public:
     /// name or empty; `settings` is the settings map. Also supplies the templates folder with the project
     /// if it has no template of that name, and with a ".pano" template cut from it. Failures are silent but
     /// for exceptions, which are logged; none is thrown.
-    static void createKava(int card, const QString &templatePath, const QString &videoPath, const QString &name,
-                           const QMap<QString, QVariant> &settings);
+    static void createKava(int card, const QString &templatePath, const QString &videoPath,
+                           const QString &name, const QMap<QString, QVariant> &settings);
 
     /// Writes the ".pano" project of the photo take `photoPath`, ending in ".JPG" or ".DNG", cut out of the
     /// same ".kava" template. Arguments and failures as for createKava().
-    static void createPano(int card, const QString &templatePath, const QString &photoPath, const QString &name,
-                           const QMap<QString, QVariant> &settings);
+    static void createPano(int card, const QString &templatePath, const QString &photoPath,
+                           const QString &name, const QMap<QString, QVariant> &settings);
 };

@@ -53,7 +53,8 @@ public:
     {
         bool afterDoctype = false;
         for (QDomNode node = document.firstChild(); !node.isNull(); node = node.nextSibling()) {
-            const bool declaration = node.isProcessingInstruction() && node.nodeName() == QLatin1String("xml");
+            const bool declaration =
+                node.isProcessingInstruction() && node.nodeName() == QLatin1String("xml");
             if (!afterDoctype && !declaration) {
                 save(document.doctype());
                 afterDoctype = true;

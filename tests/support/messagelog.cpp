@@ -31,7 +31,10 @@ MessageLog::MessageLog()
     previous = qInstallMessageHandler(collect);
 }
 
-MessageLog::~MessageLog() { qInstallMessageHandler(previous); }
+MessageLog::~MessageLog()
+{
+    qInstallMessageHandler(previous);
+}
 
 QStringList MessageLog::lines()
 {

@@ -38,11 +38,11 @@ TestVolume::TestVolume(const QString &mountPoint, int sizeKiB, const QString &na
 {
     QDir().mkpath(mountPoint);
     const QByteArray options = "size=" + QByteArray::number(sizeKiB) + "k";
-    mounted_ = ::mount(QFile::encodeName(name).constData(), QFile::encodeName(mountPoint).constData(), "tmpfs",
-                       0, options.constData())
-               == 0;
+    mounted_ = ::mount(QFile::encodeName(name).constData(), QFile::encodeName(mountPoint).constData(),
+                       "tmpfs", 0, options.constData()) == 0;
     if (!mounted_)
-        why_ = QStringLiteral("This machine does not allow mounts: %1").arg(QString::fromLocal8Bit(std::strerror(errno)));
+        why_ = QStringLiteral("This machine does not allow mounts: %1")
+                   .arg(QString::fromLocal8Bit(std::strerror(errno)));
 }
 
 TestVolume::~TestVolume()
@@ -53,7 +53,8 @@ TestVolume::~TestVolume()
 
 bool TestVolume::makeReadOnly()
 {
-    return ::mount("none", QFile::encodeName(mountPoint_).constData(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0;
+    return ::mount("none", QFile::encodeName(mountPoint_).constData(), nullptr, MS_REMOUNT | MS_RDONLY,
+                   nullptr) == 0;
 }
 
 bool TestVolume::pull()

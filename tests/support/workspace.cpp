@@ -64,7 +64,8 @@ QMap<QString, QByteArray> Workspace::tree(const QString &relative) const
 {
     QMap<QString, QByteArray> files;
     const QDir top(path(relative));
-    QDirIterator iterator(top.path(), QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    QDirIterator iterator(top.path(), QDir::Files | QDir::Hidden | QDir::System,
+                          QDirIterator::Subdirectories);
     while (iterator.hasNext()) {
         QFile file(iterator.next());
         if (file.open(QIODevice::ReadOnly))
