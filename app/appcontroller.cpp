@@ -5,6 +5,10 @@
 #include "cards/drives.h"
 #include "cards/filecopy.h"
 #include "cards/mediaimport.h"
+#include "controller/datadownload.h"
+#include "controller/memoryjobs.h"
+#include "controller/pseacomms.h"
+#include "controller/settingsjobs.h"
 #include "stitching/autopano.h"
 #include "stitching/templates.h"
 
@@ -60,6 +64,11 @@ QVariantList AppController::getDrives()
     return listDrives();
 }
 
+QVariantList AppController::getDevices()
+{
+    return PSEAComms::getDevices();
+}
+
 QVariantList AppController::getTemplates()
 {
     return listTemplates();
@@ -104,6 +113,46 @@ void AppController::copyFiles(QString card1, QString card2, QString card3, QStri
     }
 }
 
+void AppController::copyData(QString port, QString targetDir, QString projectName)
+{
+    port_ = port;
+    QtConcurrent::run([this, port, targetDir, projectName] { copyDataWorker(port, targetDir, projectName); });
+}
+
+void AppController::readCameraSettings(QString port)
+{
+    port_ = port;
+    QtConcurrent::run([this, port] { readSettingsWorker(port); });
+}
+
+void AppController::resetCameraSettings(QString port)
+{
+    port_ = port;
+    QtConcurrent::run([this, port] { resetCameraSettingsWorker(port); });
+}
+
+void AppController::turnOff(QString port)
+{
+    port_ = port;
+    QtConcurrent::run([this, port] { turnOffWorker(port); });
+}
+
+void AppController::saveCameraSettings(QString port, QString date, int recLedOn,
+                                       double videoLoggingIntervalSeconds, double timelapseIntervalSeconds,
+                                       double timelapseTimeoutMinutes, int e1FirmwareVersion)
+{
+    const PSEAConfig config =
+        PSEAConfig::fromUser(recLedOn, videoLoggingIntervalSeconds, timelapseIntervalSeconds,
+                             timelapseTimeoutMinutes, e1FirmwareVersion);
+    QtConcurrent::run([this, port, date, config] { saveCameraSettingsWorker(port, date, config); });
+}
+
+void AppController::eraseMemory(QString port)
+{
+    port_ = port;
+    QtConcurrent::run([this, port] { eraseMemoryWorker(port); });
+}
+
 void AppController::exitApp()
 {
     try {
@@ -113,6 +162,16 @@ void AppController::exitApp()
     }
 }
 
+void AppController::recvDataMessage(QString message)
+{
+    emit updateDataProgress(0, 2, 1, message);
+}
+
+void AppController::recvSettingsMessage(QString message)
+{
+    emit updateCameraSettingsProgress(0, 2, 1, message);
+}
+
 void AppController::init(QQuickWindow *appWindow)
 {
     window_ = appWindow;
@@ -120,14 +179,68 @@ void AppController::init(QQuickWindow *appWindow)
         return;
     connect(window_, SIGNAL(copyFiles(QString, QString, QString, QString, QString, QString)), this,
             SLOT(copyFiles(QString, QString, QString, QString, QString, QString)));
+    connect(window_, SIGNAL(copyData(QString, QString, QString)), this,
+            SLOT(copyData(QString, QString, QString)));
+    connect(window_, SIGNAL(readCameraSettings(QString)), this, SLOT(readCameraSettings(QString)));
+    connect(window_, SIGNAL(saveCameraSettings(QString, QString, int, double, double, double, int)), this,
+            SLOT(saveCameraSettings(QString, QString, int, double, double, double, int)));
+    connect(window_, SIGNAL(resetCameraSettings(QString)), this, SLOT(resetCameraSettings(QString)));
+    connect(window_, SIGNAL(eraseMemory(QString)), this, SLOT(eraseMemory(QString)));
     connect(window_, SIGNAL(exitApp()), this, SLOT(exitApp()));
     connect(this, SIGNAL(updateCardProgress(QVariant, QVariant, QVariant, QVariant, QVariant)), window_,
             SLOT(updateCardProgress(QVariant, QVariant, QVariant, QVariant, QVariant)));
+    connect(this, SIGNAL(updateDataProgress(QVariant, QVariant, QVariant, QVariant)), window_,
+            SLOT(updateDataProgress(QVariant, QVariant, QVariant, QVariant)));
+    connect(this, SIGNAL(updateCameraSettingsProgress(QVariant, QVariant, QVariant, QVariant)), window_,
+            SLOT(updateCameraSettingsProgress(QVariant, QVariant, QVariant, QVariant)));
+    connect(this,
+            SIGNAL(updateCameraSettings(QVariant, QVariant, QVariant, QVariant, QVariant, QVariant, QVariant,
+                                        QVariant)),
+            window_,
+            SLOT(updateCameraSettings(QVariant, QVariant, QVariant, QVariant, QVariant, QVariant, QVariant,
+                                      QVariant)));
+}
+
+// Never ended early: at exit it runs when everything else has been asked to stop.
+void AppController::turnOffWorker(QString port)
+{
+    ControllerRequest request = dataRequest(port);
+    request.stop = nullptr;
+    TurnOff(std::move(request)).run();
 }
 
 QString AppController::getTemplateJpg()
 {
     return templatePicture();
+}
+
+void AppController::copyDataWorker(QString port, QString targetDir, QString projectName)
+{
+    DataDownload(dataRequest(port), targetDir, projectName).run();
+}
+
+void AppController::readSettingsWorker(QString port)
+{
+    ReadSettings(settingsRequest(port), [this](const CameraSettings &settings) {
+        emit updateCameraSettings(settings.firmware, settings.battery, settings.date, settings.recLedOn,
+                                  settings.loggingIntervalSeconds, settings.timelapseIntervalSeconds,
+                                  settings.timelapseTimeoutMinutes, settings.e1FirmwareVersion);
+    }).run();
+}
+
+void AppController::resetCameraSettingsWorker(QString port)
+{
+    ResetSettings(settingsRequest(port)).run();
+}
+
+void AppController::eraseMemoryWorker(QString port)
+{
+    EraseMemory(dataRequest(port)).run();
+}
+
+void AppController::saveCameraSettingsWorker(QString port, QString date, PSEAConfig cfg)
+{
+    SaveSettings(settingsRequest(port), date, cfg).run();
 }
 
 void AppController::copyFilesWorker(int cardIndex, QString sourceDir, QString targetDir, QString templatePath,
@@ -173,6 +286,24 @@ std::unique_ptr<MediaImport> AppController::mediaImport(int cardIndex, const QSt
     return std::make_unique<MediaImport>(
         ImportRequest{cardIndex, sourceDir, targetDir, templatePath, projectName}, std::move(projects),
         std::move(report), stop_);
+}
+
+ControllerRequest AppController::dataRequest(const QString &port)
+{
+    return {port,
+            [this](const Progress &progress) {
+                emit updateDataProgress(progress.from, progress.to, progress.value, progress.text);
+            },
+            [this](const QString &message) { recvDataMessage(message); }, &stop_};
+}
+
+ControllerRequest AppController::settingsRequest(const QString &port)
+{
+    return {port,
+            [this](const Progress &progress) {
+                emit updateCameraSettingsProgress(progress.from, progress.to, progress.value, progress.text);
+            },
+            [this](const QString &message) { recvSettingsMessage(message); }, &stop_};
 }
 
 /// The import during which the third card ends leaves a copy of the log in the destination.

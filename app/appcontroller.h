@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/job.h"
+#include "controller/pseaconfig.h"
 
 #include <QDir>
 #include <QObject>
@@ -11,7 +12,9 @@
 #include <memory>
 #include <mutex>
 
+class ControllerJob;
 class MediaImport;
+struct ControllerRequest;
 class QQuickWindow;
 
 /// The one object that the view calls: answers quick queries at once, starts each long job on the global
@@ -37,11 +40,21 @@ public:
     [[nodiscard]] static bool waitForJobs(int milliseconds);
 
 signals:
+    // A bar from progressFrom to progressTo at progressValue, and a text. cardNumber is 1 to 3.
     void updateCardProgress(QVariant cardNumber, QVariant progressFrom, QVariant progressTo,
                             QVariant progressValue, QVariant progressText);
+    void updateDataProgress(QVariant progressFrom, QVariant progressTo, QVariant progressValue,
+                            QVariant progressText);
+    void updateCameraSettingsProgress(QVariant progressFrom, QVariant progressTo, QVariant progressValue,
+                                      QVariant progressText);
+    /// The settings that were read from the controller; intervals in seconds, the time-out in minutes.
+    void updateCameraSettings(QVariant firmware, QVariant battery, QVariant date, QVariant recLedOn,
+                              QVariant videoLoggingInterval, QVariant timelapseInterval,
+                              QVariant timelapseTimeout, QVariant e1FirmwareVersion);
 
 public slots:
     QVariantList getDrives();
+    QVariantList getDevices();
     QVariantList getTemplates();
     QVariantMap getSettings();
     void updateSettings(QVariantMap settings);
@@ -52,12 +65,33 @@ public slots:
     /// `projectName` may be empty. Nothing is checked here: each card's import reports what it lacks.
     void copyFiles(QString card1, QString card2, QString card3, QString targetDir, QString templatePath,
                    QString projectName);
+    // Jobs on the controller at the serial port named `port`; each remembers it for the power-off at exit.
+    void copyData(QString port, QString targetDir, QString projectName);
+    void readCameraSettings(QString port);
+    void resetCameraSettings(QString port);
+    void turnOff(QString port);
+    /// `date` is "yyyy-MM-dd hh:mm:ss"; `e1FirmwareVersion` is 26, 29 or 30. Leaves the remembered port
+    /// alone.
+    void saveCameraSettings(QString port, QString date, int recLedOn, double videoLoggingIntervalSeconds,
+                            double timelapseIntervalSeconds, double timelapseTimeoutMinutes,
+                            int e1FirmwareVersion);
+    void eraseMemory(QString port);
     void exitApp();
+    // What a link says goes to the view as the progress of the running job.
+    void recvDataMessage(QString message);
+    void recvSettingsMessage(QString message);
     /// Binds the view's root window: its requests to these slots, these signals to its functions.
     void init(QQuickWindow *appWindow);
+    /// The power-off itself, on the calling thread; also the last act at exit.
+    void turnOffWorker(QString port);
 
 private slots:
     QString getTemplateJpg();
+    void copyDataWorker(QString port, QString targetDir, QString projectName);
+    void readSettingsWorker(QString port);
+    void resetCameraSettingsWorker(QString port);
+    void eraseMemoryWorker(QString port);
+    void saveCameraSettingsWorker(QString port, QString date, PSEAConfig cfg);
     void copyFilesWorker(int cardIndex, QString sourceDir, QString targetDir, QString templatePath,
                          QString projectName);
     int copyVideoFile(QString sourcePath, int cardIndex, int fileIndex, int totalFiles, QDir sourceDirectory,
@@ -69,6 +103,8 @@ private:
     std::unique_ptr<MediaImport> mediaImport(int cardIndex, const QString &sourceDir,
                                              const QString &targetDir, const QString &templatePath,
                                              const QString &projectName);
+    [[nodiscard]] ControllerRequest dataRequest(const QString &port);
+    [[nodiscard]] ControllerRequest settingsRequest(const QString &port);
     void countFinishedCard(const QString &targetDir);
 
     QDir targetDir_;

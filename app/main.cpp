@@ -43,11 +43,16 @@ void applyScaling(QSettings &settings, const AppScreen &screen)
     settings.setValue(QStringLiteral("EnableHighDpiScaling"), flag(highDpi));
 }
 
-void shutDownCamera(const AppController &controller)
+/// Turns the controller off if a port was chosen.
+void shutDownCamera(AppController &controller)
 {
     qInfo("Shutting down camera ...");
-    if (controller.port().isEmpty())
+    if (controller.port().isEmpty()) {
         qInfo("No camera connected");
+        return;
+    }
+    controller.turnOffWorker(controller.port());
+    qInfo("Camera shut down");
 }
 
 } // namespace
@@ -84,9 +89,10 @@ int main(int argc, char *argv[])
 
     const int exitCode = QGuiApplication::exec();
 
+    // A job that still holds the port must let go of it first.
     controller.stopJobs();
-    shutDownCamera(controller);
     const bool stopped = AppController::waitForJobs(stopTimeoutMs);
+    shutDownCamera(controller);
     if (!stopped)
         qWarning("Leaving while the disk is still busy.");
     qInfo("Application end");

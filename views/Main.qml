@@ -10,10 +10,16 @@ ApplicationWindow {
     property bool cardThreeCopying: false
     property bool dataCopying: false
     property var drives: []
+    property var devices: []
     property var templates: []
     property var settings: ({})
 
     signal copyFiles(string dir1, string dir2, string dir3, string targetDir, string templatePath, string projectName)
+    signal copyData(string port, string targetDir, string projectName)
+    signal readCameraSettings(string port)
+    signal saveCameraSettings(string port, string date, int recLedOn, double loggingInterval, double timelapseInterval, double timelapseTimeout, int e1FirmwareVersion)
+    signal resetCameraSettings(string port)
+    signal eraseMemory(string port)
     signal exitApp()
 
     function readyToExit() {
@@ -23,6 +29,26 @@ ApplicationWindow {
     function readyToCopyFiles() {
         return !root.cardCopying() && copyFilesPage.card1Index >= 0 && copyFilesPage.card2Index >= 0
             && copyFilesPage.card3Index >= 0 && copyFilesPage.folder !== ""
+    }
+
+    function readyToCopyData() {
+        return root.readyToEraseMemory() && copyDataPage.folder !== ""
+    }
+
+    function readyToEraseMemory() {
+        return !root.dataCopying && copyDataPage.deviceIndex >= 0
+    }
+
+    function readyToReadSettings() {
+        return !root.dataCopying && settingsPage.deviceIndex >= 0
+    }
+
+    function readyToSaveCameraSettings() {
+        return root.readyToReadSettings()
+    }
+
+    function readyToResetCameraSettings() {
+        return root.readyToReadSettings()
     }
 
     function cardCopying() {
@@ -53,6 +79,49 @@ ApplicationWindow {
         })
     }
 
+    function refreshDevices() {
+        root.devices = appController.getDevices()
+        deviceModel.clear()
+        for (const device of root.devices)
+            deviceModel.append({ "key": device.name, "text": device.serial + " (" + device.manufacturer + ")" })
+
+        for (const mark of ["KELPORA", "FTDI"]) {
+            const index = root.devices.findIndex(device => device.serial.includes(mark))
+            if (index >= 0) {
+                copyDataPage.deviceIndex = index
+                settingsPage.deviceIndex = index
+                return
+            }
+        }
+    }
+
+    /// The name of the device chosen at `index`, which becomes the controller's port; "" where none is chosen.
+    function selectDevice(index) {
+        if (index < 0 || index >= root.devices.length)
+            return ""
+        appController.setPort(root.devices[index].name)
+        return root.devices[index].name
+    }
+
+    function getSelectedSettingsDeviceName() {
+        return root.selectDevice(settingsPage.deviceIndex)
+    }
+
+    function getSelectedDataDeviceName() {
+        return root.selectDevice(copyDataPage.deviceIndex)
+    }
+
+    function getSelectedE1Firmware() {
+        const generation = [26, 29, 30][settingsPage.e1FirmwareIndex]
+        return generation === undefined ? 29 : generation
+    }
+
+    function setE1Firmware(generation) {
+        const index = [26, 29, 30].indexOf(generation)
+        if (index >= 0)
+            settingsPage.e1FirmwareIndex = index
+    }
+
     function loadTemplates() {
         templateModel.clear()
         root.templates = appController.getTemplates()
@@ -64,6 +133,7 @@ ApplicationWindow {
 
     function refreshDestination() {
         copyFilesPage.folder = appController.getMoviesLocation()
+        copyDataPage.folder = appController.getMoviesLocation()
     }
 
     function loadStitchSettings() {
@@ -82,6 +152,81 @@ ApplicationWindow {
                        copyFilesPage.folder,
                        root.keyAt(root.templates, copyFilesPage.templateIndex),
                        copyFilesPage.projectName)
+    }
+
+    function copyDataClicked() {
+        if (!root.readyToCopyData())
+            return
+        root.dataCopying = true
+        root.copyData(root.getSelectedDataDeviceName(), copyDataPage.folder, copyDataPage.projectName)
+    }
+
+    function eraseMemoryClicked(checked) {
+        if (!root.readyToEraseMemory() || !checked)
+            return
+        root.dataCopying = true
+        root.eraseMemory(root.getSelectedDataDeviceName())
+    }
+
+    function connectButtonClicked() {
+        if (root.beginSettingsJob())
+            root.readCameraSettings(root.getSelectedSettingsDeviceName())
+    }
+
+    function saveCameraSettingsClicked() {
+        if (root.beginSettingsJob())
+            root.saveCameraSettings(root.getSelectedSettingsDeviceName(), settingsPage.date, settingsPage.recLedOn ? 1 : 0,
+                                    settingsPage.videoInterval, settingsPage.photoInterval, settingsPage.photoTimeout,
+                                    root.getSelectedE1Firmware())
+    }
+
+    function resetCameraSettingsClicked() {
+        if (root.beginSettingsJob())
+            root.resetCameraSettings(root.getSelectedSettingsDeviceName())
+    }
+
+    /// Takes the controller for a job of the settings page; false while another has it.
+    function beginSettingsJob() {
+        if (root.dataCopying)
+            return false
+        root.dataCopying = true
+        waitPopup.text = ""
+        waitPopup.open()
+        return true
+    }
+
+    /// Shows a controller job's progress on `page`, and in the wait popup while the job runs.
+    function showControllerProgress(page, from, to, value, text) {
+        page.showProgress(from, to, value, text)
+        root.dataCopying = value < to
+        waitPopup.text = ""
+        if (root.dataCopying) {
+            waitPopup.open()
+            waitPopup.text = text
+        } else {
+            waitPopup.close()
+        }
+    }
+
+    function updateDataProgress(from, to, value, text) {
+        root.showControllerProgress(copyDataPage, from, to, value, text)
+    }
+
+    function updateCameraSettingsProgress(from, to, value, text) {
+        root.showControllerProgress(settingsPage, from, to, value, text)
+    }
+
+    function updateCameraSettings(firmware, battery, date, recLedOn, loggingInterval, timelapseInterval, timelapseTimeout, e1FirmwareVersion) {
+        root.dataCopying = false
+        settingsPage.firmware = firmware
+        settingsPage.battery = battery
+        settingsPage.date = date
+        settingsPage.recLedOn = recLedOn === 1
+        settingsPage.videoInterval = loggingInterval
+        settingsPage.photoInterval = timelapseInterval
+        settingsPage.photoTimeout = timelapseTimeout
+        root.setE1Firmware(e1FirmwareVersion)
+        waitPopup.close()
     }
 
     function updateCardProgress(cardNumber, from, to, value, text) {
@@ -111,8 +256,8 @@ ApplicationWindow {
         currentIndex: pages.currentIndex
 
         TabButton { text: "Copy Files" }
-        TabButton { text: "Copy Data"; enabled: false }
-        TabButton { text: "Settings"; enabled: false }
+        TabButton { text: "Copy Data" }
+        TabButton { text: "Settings" }
     }
 
     SwipeView {
@@ -132,6 +277,33 @@ ApplicationWindow {
             onRefreshCardsClicked: root.refreshDrives()
             onRefreshTemplatesClicked: root.loadTemplates()
             onCopyFilesClicked: root.copyFilesClicked()
+            onFolderTyped: copyDataPage.folder = copyFilesPage.folder
+            onProjectNameTyped: copyDataPage.projectName = copyFilesPage.projectName
+        }
+
+        CopyDataPage {
+            id: copyDataPage
+
+            devices: deviceModel
+            connected: root.readyToReadSettings()
+            readyToCopyData: root.readyToCopyData()
+            readyToEraseMemory: root.readyToEraseMemory()
+            onRefreshDevicesClicked: root.refreshDevices()
+            onCopyDataClicked: root.copyDataClicked()
+            onEraseMemoryClicked: eraseMemoryPopup.open()
+        }
+
+        SettingsPage {
+            id: settingsPage
+
+            devices: deviceModel
+            connected: root.readyToReadSettings()
+            readyToSave: root.readyToSaveCameraSettings()
+            readyToReset: root.readyToResetCameraSettings()
+            onRefreshDevicesClicked: root.refreshDevices()
+            onConnectClicked: root.connectButtonClicked()
+            onSaveClicked: root.saveCameraSettingsClicked()
+            onResetClicked: root.resetCameraSettingsClicked()
         }
     }
 
@@ -160,6 +332,7 @@ ApplicationWindow {
     }
 
     ListModel { id: driveModel }
+    ListModel { id: deviceModel }
     ListModel { id: templateModel }
 
     MessagePopup {
@@ -174,10 +347,19 @@ ApplicationWindow {
         objectName: "waitPopup"
     }
 
+    EraseMemoryPopup {
+        id: eraseMemoryPopup
+
+        objectName: "eraseMemoryPopup"
+        onAnswered: root.eraseMemoryClicked(erase)
+    }
+
     Component.onCompleted: {
         root.refreshDrives()
+        root.refreshDevices()
         root.loadTemplates()
         root.refreshDestination()
         root.loadStitchSettings()
+        root.getSelectedSettingsDeviceName()
     }
 }

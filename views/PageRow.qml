@@ -7,13 +7,11 @@ RowLayout {
     id: root
 
     required property string label
-    /// Width of one column and of the gap between two, as the page has them.
-    required property real columnWidth
-    required property real gap
+    readonly property real columnWidth: parent ? (parent.width - 5 * spacing) / 6 : 0
 
     Layout.columnSpan: 6
     Layout.fillWidth: true
-    spacing: root.gap
+    spacing: 8
 
     Label {
         Layout.preferredWidth: root.columnWidth

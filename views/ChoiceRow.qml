@@ -2,11 +2,11 @@ import QtQuick 2.15
 import QtQuick.Controls 2.15
 import QtQuick.Layouts 1.15
 
-/// A card's row: the drop-down of volumes and the button for a folder that isn't one.
+/// A row with a drop-down; more controls may follow it.
 PageRow {
     id: root
 
-    required property var drives
+    required property var choices
     required property string comboName
     property alias currentIndex: combo.currentIndex
 
@@ -15,14 +15,7 @@ PageRow {
 
         objectName: root.comboName
         Layout.fillWidth: true
-        model: root.drives
+        model: root.choices
         Accessible.name: root.label
-    }
-
-    Button {
-        Layout.preferredWidth: root.columnWidth
-        text: "..."
-        enabled: false
-        Accessible.name: root.label + " ..."
     }
 }

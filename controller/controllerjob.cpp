@@ -1,0 +1,43 @@
+#include "controller/controllerjob.h"
+
+#include "controller/pseacomms.h"
+
+#include <utility>
+
+ControllerJob::ControllerJob(ControllerRequest request)
+    : request_(std::move(request))
+{
+}
+
+ControllerJob::~ControllerJob() = default;
+
+void ControllerJob::run()
+{
+    PSEAComms link(request_.stop);
+    QObject::connect(&link, &PSEAComms::newMessage, request_.relay);
+
+    const Progress refused = refusal();
+    if (!refused.text.isEmpty())
+        report(refused);
+    else if (!link.open(request_.port))
+        report({0, 1, 1, QStringLiteral("Error: Could not open port %1.").arg(request_.port)});
+    else if (!link.beep())
+        report(greetingFailure());
+    else
+        work(link);
+}
+
+Progress ControllerJob::refusal() const
+{
+    return {};
+}
+
+Progress ControllerJob::greetingFailure() const
+{
+    return {0, 1, 1, QStringLiteral("Error: Could not send init command.")};
+}
+
+void ControllerJob::report(const Progress &progress) const
+{
+    request_.report(progress);
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "app/job.h"
+
+#include <QString>
+
+#include <functional>
+
+class PSEAComms;
+
+/// What a job on the controller is given.
+struct ControllerRequest
+{
+    QString port;                               ///< name of the serial port
+    ProgressReport report;                      ///< takes the progress, on the job's thread
+    std::function<void(const QString &)> relay; ///< takes what the link says meanwhile
+    const StopFlag *stop = nullptr;             ///< ends every wait; null for a job that may not be ended
+};
+
+/// A job on the controller: opens the port, greets the controller so that it sounds, works, closes the port.
+/// Every path ends with exactly one final report.
+class ControllerJob
+{
+    Q_DISABLE_COPY(ControllerJob)
+
+public:
+    explicit ControllerJob(ControllerRequest request);
+    virtual ~ControllerJob();
+
+    /// Runs the whole job on the calling thread.
+    void run();
+
+protected:
+    /// The work on the open link, its final report included.
+    virtual void work(PSEAComms &link) = 0;
+    /// What to report when the request can't be worked on at all; an empty text lets the job begin.
+    [[nodiscard]] virtual Progress refusal() const;
+    /// What to report when the greeting can't be sent.
+    [[nodiscard]] virtual Progress greetingFailure() const;
+
+    void report(const Progress &progress) const;
+
+private:
+    ControllerRequest request_;
+};

@@ -1,0 +1,358 @@
+#include "controller/nmea0183.h"
+
+#include <algorithm>
+#include <array>
+#include <clocale>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <stdexcept>
+
+namespace {
+
+constexpr unsigned long max_length = 161;
+constexpr std::size_t number_buffer = 32;
+constexpr std::size_t checksum_buffer = 8;
+constexpr const char *separators = ",*";
+
+bool IsTerminator(char byte)
+{
+    return byte == '\0' || byte == '\n' || byte == '\r';
+}
+
+/// An assertion that also holds where NDEBUG is defined.
+void Require(bool holds, const char *operation, const char *expression)
+{
+    if (holds)
+        return;
+    std::fprintf(stderr, "%s: nmea0183: Assertion `%s' failed.\n", operation, expression);
+    std::abort();
+}
+
+int HexDigit(char digit)
+{
+    if (digit >= '0' && digit <= '9')
+        return digit - '0';
+    if (digit >= 'a' && digit <= 'f')
+        return digit - 'a' + 10;
+    if (digit >= 'A' && digit <= 'F')
+        return digit - 'A' + 10;
+    return -1;
+}
+
+/// The program runs in the user's locale, whose decimal point may be a comma; a sentence's is a full stop.
+void ExchangePoint(std::string *text, char from, char to)
+{
+    if (from != to)
+        std::replace(text->begin(), text->end(), from, to);
+}
+
+char LocalPoint()
+{
+    return *std::localeconv()->decimal_point;
+}
+
+double ToDouble(std::string text)
+{
+    ExchangePoint(&text, '.', LocalPoint());
+    return std::stod(text);
+}
+
+} // namespace
+
+Nmea::Nmea()
+{
+    Init(std::string());
+}
+
+Nmea::Nmea(const std::string &sentence)
+{
+    Init(sentence);
+}
+
+Nmea::Nmea(const Nmea &other)
+{
+    Init(other.sentence_);
+}
+
+Nmea &Nmea::operator=(const Nmea &other)
+{
+    if (this != &other)
+        Init(std::string(other.sentence_));
+    return *this;
+}
+
+void Nmea::Init(const std::string &sentence)
+{
+    fields_.clear();
+    num_fields_ = 0;
+    valid_ = false;
+    sentence_ = sentence;
+    Terminate0();
+    SplitFields();
+    lat_string_.clear();
+    lon_string_.clear();
+    time_string_.clear();
+    valid_ = true;
+}
+
+bool Nmea::InitAndValidate(const std::string &sentence, unsigned long min_fields)
+{
+    Init(sentence);
+    ChecksumValidate();
+    if (num_fields_ < min_fields)
+        valid_ = false;
+    return valid_;
+}
+
+unsigned long Nmea::SplitFields()
+{
+    const auto is_separator = [](char byte) { return byte == ',' || byte == '*'; };
+    const auto pieces = std::count_if(sentence_.begin(), sentence_.end(), is_separator);
+    fields_.reserve(fields_.size() + static_cast<std::size_t>(pieces));
+    std::size_t start = 0;
+    for (std::size_t end = sentence_.find_first_of(separators); end != std::string::npos;
+         end = sentence_.find_first_of(separators, start)) {
+        fields_.emplace_back(sentence_, start, end - start);
+        start = end + 1;
+    }
+    num_fields_ = fields_.size() >= 2 ? fields_.size() - 1 : 0;
+    return num_fields_;
+}
+
+void Nmea::Terminate0()
+{
+    std::replace_if(sentence_.begin(), sentence_.end(), IsTerminator, '\0');
+}
+
+unsigned long Nmea::ChecksumCalculate() const
+{
+    unsigned long checksum = 0;
+    const bool dollar = !sentence_.empty() && sentence_.front() == '$';
+    for (std::size_t i = dollar ? 1 : 0; i < sentence_.size(); ++i) {
+        const char byte = sentence_[i];
+        if (byte == '*' || IsTerminator(byte))
+            break;
+        checksum ^= static_cast<unsigned long>(static_cast<signed char>(byte));
+    }
+    return checksum;
+}
+
+long Nmea::ChecksumGet() const
+{
+    std::size_t i = 0;
+    for (; i < sentence_.size() && sentence_[i] != '*'; ++i) {
+        if (IsTerminator(sentence_[i]))
+            return -1;
+    }
+    unsigned long value = 0;
+    bool any = false;
+    for (++i; i < sentence_.size() && !IsTerminator(sentence_[i]); ++i) {
+        const int digit = HexDigit(sentence_[i]);
+        if (digit < 0)
+            return -1;
+        value = value * 16 + static_cast<unsigned long>(digit);
+        any = true;
+    }
+    return any ? static_cast<long>(value) : -1;
+}
+
+bool Nmea::ChecksumValidate()
+{
+    const long stored = ChecksumGet();
+    if (stored != -1 && static_cast<unsigned long>(stored) == ChecksumCalculate())
+        return true;
+    valid_ = false;
+    return false;
+}
+
+void Nmea::Print() const
+{
+    std::printf("Sentence:%s\n%lu Fields: ", sentence_.c_str(), num_fields_);
+    for (const std::string &field : fields_)
+        std::printf("%s,", field.c_str());
+    std::printf("\n");
+}
+
+void Nmea::Close()
+{
+    sentence_.clear();
+    fields_.clear();
+    num_fields_ = 0;
+    valid_ = false;
+}
+
+unsigned long Nmea::VerifyLength()
+{
+    if (sentence_.size() > max_length)
+        valid_ = false;
+    return sentence_.size();
+}
+
+template <typename Result, typename Convert>
+Result Nmea::ConvertField(unsigned long field, Result failure, const Convert &convert)
+{
+    try {
+        return convert(fields_.at(field));
+    } catch (const std::invalid_argument &error) {
+        std::fprintf(stderr, "Invalid argument:%s\n", error.what());
+    } catch (const std::out_of_range &error) {
+        std::fprintf(stderr, "Out of range:%s\n", error.what());
+    }
+    valid_ = false;
+    return failure;
+}
+
+std::string Nmea::FieldAsString(unsigned long field)
+{
+    Require(field <= num_fields_, "FieldAsString", "field <= num_fields_");
+    return ConvertField(field, std::string(), [](const std::string &text) { return text; });
+}
+
+int Nmea::FieldAsInt(unsigned long field)
+{
+    Require(field <= num_fields_, "FieldAsInt", "field <= num_fields_");
+    return ConvertField(field, std::numeric_limits<int>::max(),
+                        [](const std::string &text) { return std::stoi(text); });
+}
+
+long Nmea::FieldAsLong(unsigned long field)
+{
+    Require(field <= num_fields_, "FieldAsLong", "field <= num_fields_");
+    return ConvertField(field, std::numeric_limits<long>::max(),
+                        [](const std::string &text) { return std::stol(text); });
+}
+
+unsigned long Nmea::FieldAsULong(unsigned long field)
+{
+    Require(field <= num_fields_, "FieldAsULong", "field <= num_fields_");
+    return ConvertField(field, std::numeric_limits<unsigned long>::max(),
+                        [](const std::string &text) { return std::stoul(text); });
+}
+
+double Nmea::FieldAsDouble(unsigned long field)
+{
+    Require(field <= num_fields_, "FieldAsDouble", "field <= num_fields_");
+    return ConvertField(field, std::numeric_limits<double>::max(), ToDouble);
+}
+
+bool Nmea::FieldAsBool(unsigned long field)
+{
+    Require(field <= num_fields_, "FieldAsBool", "field <= num_fields_");
+    return ConvertField(field, false, [](const std::string &text) { return std::stoi(text) != 0; });
+}
+
+char Nmea::FieldAsChar(unsigned long field)
+{
+    Require(field <= num_fields_, "FieldAsChar", "field <= num_fields_");
+    return ConvertField(field, '\0', [](const std::string &text) { return text.at(0); });
+}
+
+bool Nmea::CoordinateString(unsigned long value_field, unsigned long hemisphere_field, std::string *result)
+{
+    result->clear();
+    const bool was_valid = valid_;
+    valid_ = true;
+    const char hemisphere =
+        ConvertField(hemisphere_field, '\0', [](const std::string &text) { return text.at(0); });
+    const double value = valid_ ? FieldAsDouble(value_field) : 0;
+    const bool converted = valid_;
+    valid_ = converted && was_valid;
+    if (!converted)
+        return false;
+    double degrees = 0;
+    const double minutes = std::modf(value / 100, &degrees) * 100;
+    *result = Format<number_buffer>("%2.0f%c%07.4f%c", degrees, ':', minutes, hemisphere);
+    ExchangePoint(result, LocalPoint(), '.');
+    return true;
+}
+
+std::string Nmea::FieldsAsLatString(unsigned long value_field, unsigned long ns_field)
+{
+    Require(ns_field <= num_fields_, "FieldsAsLatString", "ns_field <= num_fields_");
+    CoordinateString(value_field, ns_field, &lat_string_);
+    return lat_string_;
+}
+
+std::string Nmea::FieldsAsLonString(unsigned long value_field, unsigned long ew_field)
+{
+    Require(ew_field <= num_fields_, "FieldsAsLonString", "ew_field <= num_fields_");
+    CoordinateString(value_field, ew_field, &lon_string_);
+    return lon_string_;
+}
+
+std::string Nmea::FieldAsTimeString(unsigned long field)
+{
+    Require(field <= num_fields_, "FieldAsTimeString", "field <= num_fields_");
+    return ConvertField(field, std::string(time_string_), [this](const std::string &text) {
+        const unsigned long value = std::stoul(text);
+        time_string_ =
+            Format<number_buffer>("%2ld:%02ld:%02ld", static_cast<long>(value / 10000),
+                                  static_cast<long>(value / 100 % 100), static_cast<long>(value % 100));
+        return time_string_;
+    });
+}
+
+template <std::size_t Size, typename... Values>
+std::string Nmea::Format(const char *format, Values... values)
+{
+    std::array<char, Size> buffer{};
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    const int needed = std::snprintf(buffer.data(), buffer.size(), format, values...);
+#pragma GCC diagnostic pop
+    if (needed < 0 || static_cast<std::size_t>(needed) >= buffer.size())
+        valid_ = false;
+    return buffer.data();
+}
+
+unsigned long Nmea::Append(const std::string &text)
+{
+    sentence_ += text;
+    return VerifyLength();
+}
+
+unsigned long Nmea::AddBool(bool value)
+{
+    return Append(Format<number_buffer>(",%d", value ? 1 : 0));
+}
+
+unsigned long Nmea::AddChar(char value)
+{
+    return Append(Format<number_buffer>(",%c", value));
+}
+
+void Nmea::AddLong(long value)
+{
+    Append(Format<number_buffer>(",%ld", value));
+}
+
+unsigned long Nmea::AddULong(unsigned long value)
+{
+    return Append(Format<number_buffer>(",%lu", value));
+}
+
+unsigned long Nmea::AddDouble(double value, unsigned int precision)
+{
+    std::string text = Format<number_buffer>(",%0.*f", static_cast<int>(precision), value);
+    const char point = LocalPoint();
+    if (point != '.' && text.size() > 1)
+        std::replace(text.begin() + 1, text.end(), point, '.');
+    return Append(text);
+}
+
+unsigned long Nmea::AddString(const std::string &value)
+{
+    return Append("," + value);
+}
+
+unsigned long Nmea::AddStatus(bool value)
+{
+    return Append(value ? ",A" : ",F");
+}
+
+void Nmea::AddChecksum()
+{
+    Append(Format<checksum_buffer>("*%02lX", ChecksumCalculate()));
+}

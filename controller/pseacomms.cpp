@@ -1,0 +1,444 @@
+#include "controller/pseacomms.h"
+
+#include "app/job.h"
+#include "controller/nmea0183.h"
+
+#include <QDateTime>
+#include <QDebug>
+#include <QElapsedTimer>
+#include <QJsonObject>
+#include <QSerialPortInfo>
+#include <QThread>
+
+#include <algorithm>
+
+namespace {
+
+constexpr int baudRate = QSerialPort::Baud115200;
+constexpr int readsPerAnswer = 4;
+constexpr int piecesPerLine = 3;
+constexpr int versionAttempts = 5;
+constexpr qint32 defaultGeneration = 29;
+constexpr double leastVoltage = 0.5;
+
+/// The longest wait between two looks at the stop flag.
+constexpr int sliceMs = 200;
+
+/// A line's bytes follow each other within microseconds, however the adapter hands them over; a pause of
+/// this length ends a piece.
+constexpr int pauseMs = 20;
+
+const QString closedError = QStringLiteral("Please open serial port first.");
+const QString exchangeError = QStringLiteral("Communication error. Please try again.");
+
+bool startsWith(const std::string &text, const char *start)
+{
+    return text.rfind(start, 0) == 0;
+}
+
+bool contains(const std::string &text, const char *part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+/// Whether the sentence is `address` with at least `fields` data fields.
+bool isSentence(Nmea &sentence, const char *address, unsigned long fields)
+{
+    return sentence.NumFields() >= fields && startsWith(sentence.FieldAsString(0), address);
+}
+
+/// Whether the sentence is a message whose text or tag `field` contains `part`.
+bool isMessage(Nmea &sentence, unsigned long field, const char *part)
+{
+    return isSentence(sentence, "$PSEAMSG", field) && contains(sentence.FieldAsString(field), part);
+}
+
+bool isClock(Nmea &sentence)
+{
+    constexpr unsigned long statusField = 8;
+    return isSentence(sentence, "$PSEACLOCK", statusField) && sentence.FieldAsString(statusField) == "A";
+}
+
+void logAnswer(const char *what, const QString &line)
+{
+    qInfo() << what << line;
+}
+
+bool isHidden(const QString &location)
+{
+    for (const char *mark : {"dev/cu", "NERD", "iPhone", "Bluetooth"}) {
+        if (location.contains(QLatin1String(mark)))
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+PSEAComms::PSEAComms(const StopFlag *stop)
+    : stop_(stop)
+{
+}
+
+PSEAComms::~PSEAComms()
+{
+    close();
+}
+
+QVariantList PSEAComms::getDevices()
+{
+    const QList<QSerialPortInfo> ports = QSerialPortInfo::availablePorts();
+    if (ports.isEmpty())
+        qWarning("No serial ports found");
+    QVariantList devices;
+    for (const QSerialPortInfo &port : ports) {
+        qInfo().noquote()
+            << QStringLiteral(
+                   "Found serial port: name=%1, description=%2, location=%3, manufacturer=%4, serial=%5")
+                   .arg(port.portName())
+                   .arg(port.description())
+                   .arg(port.systemLocation())
+                   .arg(port.manufacturer())
+                   .arg(port.serialNumber());
+        if (isHidden(port.systemLocation()))
+            continue;
+        devices.append(QJsonObject{
+            {QStringLiteral("name"), port.portName()},
+            {QStringLiteral("description"), port.description()},
+            {QStringLiteral("location"), port.systemLocation()},
+            {QStringLiteral("manufacturer"), port.manufacturer()},
+            {QStringLiteral("serial"), port.serialNumber()},
+        });
+    }
+    return devices;
+}
+
+bool PSEAComms::open(const QString &portName)
+{
+    qInfo().noquote() << "Opening port" << portName;
+    if (port_.isOpen()) {
+        qInfo("Port is already open.");
+        return true;
+    }
+    qInfo().noquote() << "Looking for port" << portName;
+    const QList<QSerialPortInfo> ports = QSerialPortInfo::availablePorts();
+    const auto found = std::find_if(ports.cbegin(), ports.cend(),
+                                    [&](const QSerialPortInfo &port) { return port.portName() == portName; });
+    if (found == ports.cend())
+        return false;
+    qInfo("Port found.");
+
+    port_.setPort(*found);
+    port_.setBaudRate(baudRate);
+    port_.setParity(QSerialPort::NoParity);
+    port_.setFlowControl(QSerialPort::NoFlowControl);
+    port_.setStopBits(QSerialPort::OneStop);
+    failed_ = false;
+    if (!port_.open(QIODevice::ReadWrite)) {
+        qWarning().noquote() << "Error opening port:" << port_.errorString();
+        lastError_ = port_.errorString();
+        return false;
+    }
+    qInfo("Port opened.");
+    // Some drivers forget the rate when the port is opened.
+    port_.setBaudRate(baudRate);
+    return true;
+}
+
+void PSEAComms::close()
+{
+    if (port_.isOpen()) {
+        port_.close();
+        qInfo("Closing port: Port closed.");
+    } else {
+        qInfo("Closing port: Port already closed.");
+    }
+}
+
+bool PSEAComms::isOpen() const
+{
+    return port_.isOpen();
+}
+
+bool PSEAComms::writeLine(const QString &line)
+{
+    qInfo() << "writeLine:" << line;
+    const QByteArray bytes = line.trimmed().toUtf8() + "\r\n";
+    const qint64 written = port_.write(bytes);
+    // On a worker thread no event loop would send them.
+    if (written > 0)
+        port_.flush();
+    if (written != bytes.size())
+        qWarning("writeLine error, bytes don't match.");
+    return written == bytes.size();
+}
+
+QString PSEAComms::readLine(int timeoutMs, int maxReads)
+{
+    QString line;
+    for (int reads = 0; waitForData(timeoutMs) && reads < maxReads; ++reads) {
+        const QByteArray piece = port_.readLine();
+        line += QString::fromUtf8(piece.constData());
+        if (line.endsWith(QLatin1Char('\n')))
+            break;
+    }
+    qInfo() << "readLine:" << line;
+    return line;
+}
+
+/// Waits for a whole line, or for a piece that a pause ends: what comes byte by byte is one piece, and what
+/// is already here needs no waiting.
+bool PSEAComms::waitForData(int timeoutMs)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!port_.canReadLine() && !interrupted()) {
+        const qint64 before = port_.bytesAvailable();
+        const int left = timeoutMs - static_cast<int>(timer.elapsed());
+        if (left <= 0)
+            break;
+        const bool arrived = port_.waitForReadyRead(std::min(left, before > 0 ? pauseMs : sliceMs));
+        if (port_.bytesAvailable() > before)
+            continue;
+        if (portFailed() || (!arrived && before > 0))
+            break;
+    }
+    return port_.bytesAvailable() > 0;
+}
+
+bool PSEAComms::interrupted() const
+{
+    return failed_ || (stop_ != nullptr && stop_->isRaised());
+}
+
+/// Whether the last wait ended because the port is gone. Says so once.
+bool PSEAComms::portFailed()
+{
+    const QSerialPort::SerialPortError error = port_.error();
+    if (!failed_ && error != QSerialPort::NoError && error != QSerialPort::TimeoutError) {
+        failed_ = true;
+        qWarning().noquote() << "The port failed:" << port_.errorString();
+    }
+    return failed_ || !port_.isOpen();
+}
+
+bool PSEAComms::requireOpen()
+{
+    if (isOpen())
+        return true;
+    lastError_ = closedError;
+    return false;
+}
+
+bool PSEAComms::send(Nmea &sentence)
+{
+    sentence.AddChecksum();
+    return writeLine(QString::fromStdString(sentence.GetSentence()));
+}
+
+bool PSEAComms::send(const std::string &address)
+{
+    Nmea sentence(address);
+    return send(sentence);
+}
+
+bool PSEAComms::awaitAnswer(const Accept &accept)
+{
+    for (int reads = 0; reads < readsPerAnswer && !interrupted(); ++reads) {
+        const QString line = readLine(timeouts_.answer, piecesPerLine);
+        if (line.isEmpty())
+            continue;
+        Nmea sentence(line.toStdString());
+        if (sentence.ChecksumValidate() && accept(sentence, line))
+            return true;
+    }
+    return communicationError();
+}
+
+bool PSEAComms::communicationError()
+{
+    lastError_ = exchangeError;
+    qWarning().noquote() << lastError_;
+    return false;
+}
+
+bool PSEAComms::beep()
+{
+    return send("$PSEABEEP");
+}
+
+bool PSEAComms::takeSettings(Nmea &sentence, const QString &line)
+{
+    constexpr unsigned long words = 4;
+    if (!isSentence(sentence, "$PSEASETTINGS", words))
+        return false;
+    for (unsigned long word = 0; word < words; ++word)
+        settings_[word] = sentence.FieldAsInt(word + 1);
+    logAnswer("PSEASETTINGS response", line);
+    return true;
+}
+
+bool PSEAComms::getSettings()
+{
+    return requireOpen() && send("$PSEAGETSETTINGS") &&
+           awaitAnswer([this](Nmea &sentence, const QString &line) {
+               if (!takeSettings(sentence, line))
+                   return false;
+               settings_[4] = sentence.NumFields() >= 5 ? sentence.FieldAsInt(5) : defaultGeneration;
+               return true;
+           });
+}
+
+bool PSEAComms::getVersion()
+{
+    return requireOpen() && send("$PSEAVER") && awaitAnswer([this](Nmea &sentence, const QString &line) {
+               if (isMessage(sentence, 2, "PSEAVER") && sentence.NumFields() >= 4) {
+                   version_ = QString::fromStdString(sentence.FieldAsString(4));
+                   clockTime_ = sentence.FieldAsInt(1);
+                   logAnswer("PSEAVER response", line);
+                   return false;
+               }
+               if (!isSentence(sentence, "$PSEABATTERY", 1))
+                   return false;
+               const double volts = sentence.FieldAsDouble(1);
+               batteryVoltage_ = volts > leastVoltage ? volts : 0;
+               logAnswer("PSEABATTERY response", line);
+               return true;
+           });
+}
+
+bool PSEAComms::readConfig()
+{
+    lastError_.clear();
+    const auto repeat = [this](bool (PSEAComms::*command)()) {
+        bool done = false;
+        for (int attempt = 0; attempt < versionAttempts && !done && (attempt == 0 || !interrupted());
+             ++attempt)
+            done = (this->*command)();
+        return done;
+    };
+    const bool version = repeat(&PSEAComms::getVersion);
+    const bool settings = repeat(&PSEAComms::getSettings);
+    return version && settings;
+}
+
+bool PSEAComms::setConfig(unsigned time, unsigned a, unsigned b, unsigned c, unsigned d, unsigned e)
+{
+    lastError_.clear();
+    Nmea settings("$PSEASETSETTINGS");
+    for (const unsigned word : {a, b, c, d, e})
+        settings.AddLong(static_cast<long>(word));
+    if (!send(settings) ||
+        !awaitAnswer([this](Nmea &sentence, const QString &line) { return takeSettings(sentence, line); }))
+        return false;
+
+    Nmea clock("$PSEASETRTC");
+    clock.AddLong(static_cast<long>(time));
+    return send(clock) && awaitAnswer([this](Nmea &sentence, const QString &line) {
+               const bool set = isMessage(sentence, 4, "TIME SET");
+               if (!set && !isClock(sentence))
+                   return false;
+               clockTime_ = sentence.FieldAsInt(1);
+               logAnswer(set ? "PSEAMSG TIME SET response" : "PSEACLOCK response", line);
+               return true;
+           });
+}
+
+bool PSEAComms::setTime(unsigned time)
+{
+    lastError_.clear();
+    Nmea clock("$PSEASETRTC");
+    clock.AddLong(static_cast<long>(time));
+    return send(clock) && awaitAnswer([this](Nmea &sentence, const QString &line) {
+               if (!isClock(sentence))
+                   return false;
+               clockTime_ = static_cast<qint32>(QDateTime::currentSecsSinceEpoch());
+               logAnswer("PSEACLOCK response", line);
+               return true;
+           });
+}
+
+bool PSEAComms::eraseData()
+{
+    lastError_.clear();
+    return send("$PSEAFORMAT") && awaitAnswer([](Nmea &sentence, const QString &line) {
+               if (!isMessage(sentence, 2, "PSEAFORMAT") || !isMessage(sentence, 4, "COMPLETE"))
+                   return false;
+               logAnswer("PSEAFORMAT response", line);
+               return true;
+           });
+}
+
+bool PSEAComms::countData()
+{
+    lastError_.clear();
+    if (!requireOpen())
+        return false;
+    numData_ = 0;
+    return send("$PSEANUMDUMP") && awaitAnswer([this](Nmea &sentence, const QString & /*line*/) {
+               if (!isSentence(sentence, "$PSEANUMDATA", 1))
+                   return false;
+               numData_ = sentence.FieldAsInt(1);
+               return true;
+           });
+}
+
+bool PSEAComms::readData(QStringList &lines)
+{
+    lastError_.clear();
+    if (!send("$PSEADUMP"))
+        return false;
+    bool begun = false;
+    // Silence, not the number of lines, ends a dump without its end message.
+    int fruitless = 0;
+    while (fruitless < readsPerAnswer && !interrupted()) {
+        const QString line = readLine(timeouts_.dump, piecesPerLine);
+        if (line.isEmpty() || !begun)
+            ++fruitless;
+        else
+            fruitless = 0;
+        Nmea sentence(line.toStdString());
+        if (line.isEmpty() || !sentence.ChecksumValidate())
+            continue;
+        if (isMessage(sentence, 4, "DATA END")) {
+            qInfo("All data read");
+            return true;
+        }
+        if (!isSentence(sentence, "$PSEADATA", 1))
+            continue;
+        const int number = sentence.FieldAsInt(1);
+        if (number < 1)
+            continue;
+        begun = true;
+        fruitless = 0;
+        emit newMessage(QStringLiteral("Reading dataset %1 of %2").arg(number).arg(numData_));
+        lines.append(line);
+    }
+    return communicationError();
+}
+
+bool PSEAComms::off()
+{
+    lastError_.clear();
+    return send("$PSEAOFF") && awaitAnswer([](Nmea &sentence, const QString & /*line*/) {
+               return isMessage(sentence, 3, "POWER OFF");
+           });
+}
+
+bool PSEAComms::reboot()
+{
+    lastError_.clear();
+    return send("$PSEAREBOOT") && awaitAnswer([](Nmea &sentence, const QString &line) {
+               if (!isMessage(sentence, 3, "BOOT"))
+                   return false;
+               logAnswer("PSEAMSG response", line);
+               return true;
+           });
+}
+
+bool PSEAComms::reset()
+{
+    lastError_.clear();
+    return send("$PSEAFACTORYSETTINGS") &&
+           awaitAnswer([this](Nmea &sentence, const QString &line) { return takeSettings(sentence, line); });
+}

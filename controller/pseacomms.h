@@ -1,0 +1,98 @@
+#pragma once
+
+#include <QObject>
+#include <QSerialPort>
+#include <QString>
+#include <QStringList>
+#include <QVariantList>
+
+#include <array>
+#include <functional>
+#include <string>
+
+class Nmea;
+class StopFlag;
+
+/// The link to the rig's controller: one serial port and the commands that go over it.
+///
+/// One object per job, used on that job's thread only; calls block up to their time-outs. Nothing throws: a
+/// failure returns false and leaves a text for the user in lastError_. A wait ends early when the port fails
+/// (cable pulled) and, within 200 ms, when the stop flag is raised.
+class PSEAComms : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY(PSEAComms)
+
+public:
+    /// How long to wait for an answer, in milliseconds.
+    struct Timeouts
+    {
+        int answer = 2000;
+        int dump = 10000;
+    };
+
+    explicit PSEAComms(const StopFlag *stop = nullptr);
+    ~PSEAComms() override;
+
+    /// The serial ports that may carry a controller, as JSON objects with the keys "name", "description",
+    /// "location", "manufacturer" and "serial".
+    [[nodiscard]] static QVariantList getDevices();
+
+    /// Opens the port named `portName` at 115200 baud, 8N1. True at once if one is open, whatever its name.
+    [[nodiscard]] bool open(const QString &portName);
+    void close();
+    [[nodiscard]] bool isOpen() const;
+
+    /// Sends the line, trimmed, with "\r\n". Does not wait for the bytes to leave.
+    bool writeLine(const QString &line);
+    /// The next line with its line end; empty if nothing arrived within `timeoutMs`, partial after `maxReads`
+    /// pieces without a line end.
+    QString readLine(int timeoutMs, int maxReads);
+
+    // Each sends one command and waits for its answer; see docs/protocol.md.
+    bool beep();
+    bool getSettings();
+    bool getVersion();
+    bool readConfig();
+    bool setConfig(unsigned time, unsigned a, unsigned b, unsigned c, unsigned d, unsigned e);
+    bool setTime(unsigned time);
+    bool eraseData();
+    bool countData();
+    /// Appends every line of the controller's data log to `lines`, with its line end. What had arrived stays
+    /// in `lines` when the dump is cut off.
+    bool readData(QStringList &lines);
+    bool off();
+    bool reboot();
+    bool reset();
+
+    // Results of the last answers.
+    QString version_;      ///< firmware version
+    qint32 clockTime_ = 0; ///< the controller's clock, seconds since the epoch
+    std::array<qint32, 5>
+        settings_{};            ///< LED flag, logging interval ms, time-lapse ms, time-out, camera generation
+    qint32 numData_ = 0;        ///< data sets in memory
+    double batteryVoltage_ = 0; ///< volts, 0 when unknown
+    QString lastError_;         ///< the last failure, for the user
+    Timeouts timeouts_;
+
+signals:
+    void newMessage(const QString &message);
+
+private:
+    /// Looks at one valid sentence; true when it answers the command.
+    using Accept = std::function<bool(Nmea &, const QString &line)>;
+
+    bool requireOpen();
+    bool send(Nmea &sentence);
+    bool send(const std::string &address);
+    bool awaitAnswer(const Accept &accept);
+    bool communicationError();
+    bool takeSettings(Nmea &sentence, const QString &line);
+    bool waitForData(int timeoutMs);
+    [[nodiscard]] bool interrupted() const;
+    bool portFailed();
+
+    QSerialPort port_;
+    const StopFlag *stop_;
+    bool failed_ = false;
+};
