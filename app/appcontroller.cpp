@@ -2,10 +2,12 @@
 
 #include "app/paths.h"
 #include "app/settings.h"
+#include "cards/cardpreparation.h"
 #include "cards/drives.h"
 #include "cards/filecopy.h"
 #include "cards/mediaimport.h"
 #include "controller/datadownload.h"
+#include "controller/firmwareupdate.h"
 #include "controller/memoryjobs.h"
 #include "controller/pseacomms.h"
 #include "controller/settingsjobs.h"
@@ -137,6 +139,12 @@ void AppController::turnOff(QString port)
     QtConcurrent::run([this, port] { turnOffWorker(port); });
 }
 
+void AppController::updateFirmware(QString port, QString filePath)
+{
+    port_ = port;
+    QtConcurrent::run([this, port, filePath] { updateFirmwareWorker(port, filePath); });
+}
+
 void AppController::saveCameraSettings(QString port, QString date, int recLedOn,
                                        double videoLoggingIntervalSeconds, double timelapseIntervalSeconds,
                                        double timelapseTimeoutMinutes, int e1FirmwareVersion)
@@ -145,6 +153,16 @@ void AppController::saveCameraSettings(QString port, QString date, int recLedOn,
         PSEAConfig::fromUser(recLedOn, videoLoggingIntervalSeconds, timelapseIntervalSeconds,
                              timelapseTimeoutMinutes, e1FirmwareVersion);
     QtConcurrent::run([this, port, date, config] { saveCameraSettingsWorker(port, date, config); });
+}
+
+void AppController::eraseCards(QString card1, QString card2, QString card3, bool eraseCards,
+                               bool createSyncConfig)
+{
+    int cardIndex = 0;
+    for (const QString &card : {card1, card2, card3}) {
+        ++cardIndex;
+        CardPreparation(cardIndex, card, cardReport(cardIndex)).run(eraseCards, createSyncConfig);
+    }
 }
 
 void AppController::eraseMemory(QString port)
@@ -172,6 +190,11 @@ void AppController::recvSettingsMessage(QString message)
     emit updateCameraSettingsProgress(0, 2, 1, message);
 }
 
+void AppController::recvFirmwareMessage(QString message)
+{
+    emit updateFirmwareProgress(0, 2, 1, message);
+}
+
 void AppController::init(QQuickWindow *appWindow)
 {
     window_ = appWindow;
@@ -179,6 +202,8 @@ void AppController::init(QQuickWindow *appWindow)
         return;
     connect(window_, SIGNAL(copyFiles(QString, QString, QString, QString, QString, QString)), this,
             SLOT(copyFiles(QString, QString, QString, QString, QString, QString)));
+    connect(window_, SIGNAL(eraseCards(QString, QString, QString, bool, bool)), this,
+            SLOT(eraseCards(QString, QString, QString, bool, bool)));
     connect(window_, SIGNAL(copyData(QString, QString, QString)), this,
             SLOT(copyData(QString, QString, QString)));
     connect(window_, SIGNAL(readCameraSettings(QString)), this, SLOT(readCameraSettings(QString)));
@@ -191,6 +216,8 @@ void AppController::init(QQuickWindow *appWindow)
             SLOT(updateCardProgress(QVariant, QVariant, QVariant, QVariant, QVariant)));
     connect(this, SIGNAL(updateDataProgress(QVariant, QVariant, QVariant, QVariant)), window_,
             SLOT(updateDataProgress(QVariant, QVariant, QVariant, QVariant)));
+    connect(this, SIGNAL(updateFirmwareProgress(QVariant, QVariant, QVariant, QVariant)), window_,
+            SLOT(updateFirmwareProgress(QVariant, QVariant, QVariant, QVariant)));
     connect(this, SIGNAL(updateCameraSettingsProgress(QVariant, QVariant, QVariant, QVariant)), window_,
             SLOT(updateCameraSettingsProgress(QVariant, QVariant, QVariant, QVariant)));
     connect(this,
@@ -250,6 +277,17 @@ void AppController::copyFilesWorker(int cardIndex, QString sourceDir, QString ta
         countFinishedCard(targetDir);
 }
 
+void AppController::updateFirmwareWorker(QString port, QString filePath)
+{
+    FirmwareUpdate(
+        port, filePath,
+        [this](const Progress &progress) {
+            emit updateFirmwareProgress(progress.from, progress.to, progress.value, progress.text);
+        },
+        [this](const QString &message) { recvFirmwareMessage(message); })
+        .run();
+}
+
 int AppController::copyVideoFile(QString sourcePath, int cardIndex, int fileIndex, int totalFiles,
                                  QDir sourceDirectory, QDir targetDirectory, QString templatePath,
                                  QString projectName)
@@ -280,12 +318,16 @@ std::unique_ptr<MediaImport> AppController::mediaImport(int cardIndex, const QSt
                                     const QString &name) {
         Autopano::createPano(card, templateFile, take, name, loadSettings());
     };
-    ProgressReport report = [this, cardIndex](const Progress &progress) {
-        emit updateCardProgress(cardIndex, progress.from, progress.to, progress.value, progress.text);
-    };
     return std::make_unique<MediaImport>(
         ImportRequest{cardIndex, sourceDir, targetDir, templatePath, projectName}, std::move(projects),
-        std::move(report), stop_);
+        cardReport(cardIndex), stop_);
+}
+
+ProgressReport AppController::cardReport(int cardIndex)
+{
+    return [this, cardIndex](const Progress &progress) {
+        emit updateCardProgress(cardIndex, progress.from, progress.to, progress.value, progress.text);
+    };
 }
 
 ControllerRequest AppController::dataRequest(const QString &port)

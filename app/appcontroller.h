@@ -47,6 +47,8 @@ signals:
                             QVariant progressText);
     void updateCameraSettingsProgress(QVariant progressFrom, QVariant progressTo, QVariant progressValue,
                                       QVariant progressText);
+    void updateFirmwareProgress(QVariant progressFrom, QVariant progressTo, QVariant progressValue,
+                                QVariant progressText);
     /// The settings that were read from the controller; intervals in seconds, the time-out in minutes.
     void updateCameraSettings(QVariant firmware, QVariant battery, QVariant date, QVariant recLedOn,
                               QVariant videoLoggingInterval, QVariant timelapseInterval,
@@ -70,16 +72,21 @@ public slots:
     void readCameraSettings(QString port);
     void resetCameraSettings(QString port);
     void turnOff(QString port);
+    /// Flashes the controller with the image `filePath`, absolute or in the firmware folder.
+    void updateFirmware(QString port, QString filePath);
     /// `date` is "yyyy-MM-dd hh:mm:ss"; `e1FirmwareVersion` is 26, 29 or 30. Leaves the remembered port
     /// alone.
     void saveCameraSettings(QString port, QString date, int recLedOn, double videoLoggingIntervalSeconds,
                             double timelapseIntervalSeconds, double timelapseTimeoutMinutes,
                             int e1FirmwareVersion);
+    /// Prepares the cards one after the other, on the calling thread; see CardPreparation.
+    void eraseCards(QString card1, QString card2, QString card3, bool eraseCards, bool createSyncConfig);
     void eraseMemory(QString port);
     void exitApp();
     // What a link says goes to the view as the progress of the running job.
     void recvDataMessage(QString message);
     void recvSettingsMessage(QString message);
+    void recvFirmwareMessage(QString message);
     /// Binds the view's root window: its requests to these slots, these signals to its functions.
     void init(QQuickWindow *appWindow);
     /// The power-off itself, on the calling thread; also the last act at exit.
@@ -94,6 +101,7 @@ private slots:
     void saveCameraSettingsWorker(QString port, QString date, PSEAConfig cfg);
     void copyFilesWorker(int cardIndex, QString sourceDir, QString targetDir, QString templatePath,
                          QString projectName);
+    void updateFirmwareWorker(QString port, QString filePath);
     int copyVideoFile(QString sourcePath, int cardIndex, int fileIndex, int totalFiles, QDir sourceDirectory,
                       QDir targetDirectory, QString templatePath, QString projectName);
     int copyPhotoFile(QString sourcePath, int cardIndex, int fileIndex, int totalFiles, QDir sourceDirectory,
@@ -103,6 +111,7 @@ private:
     std::unique_ptr<MediaImport> mediaImport(int cardIndex, const QString &sourceDir,
                                              const QString &targetDir, const QString &templatePath,
                                              const QString &projectName);
+    [[nodiscard]] ProgressReport cardReport(int cardIndex);
     [[nodiscard]] ControllerRequest dataRequest(const QString &port);
     [[nodiscard]] ControllerRequest settingsRequest(const QString &port);
     void countFinishedCard(const QString &targetDir);

@@ -71,7 +71,8 @@ private:
     [[nodiscard]] QStringList listFiles(const QDir &folder) const;
     void copyListed(const QString &path, int position, int totalFiles, Counts *counts);
     int copyTake(const QString &sourcePath, TakeNames *names);
-    [[nodiscard]] int checkSizes(const QString &sourcePath, const QString &copyPath, int fileIndex, int totalFiles) const;
+    [[nodiscard]] int checkSizes(const QString &sourcePath, const QString &copyPath, int fileIndex,
+                                 int totalFiles) const;
     void placePicture(const QString &videoPath);
     void writeProject(const ImportProjects::Writer &writer, const QString &takePath) const;
     bool finish(const Counts &counts);

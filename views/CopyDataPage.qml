@@ -15,6 +15,7 @@ FormPage {
     property alias folder: folderRow.text
     property alias projectName: projectRow.text
 
+    signal chooseDestinationClicked()
     signal refreshDevicesClicked()
     signal copyDataClicked()
     signal eraseMemoryClicked()
@@ -40,7 +41,7 @@ FormPage {
 
         label: "Folder"
         fieldName: "destinationDataText"
-        RowButton { text: "..."; row: folderRow; enabled: false }
+        RowButton { text: "..."; row: folderRow; onClicked: root.chooseDestinationClicked() }
     }
     TextRow { id: projectRow; label: "Project Name"; fieldName: "projectNameDataText" }
     HalfButton {

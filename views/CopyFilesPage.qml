@@ -10,6 +10,7 @@ FormPage {
     required property var drives
     required property var templates
     required property bool readyToCopyFiles
+    required property bool readyToEraseCards
     required property string anglesText
 
     property alias card1Index: card1Row.currentIndex
@@ -19,6 +20,12 @@ FormPage {
     property alias folder: folderRow.text
     property alias projectName: projectRow.text
 
+    /// The "..." button of card 1, 2 or 3.
+    signal chooseSourceClicked(int cardNumber)
+    signal chooseDestinationClicked()
+    signal chooseTemplateClicked()
+    signal changeAnglesClicked()
+    signal eraseCardsClicked()
     signal refreshCardsClicked()
     signal refreshTemplatesClicked()
     signal copyFilesClicked()
@@ -39,7 +46,7 @@ FormPage {
         label: "Card 1"
         comboName: "card1Combo"
         choices: root.drives
-        RowButton { text: "..."; row: card1Row; enabled: false }
+        RowButton { text: "..."; row: card1Row; onClicked: root.chooseSourceClicked(1) }
     }
     ChoiceRow {
         id: card2Row
@@ -47,7 +54,7 @@ FormPage {
         label: "Card 2"
         comboName: "card2Combo"
         choices: root.drives
-        RowButton { text: "..."; row: card2Row; enabled: false }
+        RowButton { text: "..."; row: card2Row; onClicked: root.chooseSourceClicked(2) }
     }
     ChoiceRow {
         id: card3Row
@@ -55,10 +62,15 @@ FormPage {
         label: "Card 3"
         comboName: "card3Combo"
         choices: root.drives
-        RowButton { text: "..."; row: card3Row; enabled: false }
+        RowButton { text: "..."; row: card3Row; onClicked: root.chooseSourceClicked(3) }
     }
     HalfButton { objectName: "refreshCardsButton"; text: "Refresh Cards"; onClicked: root.refreshCardsClicked() }
-    HalfButton { objectName: "eraseCardsButton"; text: "Erase Cards"; enabled: false }
+    HalfButton {
+        objectName: "eraseCardsButton"
+        text: "Erase Cards"
+        enabled: root.readyToEraseCards
+        onClicked: root.eraseCardsClicked()
+    }
 
     Heading { text: "Destination:" }
     TextRow {
@@ -67,7 +79,7 @@ FormPage {
         label: "Folder"
         fieldName: "destinationFilesText"
         onTyped: root.folderTyped()
-        RowButton { text: "..."; row: folderRow; enabled: false }
+        RowButton { text: "..."; row: folderRow; onClicked: root.chooseDestinationClicked() }
     }
     TextRow {
         id: projectRow
@@ -87,7 +99,7 @@ FormPage {
             Layout.fillWidth: true
             text: root.anglesText
         }
-        RowButton { text: "Change"; row: anglesRow; enabled: false }
+        RowButton { text: "Change"; row: anglesRow; onClicked: root.changeAnglesClicked() }
     }
     ChoiceRow {
         id: templateRow
@@ -95,7 +107,7 @@ FormPage {
         label: "Template"
         comboName: "templateCombo"
         choices: root.templates
-        RowButton { text: "..."; row: templateRow; enabled: false }
+        RowButton { text: "..."; row: templateRow; onClicked: root.chooseTemplateClicked() }
     }
     HalfButton { objectName: "refreshTemplatesButton"; text: "Refresh Templates"; onClicked: root.refreshTemplatesClicked() }
     HalfButton {

@@ -13,9 +13,12 @@ ApplicationWindow {
     property var devices: []
     property var templates: []
     property var settings: ({})
+    /// Where calibrations come from unless the settings name another service.
+    readonly property string calibrationUrl: "https://calibration.kelpora.example"
 
     signal copyFiles(string dir1, string dir2, string dir3, string targetDir, string templatePath, string projectName)
     signal copyData(string port, string targetDir, string projectName)
+    signal eraseCards(string dir1, string dir2, string dir3, bool eraseCards, bool createSyncConfig)
     signal readCameraSettings(string port)
     signal saveCameraSettings(string port, string date, int recLedOn, double loggingInterval, double timelapseInterval, double timelapseTimeout, int e1FirmwareVersion)
     signal resetCameraSettings(string port)
@@ -31,6 +34,11 @@ ApplicationWindow {
             && copyFilesPage.card3Index >= 0 && copyFilesPage.folder !== ""
     }
 
+    function readyToEraseCards() {
+        return !root.cardCopying() && (copyFilesPage.card1Index >= 0 || copyFilesPage.card2Index >= 0
+                                       || copyFilesPage.card3Index >= 0)
+    }
+
     function readyToCopyData() {
         return root.readyToEraseMemory() && copyDataPage.folder !== ""
     }
@@ -41,6 +49,10 @@ ApplicationWindow {
 
     function readyToReadSettings() {
         return !root.dataCopying && settingsPage.deviceIndex >= 0
+    }
+
+    function readyToUpdateFirmware() {
+        return root.readyToReadSettings()
     }
 
     function readyToSaveCameraSettings() {
@@ -138,6 +150,76 @@ ApplicationWindow {
 
     function loadStitchSettings() {
         root.settings = appController.getSettings()
+        if (stitchLoader.item)
+            stitchLoader.item.show(root.settings)
+    }
+
+    function saveStitchSettings() {
+        stitchLoader.item.store(root.settings)
+        appController.updateSettings(root.settings)
+        root.loadStitchSettings()
+    }
+
+    function changeAnglesClicked() {
+        stitchLoader.active = true
+        root.loadStitchSettings()
+        stitchLoader.item.open()
+    }
+
+    function downloadStitchSettings() {
+        const serial = root.settings["Serialnumber"]
+        if (!serial)
+            return
+        console.info("Downloading settings for " + serial)
+        const request = new XMLHttpRequest()
+        request.onreadystatechange = () => {
+            if (request.readyState === XMLHttpRequest.DONE)
+                root.takeStitchSettings(request.responseText)
+        }
+        const service = root.settings["CalibrationUrl"] || root.calibrationUrl
+        request.open("GET", service + "/api/v1/kelpora360/calibration/" + encodeURIComponent(serial))
+        request.send()
+    }
+
+    /// Takes the calibration service's answer: what it sends is saved at once, what it says is shown.
+    function takeStitchSettings(text) {
+        console.info("Response: " + text)
+        let response
+        try {
+            response = JSON.parse(text)
+        } catch (error) {
+            console.warn("The calibration service's answer can't be read: " + error.message)
+            return
+        }
+        if (response === null || typeof response !== "object") {
+            console.warn("The calibration service's answer is no object.")
+            return
+        }
+        const data = response.data
+        if (response.success === true && response.data !== null && typeof response.data === "object") {
+            stitchLoader.item.showCalibration(response.data)
+            root.saveStitchSettings()
+        }
+        messagePopup.text = response.message === undefined ? "" : String(response.message)
+        messagePopup.open()
+    }
+
+    /// Puts a folder chosen by hand at the top of every card's list; the card that asked for it selects it, the
+    /// others keep their choice.
+    function addSource(cardNumber, path) {
+        const chosen = [copyFilesPage.card1Index, copyFilesPage.card2Index, copyFilesPage.card3Index]
+            .map((index, card) => card + 1 === cardNumber ? 0 : index + 1)
+        root.drives = [{ "key": path, "value": path }].concat(root.drives)
+        driveModel.insert(0, { "key": path, "text": path + " (" + path + ")" })
+        copyFilesPage.card1Index = chosen[0]
+        copyFilesPage.card2Index = chosen[1]
+        copyFilesPage.card3Index = chosen[2]
+    }
+
+    function addTemplate(path) {
+        root.templates = [{ "key": path, "value": path }].concat(root.templates)
+        templateModel.insert(0, { "key": path, "text": path })
+        copyFilesPage.templateIndex = 0
     }
 
     function copyFilesClicked() {
@@ -152,6 +234,15 @@ ApplicationWindow {
                        copyFilesPage.folder,
                        root.keyAt(root.templates, copyFilesPage.templateIndex),
                        copyFilesPage.projectName)
+    }
+
+    function eraseCardsClicked(erase, createSyncConfig) {
+        if (!root.readyToEraseCards())
+            return
+        root.eraseCards(root.keyAt(root.drives, copyFilesPage.card1Index),
+                        root.keyAt(root.drives, copyFilesPage.card2Index),
+                        root.keyAt(root.drives, copyFilesPage.card3Index),
+                        erase, createSyncConfig)
     }
 
     function copyDataClicked() {
@@ -216,6 +307,10 @@ ApplicationWindow {
         root.showControllerProgress(settingsPage, from, to, value, text)
     }
 
+    function updateFirmwareProgress(from, to, value, text) {
+        root.showControllerProgress(settingsPage, from, to, value, text)
+    }
+
     function updateCameraSettings(firmware, battery, date, recLedOn, loggingInterval, timelapseInterval, timelapseTimeout, e1FirmwareVersion) {
         root.dataCopying = false
         settingsPage.firmware = firmware
@@ -272,8 +367,20 @@ ApplicationWindow {
             drives: driveModel
             templates: templateModel
             readyToCopyFiles: root.readyToCopyFiles()
+            readyToEraseCards: root.readyToEraseCards()
             anglesText: root.settings["OverwriteAngles"] ? "Overwrite camera angles in template."
                                                          : "Use camera angles from template."
+            onChooseSourceClicked: {
+                sourceChooser.cardNumber = cardNumber
+                sourceChooser.open()
+            }
+            onChooseDestinationClicked: {
+                destinationChooser.forFiles = true
+                destinationChooser.open()
+            }
+            onChooseTemplateClicked: templateChooser.open()
+            onChangeAnglesClicked: root.changeAnglesClicked()
+            onEraseCardsClicked: eraseCardsPopup.open()
             onRefreshCardsClicked: root.refreshDrives()
             onRefreshTemplatesClicked: root.loadTemplates()
             onCopyFilesClicked: root.copyFilesClicked()
@@ -288,6 +395,10 @@ ApplicationWindow {
             connected: root.readyToReadSettings()
             readyToCopyData: root.readyToCopyData()
             readyToEraseMemory: root.readyToEraseMemory()
+            onChooseDestinationClicked: {
+                destinationChooser.forFiles = false
+                destinationChooser.open()
+            }
             onRefreshDevicesClicked: root.refreshDevices()
             onCopyDataClicked: root.copyDataClicked()
             onEraseMemoryClicked: eraseMemoryPopup.open()
@@ -345,6 +456,78 @@ ApplicationWindow {
         id: waitPopup
 
         objectName: "waitPopup"
+    }
+
+    EraseCardsPopup {
+        id: eraseCardsPopup
+
+        objectName: "eraseCardsPopup"
+        onAnswered: root.eraseCardsClicked(erase, createSyncConfig)
+    }
+
+    // Loaded when first opened: its fields would double the time that the window takes to appear.
+    Loader {
+        id: stitchLoader
+
+        active: false
+        sourceComponent: StitchPopup {
+            objectName: "stitchPopup"
+            onDownloadClicked: {
+                root.settings["Serialnumber"] = serialnumber
+                root.downloadStitchSettings()
+            }
+            onResetClicked: root.loadStitchSettings()
+            onSaveClicked: root.saveStitchSettings()
+        }
+    }
+
+    Chooser {
+        id: sourceChooser
+
+        property int cardNumber: 0
+
+        objectName: "sourceChooser"
+        title: "Choose a directory"
+        startsIn: "desktop"
+        selectFolder: true
+        onChosen: root.addSource(sourceChooser.cardNumber, path)
+    }
+
+    Chooser {
+        id: destinationChooser
+
+        /// Opened from the page "Copy Files", which shares its folder with the other page.
+        property bool forFiles: true
+
+        objectName: "destinationChooser"
+        title: "Choose the target directory"
+        startsIn: "movies"
+        selectFolder: true
+        onChosen: {
+            if (destinationChooser.forFiles)
+                copyFilesPage.folder = path
+            copyDataPage.folder = path
+        }
+    }
+
+    Chooser {
+        id: templateChooser
+
+        objectName: "templateChooser"
+        title: "Select a stitching template"
+        startsIn: "movies"
+        nameFilters: ["Autopano Project Template (*.kava)"]
+        onChosen: root.addTemplate(path)
+    }
+
+    Chooser {
+        id: firmwareChooser
+
+        objectName: "firmwareChooser"
+        title: "Please select the new firmware file"
+        startsIn: "documents"
+        nameFilters: ["Kelpora Firmware (*.hex)"]
+        onChosen: appController.updateFirmware(root.getSelectedSettingsDeviceName(), path)
     }
 
     EraseMemoryPopup {

@@ -1,0 +1,114 @@
+#include "cards/cardpreparation.h"
+
+#include "cards/platformcopy.h"
+#include "cards/platformerase.h"
+
+#include <QDebug>
+#include <QDir>
+#include <QException>
+#include <QFile>
+
+#include <utility>
+
+namespace {
+
+const QString configFolder = QStringLiteral("MISC");
+const QString labelFile = QStringLiteral("AutoRun.inf");
+
+/// Opens a file for reading and writing without emptying it; writes `text` at its start. True if it opened.
+bool writeAtStart(const QString &path, const QByteArray &text = {})
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadWrite))
+        return false;
+    file.write(text);
+    return true;
+}
+
+} // namespace
+
+CardPreparation::CardPreparation(int card, QString root, ProgressReport report)
+    : card_(card)
+    , root_(std::move(root))
+    , report_(std::move(report))
+{
+}
+
+void CardPreparation::run(bool erase, bool createSyncConfig)
+{
+    if (root_.isEmpty() || root_ == QLatin1String("/") || root_ == QDir::rootPath()) {
+        log("Invalid directory for card %1 (%2)");
+        report_({0, 2, 2, QStringLiteral("Invalid directory")});
+        return;
+    }
+    QString status = QStringLiteral("No action");
+    if (erase) {
+        report_({0, 2, 1, QStringLiteral("Erasing")});
+        eraseCard();
+        status = QStringLiteral("Erased");
+        log("Erased card %1 (%2)");
+    }
+    if (createSyncConfig) {
+        report_({0, 2, 2, QStringLiteral("Creating config")});
+        writeSyncConfig();
+        status = erase ? status + QStringLiteral(" and prepared.") : QStringLiteral("Prepared.");
+        log("Created config file on card %1 (%2)");
+    }
+    writeMarkers();
+    // The card may be pulled as soon as it says that it is ready.
+    static_cast<void>(flushToDisk({QDir(root_).filePath(labelFile)}, StopFlag()));
+    report_({0, 2, 2, status});
+}
+
+void CardPreparation::eraseCard() const
+{
+    emptyFolder(root_);
+    const QDir root(root_);
+    const QStringList folders = {
+        QStringLiteral("DCIM"),
+        configFolder,
+        QStringLiteral("360_0%1").arg(card_),
+        QStringLiteral(".disable_osx_metadata"),
+        QStringLiteral(".metadata_never_index"),
+    };
+    for (const QString &folder : folders)
+        root.rmdir(folder);
+}
+
+void CardPreparation::writeSyncConfig() const
+{
+    const QDir root(root_);
+    if (!root.exists(configFolder))
+        root.mkdir(configFolder);
+    const QString path = QDir(root.filePath(configFolder)).filePath(QStringLiteral("cfg"));
+    writeAtStart(path, "multi.auto_ena=1\nrecord.tl_enable=0\n");
+    QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::ReadUser | QFileDevice::ReadGroup |
+                                    QFileDevice::ReadOther);
+}
+
+void CardPreparation::writeMarkers() const
+{
+    const QDir root(root_);
+    if (writeAtStart(root.filePath(QStringLiteral("360_0%1").arg(card_))))
+        log("Created index file on card %1 (%2)");
+    try {
+        if (writeAtStart(root.filePath(QStringLiteral(".disable_osx_metadata"))))
+            log("Created disable_osx_metadata file on card %1 (%2)");
+        if (writeAtStart(root.filePath(QStringLiteral(".metadata_never_index"))))
+            log("Created metadata_never_index file on card %1 (%2)");
+    } catch (const QException &error) {
+        qInfo().noquote() << QStringLiteral("Exception working on card %1 (%2): ").arg(card_).arg(root_) +
+                                 QString::fromLocal8Bit(error.what());
+    }
+    const QString label = QStringLiteral("[autorun]\r\nlabel=360_0%1\r\n\r\n[Content]\r\n"
+                                         "MusicFiles=0\r\nPictureFiles=0\r\nVideoFiles=0")
+                              .arg(card_);
+    if (writeAtStart(root.filePath(labelFile), label.toUtf8()))
+        log("Created AutoRun file on card %1 (%2)");
+}
+
+/// Logs `text` with %1 filled by the card's number and %2 by its folder.
+void CardPreparation::log(const char *text) const
+{
+    qInfo().noquote() << QString::fromLatin1(text).arg(card_).arg(root_);
+}

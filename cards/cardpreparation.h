@@ -1,0 +1,28 @@
+#pragma once
+
+#include "app/job.h"
+
+#include <QString>
+
+/// Prepares one camera's card for a dive: optionally empties it and writes the cameras' synchronisation
+/// configuration, and always marks it with the files that name its slot and keep computers from indexing it.
+///
+/// Failures of single steps are not reported; every path ends with one final report.
+class CardPreparation
+{
+public:
+    /// `card` is 1 to 3 and `root` the card's root folder, which stays.
+    CardPreparation(int card, QString root, ProgressReport report);
+
+    void run(bool erase, bool createSyncConfig);
+
+private:
+    void eraseCard() const;
+    void writeSyncConfig() const;
+    void writeMarkers() const;
+    void log(const char *text) const;
+
+    int card_;
+    QString root_;
+    ProgressReport report_;
+};

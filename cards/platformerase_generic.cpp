@@ -1,0 +1,17 @@
+#include "cards/platformerase.h"
+
+#include <QDir>
+#include <QFile>
+
+void emptyFolder(const QString &folder)
+{
+    const QDir root(folder);
+    const QFileInfoList entries =
+        root.entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    for (const QFileInfo &entry : entries) {
+        if (entry.isDir() && !entry.isSymLink())
+            QDir(entry.filePath()).removeRecursively();
+        else
+            QFile::remove(entry.filePath());
+    }
+}

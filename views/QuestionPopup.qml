@@ -1,0 +1,54 @@
+import QtQuick 2.15
+import QtQuick.Controls 2.15
+import QtQuick.Layouts 1.15
+
+/// Asks before something is erased: boxes to check, "Erase" and "Cancel". Closes only by its buttons.
+Popup {
+    id: root
+
+    default property alias boxes: boxColumn.data
+
+    signal accepted()
+    signal rejected()
+
+    x: 100
+    y: 100
+    modal: true
+    focus: true
+    closePolicy: Popup.NoAutoClose
+
+    ColumnLayout {
+        spacing: 16
+
+        Label { text: "Please check all that apply:" }
+
+        ColumnLayout {
+            id: boxColumn
+
+            spacing: 0
+        }
+
+        RowLayout {
+            Layout.alignment: Qt.AlignRight
+            spacing: 8
+
+            Button {
+                objectName: root.objectName + "EraseButton"
+                text: "Erase"
+                onClicked: {
+                    root.accepted()
+                    root.close()
+                }
+            }
+            Button {
+                objectName: root.objectName + "CancelButton"
+                text: "Cancel"
+                focus: true
+                onClicked: {
+                    root.rejected()
+                    root.close()
+                }
+            }
+        }
+    }
+}
