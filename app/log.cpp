@@ -31,6 +31,13 @@ QString lineTemplate(QtMsgType type)
     return QStringLiteral("%1 Info: %2");
 }
 
+bool append(const QString &path, const QByteArray &text)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text) &&
+           file.write(text) == text.size();
+}
+
 } // namespace
 
 void AppMessageHandler(QtMsgType type, const QMessageLogContext &context, const QString &message)
@@ -48,9 +55,11 @@ void AppMessageHandler(QtMsgType type, const QMessageLogContext &context, const 
     else
         std::fprintf(stderr, "%s\n", echo.constData());
 
-    QFile file(getLogFilePath());
-    if (file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text))
-        file.write(line.toUtf8() + '\n');
+    const QByteArray entry = line.toUtf8() + '\n';
+    const QString known = knownLogFilePath();
+    // One append for the pair of lines; the path is looked for only when it is unknown or no longer there.
+    if (known.isEmpty() || !append(known, logFilePathLine + entry))
+        append(getLogFilePath(), entry);
 }
 
 void resetLog()

@@ -147,8 +147,13 @@ QString getLogFilePath()
             path = getAppPath() + QLatin1Char('/') + logFileName;
         QFile file(remember(logFilePath, path));
         if (file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text))
-            file.write("Logfile path:\n");
+            file.write(logFilePathLine);
     });
+    return remembered(logFilePath);
+}
+
+QString knownLogFilePath()
+{
     return remembered(logFilePath);
 }
 

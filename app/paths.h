@@ -34,8 +34,14 @@ void setAppPathFromExecutable(const QString &executablePath);
 /// The folder is neither created nor filled.
 [[nodiscard]] QString getTemplateDir();
 
-/// `logFilePath`. Every call appends the line "Logfile path:" to that file.
+/// The line that stands in the log for each time its path was asked for.
+constexpr const char *logFilePathLine = "Logfile path:\n";
+
+/// `logFilePath`. Every call appends logFilePathLine to that file.
 QString getLogFilePath();
+
+/// `logFilePath` as the last call found it; touches no file.
+[[nodiscard]] QString knownLogFilePath();
 
 /// "utilities" beside the application; the application folder itself if there is none.
 [[nodiscard]] QString getUtilitiesDir();
