@@ -79,6 +79,13 @@ public:
         }
     }
 
+    /// The element as if it had no siblings.
+    void writeElementAlone(const QDomElement &element)
+    {
+        writeElement(element, 0);
+        stream_ << '\n';
+    }
+
     void writeText(const char *text) { stream_ << text; }
 
 private:
@@ -145,7 +152,7 @@ QByteArray toPanoXml(const QDomElement &pano)
         XmlWriter writer(&text);
         writer.writeText("<?xml version='1.0' encoding='UTF-8'?>\n");
         if (!pano.isNull())
-            writer.writeNode(pano, 0);
+            writer.writeElementAlone(pano);
     }
     return text;
 }
