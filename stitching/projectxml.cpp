@@ -38,6 +38,35 @@ bool isHarmless(const QString &text)
     return !reader.hasError();
 }
 
+enum class Place
+{
+    Text,
+    Attribute,
+};
+
+/// `text` as QDomNode::save() escapes it, whose time grows with the square of what there is to escape.
+QString escaped(const QString &text, Place place)
+{
+    QString result;
+    result.reserve(text.size());
+    for (const QChar character : text) {
+        const ushort code = character.unicode();
+        if (code == '<')
+            result += QLatin1String("&lt;");
+        else if (code == '&')
+            result += QLatin1String("&amp;");
+        else if (code == '>' && result.endsWith(QLatin1String("]]")))
+            result += QLatin1String("&gt;");
+        else if (place == Place::Attribute && code == '"')
+            result += QLatin1String("&quot;");
+        else if (code == '\r' || (place == Place::Attribute && (code == '\n' || code == '\t')))
+            result += QStringLiteral("&#x%1;").arg(code, 0, 16);
+        else
+            result += character;
+    }
+    return result;
+}
+
 /// Writes nodes in the layout of QDomDocument::toString(1), but for the order of attributes: the DOM keeps
 /// them in a hash whose order changes from process to process.
 class XmlWriter
@@ -74,6 +103,8 @@ public:
                 stream_ << "<!--" << node.nodeValue() << "-->";
             if (!isText(node.nextSibling()))
                 stream_ << '\n';
+        } else if (node.isText() && !node.isCDATASection()) {
+            stream_ << escaped(node.nodeValue(), Place::Text);
         } else {
             save(node);
         }
@@ -102,10 +133,9 @@ private:
         const QDomNamedNodeMap unordered = element.attributes();
         for (int i = 0; i < unordered.count(); ++i)
             attributes.insert(unordered.item(i).nodeName(), unordered.item(i));
-        for (const QDomNode &attribute : qAsConst(attributes)) {
-            stream_ << ' ';
-            save(attribute);
-        }
+        for (const QDomNode &attribute : qAsConst(attributes))
+            stream_ << ' ' << attribute.nodeName() << "=\""
+                    << escaped(attribute.nodeValue(), Place::Attribute) << '"';
         if (!element.hasChildNodes()) {
             stream_ << "/>";
             return;
