@@ -1,0 +1,249 @@
+#include "app/paths.h"
+#include "app/settings.h"
+#include "tests/support/testmain.h"
+#include "tests/support/workspace.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Texts = QMap<QString, QString>;
+
+const QString settingsFile = QStringLiteral("data/Kelpora 360/Kelpora360.ini");
+
+Texts defaults()
+{
+    Texts texts = {
+        {QStringLiteral("Serialnumber"), QStringLiteral("000000")},
+        {QStringLiteral("OverwriteAngles"), QStringLiteral("1")},
+        {QStringLiteral("RadiansAngles"), QStringLiteral("0")},
+        {QStringLiteral("EnableAutoScale"), QStringLiteral("0")},
+        {QStringLiteral("EnableHighDpiScaling"), QStringLiteral("1")},
+        {QStringLiteral("EnableScaleFactor"), QStringLiteral("1")},
+    };
+    for (int camera = 1; camera <= 3; ++camera) {
+        const QString prefix = QStringLiteral("Camera%1").arg(camera);
+        texts.insert(prefix + QStringLiteral("Pitch"), QStringLiteral("0"));
+        texts.insert(prefix + QStringLiteral("Roll"), QStringLiteral("-90"));
+        texts.insert(prefix + QStringLiteral("Yaw"), QStringLiteral("-0"));
+        texts.insert(prefix + QStringLiteral("OffsetX"), QStringLiteral("-20"));
+        texts.insert(prefix + QStringLiteral("OffsetY"), QStringLiteral("0"));
+    }
+    return texts;
+}
+
+/// The map as text; a value that is not text shows as its type.
+Texts texts(const QVariantMap &map)
+{
+    Texts result;
+    for (auto entry = map.cbegin(); entry != map.cend(); ++entry) {
+        const bool isText = entry.value().userType() == QMetaType::QString;
+        result.insert(entry.key(),
+                      isText ? entry.value().toString() : QString::fromLatin1(entry.value().typeName()));
+    }
+    return result;
+}
+
+/// The file read line by line, without Qt's own reader.
+Texts stored(const Workspace &workspace)
+{
+    Texts result;
+    const QList<QByteArray> lines = workspace.read(settingsFile).split('\n');
+    for (const QByteArray &line : lines) {
+        if (line.isEmpty() || line == "[General]")
+            continue;
+        const int mark = line.indexOf('=');
+        result.insert(QString::fromLatin1(line.left(mark)), QString::fromLatin1(line.mid(mark + 1)));
+    }
+    return result;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(Texts)
+
+class TestSettings : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void load_data();
+    void load();
+    void store_data();
+    void store();
+    void textsSurvive_data();
+    void textsSurvive();
+    void handMadeKeyGoesRoundTrip();
+    void fileThatCannotBeWritten();
+    void theFileIsReadAfresh();
+    void workersReadWhileTheViewStores();
+};
+
+void TestSettings::init()
+{
+    QCoreApplication::setApplicationName(QStringLiteral("Kelpora 360"));
+}
+
+void TestSettings::load_data()
+{
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<Texts>("changed");
+
+    QTest::newRow("a missing file gets every default") << QByteArray() << Texts();
+    QTest::newRow("start-up's keys come along")
+        << QByteArray("[General]\nAppVersion=1.8.0\nAppName=Kelpora 360\nScaleFactor=2\n")
+        << Texts{{QStringLiteral("AppVersion"), QStringLiteral("1.8.0")},
+                 {QStringLiteral("AppName"), QStringLiteral("Kelpora 360")},
+                 {QStringLiteral("ScaleFactor"), QStringLiteral("2")}};
+    QTest::newRow("a key that is there keeps its value")
+        << QByteArray("[General]\nCamera1Yaw=15\n")
+        << Texts{{QStringLiteral("Camera1Yaw"), QStringLiteral("15")}};
+    QTest::newRow("a key that is there but empty stays empty")
+        << QByteArray("[General]\nCamera2Roll=\n") << Texts{{QStringLiteral("Camera2Roll"), QString()}};
+    QTest::newRow("keys are told apart by case")
+        << QByteArray("[General]\nserialnumber=5\n")
+        << Texts{{QStringLiteral("serialnumber"), QStringLiteral("5")}};
+    QTest::newRow("an unknown key comes along")
+        << QByteArray("[General]\nByHand=yes\n") << Texts{{QStringLiteral("ByHand"), QStringLiteral("yes")}};
+}
+
+void TestSettings::load()
+{
+    QFETCH(QByteArray, before);
+    QFETCH(Texts, changed);
+
+    const Workspace workspace;
+    if (!before.isEmpty())
+        workspace.write(settingsFile, before);
+    Texts expected = defaults();
+    for (auto entry = changed.cbegin(); entry != changed.cend(); ++entry)
+        expected.insert(entry.key(), entry.value());
+
+    QCOMPARE(texts(loadSettings()), expected);
+    QCOMPARE(stored(workspace), expected);
+}
+
+void TestSettings::store_data()
+{
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<Texts>("map");
+    QTest::addColumn<Texts>("after");
+
+    const QString serial = QStringLiteral("Serialnumber");
+    const QString yaw = QStringLiteral("Camera1Yaw");
+    QTest::newRow("a key that the map lacks stays as it was")
+        << QByteArray("[General]\nSerialnumber=123456\nCamera1Yaw=1\n") << Texts{{yaw, QStringLiteral("2")}}
+        << Texts{{serial, QStringLiteral("123456")}, {yaw, QStringLiteral("2")}};
+    QTest::newRow("a key that the file lacks is added")
+        << QByteArray("[General]\nSerialnumber=123456\n") << Texts{{yaw, QStringLiteral("2")}}
+        << Texts{{serial, QStringLiteral("123456")}, {yaw, QStringLiteral("2")}};
+    QTest::newRow("an empty map changes nothing") << QByteArray("[General]\nSerialnumber=123456\n") << Texts()
+                                                  << Texts{{serial, QStringLiteral("123456")}};
+    QTest::newRow("a missing file is made")
+        << QByteArray() << Texts{{serial, QStringLiteral("7")}} << Texts{{serial, QStringLiteral("7")}};
+}
+
+void TestSettings::store()
+{
+    QFETCH(QByteArray, before);
+    QFETCH(Texts, map);
+    QFETCH(Texts, after);
+
+    const Workspace workspace;
+    if (!before.isEmpty())
+        workspace.write(settingsFile, before);
+    QVariantMap settings;
+    for (auto entry = map.cbegin(); entry != map.cend(); ++entry)
+        settings.insert(entry.key(), entry.value());
+    storeSettings(settings);
+    QCOMPARE(stored(workspace), after);
+}
+
+void TestSettings::textsSurvive_data()
+{
+    QTest::addColumn<QString>("text");
+
+    QTest::newRow("a comma") << QStringLiteral("1,5");
+    QTest::newRow("a semicolon") << QStringLiteral("a;b");
+    QTest::newRow("blanks at both ends") << QStringLiteral(" a ");
+    QTest::newRow("quotes and a backslash") << QStringLiteral("\"a\\b\"");
+    QTest::newRow("an equals sign") << QStringLiteral("a=b");
+    QTest::newRow("an at sign") << QStringLiteral("@Invalid()");
+    QTest::newRow("letters beyond ASCII") << QString::fromUtf8("äöü 中");
+    QTest::newRow("lines") << QStringLiteral("a\nb");
+    QTest::newRow("minus zero") << QStringLiteral("-0");
+    QTest::newRow("no text") << QString();
+}
+
+void TestSettings::textsSurvive()
+{
+    QFETCH(QString, text);
+
+    const Workspace workspace;
+    storeSettings({{QStringLiteral("Serialnumber"), text}});
+    QCOMPARE(loadSettings().value(QStringLiteral("Serialnumber")), QVariant(text));
+}
+
+void TestSettings::handMadeKeyGoesRoundTrip()
+{
+    const Workspace workspace;
+    workspace.write(settingsFile, "[General]\nByHand=yes\n");
+    QVariantMap settings = loadSettings();
+    QCOMPARE(settings.value(QStringLiteral("ByHand")).toString(), QStringLiteral("yes"));
+    QVERIFY(QFile::remove(workspace.path(settingsFile)));
+    storeSettings(settings);
+    QCOMPARE(stored(workspace), texts(settings));
+    QCOMPARE(stored(workspace).value(QStringLiteral("ByHand")), QStringLiteral("yes"));
+}
+
+void TestSettings::fileThatCannotBeWritten()
+{
+    const Workspace workspace;
+    iniFilePath = workspace.write(QStringLiteral("a file"), "x") + QStringLiteral("/Kelpora360.ini");
+    QCOMPARE(texts(loadSettings()), defaults());
+    storeSettings({{QStringLiteral("Serialnumber"), QStringLiteral("7")}});
+    QCOMPARE(texts(loadSettings()), defaults());
+    QCOMPARE(workspace.read(QStringLiteral("a file")), QByteArray("x"));
+}
+
+void TestSettings::theFileIsReadAfresh()
+{
+    const Workspace workspace;
+    QCOMPARE(loadSettings().value(QStringLiteral("Serialnumber")).toString(), QStringLiteral("000000"));
+    workspace.write(settingsFile, "[General]\nSerialnumber=by hand 123\n");
+    QCOMPARE(loadSettings().value(QStringLiteral("Serialnumber")).toString(), QStringLiteral("by hand 123"));
+}
+
+void TestSettings::workersReadWhileTheViewStores()
+{
+    const Workspace workspace;
+    storeSettings(loadSettings());
+    std::atomic<bool> done{false};
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> workers;
+    for (int i = 0; i < 3; ++i) {
+        workers.emplace_back([&] {
+            while (!done) {
+                const QString serial = loadSettings().value(QStringLiteral("Serialnumber")).toString();
+                if (serial != QLatin1String("000000") && serial != QLatin1String("111111"))
+                    ++wrong;
+            }
+        });
+    }
+    for (int i = 0; i < 16; ++i)
+        storeSettings({{QStringLiteral("Serialnumber"), QString(6, QLatin1Char(i % 2 == 0 ? '1' : '0'))}});
+    done = true;
+    for (std::thread &worker : workers)
+        worker.join();
+    QCOMPARE(wrong.load(), 0);
+    QCOMPARE(stored(workspace), defaults());
+}
+
+KELPORA_TEST_MAIN(TestSettings)
+#include "tst_settings.moc"

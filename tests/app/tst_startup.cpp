@@ -1,0 +1,291 @@
+#include "tests/support/testmain.h"
+#include "tests/support/workspace.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QRegularExpression>
+
+namespace {
+
+using Texts = QMap<QString, QString>;
+
+const QString settingsFile = QStringLiteral("data/Kelpora 360/Kelpora360.ini");
+const QString logFile = QStringLiteral("data/Kelpora 360/Kelpora360.log");
+const QString reportFile = QStringLiteral("report");
+constexpr int runTimeoutMs = 60000;
+
+QString program()
+{
+    return QString::fromLocal8Bit(KELPORA360);
+}
+
+/// Runs the program on a screen that nobody sees until its window is closed. Null, or what went wrong.
+QString run(const Workspace &workspace, const QString &executable = program())
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    for (const char *name : {"QT_SCALE_FACTOR", "QT_AUTO_SCREEN_SCALE_FACTOR", "QT_LOGGING_RULES"})
+        environment.remove(QString::fromLatin1(name));
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    environment.insert(QStringLiteral("QT_QUICK_BACKEND"), QStringLiteral("software"));
+    environment.insert(QStringLiteral("QT_PLUGIN_PATH"), QStringLiteral(PROBE_PLUGINS));
+    environment.insert(QStringLiteral("QT_QPA_GENERIC_PLUGINS"), QStringLiteral("startupprobe"));
+    environment.insert(QStringLiteral("STARTUP_REPORT"), workspace.path(reportFile));
+    // Qt warns of one that is missing or open to others.
+    const QString runtime = workspace.makeFolder(QStringLiteral("runtime"));
+    QFile::setPermissions(runtime, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(executable, QStringList());
+    if (!process.waitForFinished(runTimeoutMs)) {
+        process.kill();
+        process.waitForFinished();
+        return QStringLiteral("It did not end: ") + QString::fromLocal8Bit(process.readAll());
+    }
+    if (process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
+        return QStringLiteral("It ended with %1: ").arg(process.exitCode()) +
+               QString::fromLocal8Bit(process.readAll());
+    return {};
+}
+
+Texts pairs(const QByteArray &content)
+{
+    Texts result;
+    const QList<QByteArray> lines = content.split('\n');
+    for (const QByteArray &line : lines) {
+        const int mark = line.indexOf('=');
+        if (mark > 0)
+            result.insert(QString::fromUtf8(line.left(mark)), QString::fromUtf8(line.mid(mark + 1)));
+    }
+    return result;
+}
+
+/// The log's messages without their times; an empty list if it isn't made of pairs of lines.
+QStringList messages(const Workspace &workspace)
+{
+    static const QRegularExpression stamped(
+        QStringLiteral("^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} (.*)$"));
+    QStringList lines = QString::fromUtf8(workspace.read(logFile)).split(QLatin1Char('\n'));
+    if (lines.takeLast() != QString() || lines.size() % 2 != 0)
+        return {};
+    QStringList result;
+    for (int i = 0; i < lines.size(); i += 2) {
+        const QRegularExpressionMatch match = stamped.match(lines.at(i + 1));
+        if (lines.at(i) != QLatin1String("Logfile path:") || !match.hasMatch())
+            return {};
+        result.append(match.captured(1));
+    }
+    return result;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(Texts)
+
+class TestStartup : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void switches_data();
+    void switches();
+    void theLogOfARun();
+    void theSecondRunsLogHoldsNothingOfTheFirst();
+    void otherSettingsAreLeftAlone();
+    void settingsThatCannotBeWritten();
+    void aBundleFindsItsFolder();
+};
+
+void TestStartup::init()
+{
+    if (!QFileInfo(program()).isExecutable())
+        QSKIP("The program is not built.");
+    QCoreApplication::setApplicationName(QStringLiteral("Kelpora 360"));
+}
+
+void TestStartup::switches_data()
+{
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<QString>("autoScale");
+    QTest::addColumn<QString>("scaleFactor");
+    QTest::addColumn<QString>("highDpi");
+    QTest::addColumn<QString>("loggedFactor");
+
+    QTest::newRow("a first run has the defaults") << QByteArray() << "0"
+                                                  << "1"
+                                                  << "1"
+                                                  << "1";
+    QTest::newRow("a factor of the settings is only logged")
+        << QByteArray("[General]\nScaleFactor=2\nEnableScaleFactor=1\n") << "0"
+        << "1"
+        << "1"
+        << "2";
+    QTest::newRow("automatic scaling and the factor together")
+        << QByteArray("[General]\nEnableAutoScale=true\n") << "1"
+        << "1"
+        << "1"
+        << "1";
+    QTest::newRow("automatic scaling alone")
+        << QByteArray("[General]\nEnableAutoScale=1\nEnableScaleFactor=0\n") << "1"
+        << "0"
+        << "1"
+        << "1";
+    QTest::newRow("everything off")
+        << QByteArray("[General]\nEnableAutoScale=0\nEnableScaleFactor=false\nEnableHighDpiScaling=0\n")
+        << "0"
+        << "0"
+        << "0"
+        << "1";
+    QTest::newRow("another version's identity is replaced")
+        << QByteArray("[General]\nAppVersion=1.2.3\nAppName=Other\n") << "0"
+        << "1"
+        << "1"
+        << "1";
+}
+
+void TestStartup::switches()
+{
+    QFETCH(QByteArray, before);
+    QFETCH(QString, autoScale);
+    QFETCH(QString, scaleFactor);
+    QFETCH(QString, highDpi);
+    QFETCH(QString, loggedFactor);
+
+    const Workspace workspace;
+    if (!before.isEmpty())
+        workspace.write(settingsFile, before);
+    QCOMPARE(run(workspace), QString());
+
+    const Texts settings = pairs(workspace.read(settingsFile));
+    QCOMPARE(settings.value(QStringLiteral("EnableAutoScale")), autoScale);
+    QCOMPARE(settings.value(QStringLiteral("EnableScaleFactor")), scaleFactor);
+    QCOMPARE(settings.value(QStringLiteral("EnableHighDpiScaling")), highDpi);
+    QCOMPARE(settings.value(QStringLiteral("AppVersion")), QStringLiteral("1.8.0"));
+    QCOMPARE(settings.value(QStringLiteral("AppName")), QStringLiteral("Kelpora 360"));
+    QCOMPARE(settings.value(QStringLiteral("ScaleFactor")),
+             before.contains("\nScaleFactor=") ? loggedFactor : QString());
+
+    const Texts facts = pairs(workspace.read(reportFile));
+    const QString unset = QStringLiteral("unset");
+    const QString one = QStringLiteral("1");
+    QCOMPARE(facts.value(QStringLiteral("QT_AUTO_SCREEN_SCALE_FACTOR")), autoScale == one ? one : unset);
+    QCOMPARE(facts.value(QStringLiteral("QT_SCALE_FACTOR")), scaleFactor == one ? one : unset);
+    QCOMPARE(facts.value(QStringLiteral("highDpi")), highDpi);
+    QCOMPARE(facts.value(QStringLiteral("name")), QStringLiteral("Kelpora 360"));
+    QCOMPARE(facts.value(QStringLiteral("version")), QStringLiteral("1.8.0"));
+
+    const QStringList log = messages(workspace);
+    QVERIFY(log.contains(QStringLiteral("Info: SettingsScaleFactor: ") + loggedFactor));
+    QVERIFY(log.contains(QStringLiteral("Info: ScaleFactor: 1")));
+    QVERIFY(log.contains(QStringLiteral("Info: CalculatedScaleFactor: 0")));
+}
+
+void TestStartup::theLogOfARun()
+{
+    const Workspace workspace;
+    QCOMPARE(run(workspace), QString());
+    const QStringList log = messages(workspace);
+    QVERIFY2(log.size() > 28, workspace.read(logFile).constData());
+
+    const QString folder = QFileInfo(program()).absolutePath();
+    const QStringList labels = {
+        QStringLiteral("Application start"),
+        QStringLiteral("AppName: \"Kelpora 360\""),
+        QStringLiteral("AppVersion: \"1.8.0\""),
+        QStringLiteral("AppExecutable: \"%1\"").arg(program()),
+        QStringLiteral("AppDirectory: \"%1\"").arg(folder),
+        QStringLiteral("WorkingDirectory: \"%1\"").arg(folder),
+    };
+    for (int i = 0; i < labels.size(); ++i)
+        QCOMPARE(log.at(i), QStringLiteral("Info: ") + labels.at(i));
+    const QStringList facts = {
+        QStringLiteral("CpuArchitecture:"),
+        QStringLiteral("KernelType:"),
+        QStringLiteral("KernelVersion:"),
+        QStringLiteral("OperatingSystem:"),
+        QStringLiteral("PhysicalSizeHeight: 0"),
+        QStringLiteral("PhysicalDpi: 0"),
+        QStringLiteral("LogicalDpi: 0"),
+        QStringLiteral("SizeHeight: 0"),
+        QStringLiteral("GeometryHeight: 0"),
+        QStringLiteral("AvailableSizeHeight: 0"),
+        QStringLiteral("AvailableGeometryHeight: 0"),
+        QStringLiteral("AvailableVirtualGeometryHeight: 0"),
+        QStringLiteral("AvailableVirtualSizeHeight: 0"),
+        QStringLiteral("VirtualGeometryHeight: 0"),
+        QStringLiteral("VirtualSizeHeight: 0"),
+        QStringLiteral("CalculatedScaleFactor: 0"),
+        QStringLiteral("SettingsScaleFactor: 1"),
+        QStringLiteral("ScaleFactor: 1"),
+        QStringLiteral("Updating App path"),
+    };
+    for (int i = 0; i < facts.size(); ++i)
+        QVERIFY2(log.at(labels.size() + i).startsWith(QStringLiteral("Info: ") + facts.at(i)),
+                 qPrintable(log.at(labels.size() + i)));
+
+    const QStringList closing = {
+        QStringLiteral("Info: Shutting down camera ..."),
+        QStringLiteral("Info: No camera connected"),
+        QStringLiteral("Info: Application end"),
+    };
+    QCOMPARE(log.mid(log.size() - closing.size()), closing);
+}
+
+void TestStartup::theSecondRunsLogHoldsNothingOfTheFirst()
+{
+    const Workspace workspace;
+    workspace.write(logFile, "left by an earlier run\n");
+    QCOMPARE(run(workspace), QString());
+    const int first = messages(workspace).size();
+    QVERIFY(!workspace.read(logFile).contains("left by an earlier run"));
+
+    QCOMPARE(run(workspace), QString());
+    const QStringList second = messages(workspace);
+    QCOMPARE(second.size(), first);
+    QCOMPARE(second.count(QStringLiteral("Info: Application start")), 1);
+    QCOMPARE(second.count(QStringLiteral("Info: Application end")), 1);
+}
+
+void TestStartup::otherSettingsAreLeftAlone()
+{
+    const Workspace workspace;
+    workspace.write(settingsFile, "[General]\nByHand=yes\nCamera1Yaw=15\nSerialnumber=123456\n");
+    QCOMPARE(run(workspace), QString());
+    const Texts settings = pairs(workspace.read(settingsFile));
+    QCOMPARE(settings.value(QStringLiteral("ByHand")), QStringLiteral("yes"));
+    QCOMPARE(settings.value(QStringLiteral("Camera1Yaw")), QStringLiteral("15"));
+    QCOMPARE(settings.value(QStringLiteral("Serialnumber")), QStringLiteral("123456"));
+}
+
+void TestStartup::settingsThatCannotBeWritten()
+{
+    const Workspace workspace;
+    workspace.makeFolder(settingsFile);
+    QCOMPARE(run(workspace), QString());
+    const Texts facts = pairs(workspace.read(reportFile));
+    QCOMPARE(facts.value(QStringLiteral("QT_SCALE_FACTOR")), QStringLiteral("1"));
+    QCOMPARE(facts.value(QStringLiteral("highDpi")), QStringLiteral("1"));
+    QCOMPARE(messages(workspace).last(), QStringLiteral("Info: Application end"));
+}
+
+void TestStartup::aBundleFindsItsFolder()
+{
+    const Workspace workspace;
+    const QString folder = workspace.makeFolder(QStringLiteral("Apps/Kelpora 360.app/Contents/MacOS"));
+    const QString executable = folder + QStringLiteral("/kelpora360");
+    QVERIFY(QFile::copy(program(), executable));
+    QCOMPARE(run(workspace, executable), QString());
+    const QStringList log = messages(workspace);
+    QVERIFY(log.contains(QStringLiteral("Info: AppExecutable: \"%1\"").arg(executable)));
+    QVERIFY(log.contains(
+        QStringLiteral("Info: AppDirectory: \"%1\"").arg(workspace.path(QStringLiteral("Apps")))));
+    QVERIFY(log.contains(
+        QStringLiteral("Info: WorkingDirectory: \"%1\"").arg(workspace.path(QStringLiteral("Apps")))));
+}
+
+KELPORA_TEST_MAIN(TestStartup)
+#include "tst_startup.moc"
