@@ -1,0 +1,38 @@
+#pragma once
+
+#include "cards/mediaimport.h"
+
+#include <QStringList>
+
+#include <functional>
+
+/// One card's import with everything written down that it says.
+class ImportRun
+{
+    Q_DISABLE_COPY(ImportRun)
+
+public:
+    explicit ImportRun(ImportRequest request);
+
+    bool run();
+
+    /// The reports as "from to value text".
+    [[nodiscard]] const QStringList &reports() const { return reports_; }
+    /// The reports with which the card has ended, by what the view makes of them: those from 0 to 1, and
+    /// errors.
+    [[nodiscard]] QStringList finalReports() const;
+    /// The calls of the project writers as "video|photo card template take name", each field in brackets.
+    [[nodiscard]] const QStringList &projectCalls() const { return projectCalls_; }
+
+    QString fallbackPicture;                        ///< what the templates folder offers
+    std::function<void(const Progress &)> onReport; ///< called with every report, on the import's thread
+    StopFlag stop;
+
+private:
+    ImportRequest request_;
+    QStringList reports_;
+    QStringList projectCalls_;
+};
+
+/// "from to value text".
+[[nodiscard]] QString reportLine(int from, int to, int value, const QString &text);

@@ -1,0 +1,283 @@
+#include "cards/drives.h"
+#include "tests/support/testmain.h"
+#include "tests/support/workspace.h"
+
+#include <QJsonObject>
+#include <QStorageInfo>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int cardKiB = 1024;
+
+QList<QJsonObject> drives()
+{
+    QList<QJsonObject> objects;
+    const QVariantList list = listDrives();
+    for (const QVariant &drive : list)
+        objects.append(drive.toJsonObject());
+    return objects;
+}
+
+/// The entries whose volume lies in `folder`, in the list's order.
+QList<QJsonObject> drivesBelow(const QString &folder)
+{
+    QList<QJsonObject> below;
+    for (const QJsonObject &drive : drives()) {
+        if (drive.value(QStringLiteral("key")).toString().startsWith(folder + QLatin1Char('/')))
+            below.append(drive);
+    }
+    return below;
+}
+
+QStringList values(const QList<QJsonObject> &entries, const char *member)
+{
+    QStringList texts;
+    for (const QJsonObject &entry : entries)
+        texts.append(entry.value(QLatin1String(member)).toString());
+    return texts;
+}
+
+/// Stands for a card's device: a label is only ever looked up for what is no regular file.
+QString makeDevice(const Workspace &workspace)
+{
+    const QString path = workspace.path(QStringLiteral("sdcard1"));
+    return ::mkfifo(QFile::encodeName(path).constData(), 0600) == 0 ? path : QString();
+}
+
+/// A /dev of the test's own, for as long as it lives, with labels for devices.
+class LabelFolder
+{
+    Q_DISABLE_COPY(LabelFolder)
+
+public:
+    LabelFolder()
+        : dev_(QStringLiteral("/dev"), cardKiB, QStringLiteral("labels"))
+    {
+    }
+
+    [[nodiscard]] const TestVolume &volume() const { return dev_; }
+    [[nodiscard]] static bool add(const QString &label, const QString &device)
+    {
+        const QString folder = QStringLiteral("/dev/disk/by-label/");
+        return QDir().mkpath(folder) && QFile::link(device, folder + label);
+    }
+
+private:
+    TestVolume dev_;
+};
+
+} // namespace
+
+class TestDrives : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void aMountedCardIsListedByPathAndName();
+    void anEntryIsAJsonObjectWithTwoTexts();
+    void withNoCardNothingIsListed();
+    void aWriteProtectedCardIsNotOffered();
+    void aPulledCardIsNotOfferedAnyMore();
+    void theSystemVolumeIsNeverOffered();
+    void theSystemsOrderIsKept();
+    void aLabelIsTheName();
+    void twoCardsWithOneLabelAreTwoEntries();
+    void aVolumeThatDoesNotAnswerIsNotOffered();
+    void theMoviesFolder_data();
+    void theMoviesFolder();
+};
+
+void TestDrives::aMountedCardIsListedByPathAndName()
+{
+    const Workspace workspace;
+    const QString path = workspace.path(QStringLiteral("media/KELPORA 360_1"));
+    const TestVolume card(path, cardKiB);
+    SKIP_UNLESS_MOUNTED(card);
+
+    const QList<QJsonObject> found = drivesBelow(workspace.path());
+    QCOMPARE(values(found, "key"), QStringList{path});
+    // Without a label the name is the path.
+    QCOMPARE(values(found, "value"), QStringList{path});
+}
+
+void TestDrives::anEntryIsAJsonObjectWithTwoTexts()
+{
+    const Workspace workspace;
+    const TestVolume card(workspace.path(QStringLiteral("card")), cardKiB);
+    SKIP_UNLESS_MOUNTED(card);
+
+    const QVariantList list = listDrives();
+    QVERIFY(!list.isEmpty());
+    for (const QVariant &entry : list) {
+        QCOMPARE(entry.userType(), static_cast<int>(QMetaType::QJsonObject));
+        const QJsonObject object = entry.toJsonObject();
+        QCOMPARE(object.keys(), (QStringList{QStringLiteral("key"), QStringLiteral("value")}));
+        QVERIFY(object.value(QStringLiteral("key")).isString());
+        QVERIFY(object.value(QStringLiteral("value")).isString());
+    }
+}
+
+void TestDrives::withNoCardNothingIsListed()
+{
+    const Workspace workspace;
+    workspace.makeFolder(QStringLiteral("media/KELPORA360_1"));
+    QCOMPARE(values(drivesBelow(workspace.path()), "key"), QStringList());
+}
+
+void TestDrives::aWriteProtectedCardIsNotOffered()
+{
+    const Workspace workspace;
+    TestVolume first(workspace.path(QStringLiteral("first")), cardKiB);
+    const TestVolume second(workspace.path(QStringLiteral("second")), cardKiB);
+    SKIP_UNLESS_MOUNTED(first);
+    SKIP_UNLESS_MOUNTED(second);
+    QCOMPARE(drivesBelow(workspace.path()).size(), 2);
+
+    QVERIFY(first.makeReadOnly());
+    QCOMPARE(values(drivesBelow(workspace.path()), "key"),
+             QStringList{workspace.path(QStringLiteral("second"))});
+}
+
+void TestDrives::aPulledCardIsNotOfferedAnyMore()
+{
+    const Workspace workspace;
+    TestVolume card(workspace.path(QStringLiteral("card")), cardKiB);
+    SKIP_UNLESS_MOUNTED(card);
+    QCOMPARE(drivesBelow(workspace.path()).size(), 1);
+
+    QVERIFY(card.pull());
+    QCOMPARE(drivesBelow(workspace.path()).size(), 0);
+}
+
+void TestDrives::theSystemVolumeIsNeverOffered()
+{
+    const QStorageInfo root = QStorageInfo::root();
+    if (!root.isValid() || root.isReadOnly())
+        QSKIP("The system volume is not writable here, so it would not be offered anyhow");
+    QVERIFY(QStorageInfo::mountedVolumes().contains(root));
+    QVERIFY(!values(drives(), "key").contains(root.rootPath()));
+}
+
+void TestDrives::theSystemsOrderIsKept()
+{
+    const Workspace workspace;
+    const TestVolume b(workspace.path(QStringLiteral("b")), cardKiB);
+    const TestVolume c(workspace.path(QStringLiteral("c")), cardKiB);
+    const TestVolume a(workspace.path(QStringLiteral("a")), cardKiB);
+    SKIP_UNLESS_MOUNTED(b);
+    SKIP_UNLESS_MOUNTED(c);
+    SKIP_UNLESS_MOUNTED(a);
+
+    QStringList mounted;
+    const QList<QStorageInfo> volumes = QStorageInfo::mountedVolumes();
+    for (const QStorageInfo &volume : volumes)
+        mounted.append(volume.rootPath());
+    const QStringList listed = values(drives(), "key");
+    QStringList expected = mounted;
+    expected.erase(std::remove_if(expected.begin(), expected.end(),
+                                  [&](const QString &path) { return !listed.contains(path); }),
+                   expected.end());
+    QCOMPARE(listed, expected);
+    QCOMPARE(values(drivesBelow(workspace.path()), "key"),
+             (QStringList{workspace.path(QStringLiteral("b")), workspace.path(QStringLiteral("c")),
+                          workspace.path(QStringLiteral("a"))}));
+}
+
+void TestDrives::aLabelIsTheName()
+{
+    const Workspace workspace;
+    const QString device = makeDevice(workspace);
+    const TestVolume card(workspace.path(QStringLiteral("media/1")), cardKiB, device);
+    const LabelFolder labels;
+    SKIP_UNLESS_MOUNTED(card);
+    SKIP_UNLESS_MOUNTED(labels.volume());
+    QVERIFY(LabelFolder::add(QStringLiteral("KELPORA360_1"), device));
+
+    const QList<QJsonObject> found = drivesBelow(workspace.path());
+    QCOMPARE(values(found, "key"), QStringList{workspace.path(QStringLiteral("media/1"))});
+    QCOMPARE(values(found, "value"), QStringList{QStringLiteral("KELPORA360_1")});
+}
+
+void TestDrives::twoCardsWithOneLabelAreTwoEntries()
+{
+    const Workspace workspace;
+    // A label names one device, so both volumes stand on it.
+    const QString device = makeDevice(workspace);
+    const TestVolume first(workspace.path(QStringLiteral("media/1")), cardKiB, device);
+    const TestVolume second(workspace.path(QStringLiteral("media/2")), cardKiB, device);
+    const LabelFolder labels;
+    SKIP_UNLESS_MOUNTED(first);
+    SKIP_UNLESS_MOUNTED(second);
+    SKIP_UNLESS_MOUNTED(labels.volume());
+    QVERIFY(LabelFolder::add(QStringLiteral("KELPORA360"), device));
+
+    const QList<QJsonObject> found = drivesBelow(workspace.path());
+    QCOMPARE(values(found, "key"), (QStringList{workspace.path(QStringLiteral("media/1")),
+                                                workspace.path(QStringLiteral("media/2"))}));
+    QCOMPARE(values(found, "value"),
+             (QStringList{QStringLiteral("KELPORA360"), QStringLiteral("KELPORA360")}));
+}
+
+void TestDrives::aVolumeThatDoesNotAnswerIsNotOffered()
+{
+    const Workspace workspace;
+    const QString path = workspace.makeFolder(QStringLiteral("dead"));
+    const int connection = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
+    if (connection < 0)
+        QSKIP("This user can't open /dev/fuse");
+    const QByteArray options =
+        "fd=" + QByteArray::number(connection) + ",rootmode=40000,user_id=0,group_id=0";
+    const int mounted = ::mount("dead", QFile::encodeName(path).constData(), "fuse", MS_NODEV | MS_NOSUID,
+                                options.constData());
+    const int reason = errno;
+    // Nobody serves the volume from here on: every question to it fails.
+    ::close(connection);
+    if (mounted != 0)
+        QSKIP(qPrintable(QStringLiteral("This machine does not allow the mount: ") +
+                         QString::fromLocal8Bit(std::strerror(reason))));
+
+    const QStorageInfo volume(path);
+    const QList<QJsonObject> found = drivesBelow(workspace.path());
+    bool known = false;
+    const QList<QStorageInfo> volumes = QStorageInfo::mountedVolumes();
+    for (const QStorageInfo &one : volumes)
+        known = known || (one.rootPath() == path && !one.isReady());
+    QVERIFY(::umount2(QFile::encodeName(path).constData(), MNT_DETACH) == 0);
+    QVERIFY(known);
+    QCOMPARE(found.size(), 0);
+}
+
+void TestDrives::theMoviesFolder_data()
+{
+    QTest::addColumn<QByteArray>("userFolders");
+    QTest::addColumn<QString>("expected");
+
+    QTest::newRow("the user's own choice")
+        << QByteArray("XDG_VIDEOS_DIR=\"$HOME/Dives\"\n") << QStringLiteral("home/Dives");
+    QTest::newRow("the platform's default") << QByteArray() << QStringLiteral("home/Videos");
+}
+
+void TestDrives::theMoviesFolder()
+{
+    QFETCH(QByteArray, userFolders);
+    QFETCH(QString, expected);
+    const Workspace workspace;
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(workspace.makeFolder(QStringLiteral("config"))));
+    if (!userFolders.isEmpty())
+        workspace.write(QStringLiteral("config/user-dirs.dirs"), userFolders);
+
+    QCOMPARE(moviesLocation(), workspace.path(expected));
+    QVERIFY(!QFileInfo::exists(workspace.path(expected)));
+    qunsetenv("XDG_CONFIG_HOME");
+}
+
+KELPORA_TEST_MAIN(TestDrives)
+#include "tst_drives.moc"

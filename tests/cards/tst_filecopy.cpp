@@ -1,0 +1,773 @@
+#include "app/job.h"
+#include "cards/filecopy.h"
+#include "tests/cards/importrun.h"
+#include "tests/cards/recordings.h"
+#include "tests/support/testmain.h"
+#include "tests/support/workspace.h"
+
+#include <QDateTime>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QStandardPaths>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <linux/capability.h>
+#include <memory>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+constexpr int mebibyte = 1 << 20;
+
+/// Runs `work` on a thread whose reading and writing is bound by file permissions, also when root runs the
+/// test.
+template <typename Work>
+void withoutPrivileges(const Work &work)
+{
+    std::thread thread([&] {
+        __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+        __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
+        if (::syscall(SYS_capget, &header, data) == 0) {
+            const auto bit = [](unsigned capability) { return 1U << capability; };
+            data[0].effective &= ~(bit(CAP_DAC_OVERRIDE) | bit(CAP_DAC_READ_SEARCH));
+            static_cast<void>(::syscall(SYS_capset, &header, data));
+        }
+        work();
+    });
+    thread.join();
+}
+
+/// One of two processes that copy to one name; both are told to take it at the same moment.
+class Copier
+{
+    Q_DISABLE_COPY(Copier)
+
+public:
+    Copier(const QString &source, const QString &destination)
+    {
+        process_.start(QStringLiteral(CARDCOPY), {QStringLiteral("publish"), source, destination});
+    }
+    [[nodiscard]] bool isStaged()
+    {
+        return process_.waitForReadyRead(30000) && process_.readLine().trimmed() == "staged";
+    }
+    void goOn()
+    {
+        process_.write("\n");
+        process_.waitForBytesWritten(1000);
+    }
+    /// The exit code; -1 if it didn't end by itself.
+    [[nodiscard]] int result()
+    {
+        const bool ended = process_.waitForFinished(30000) && process_.exitStatus() == QProcess::NormalExit;
+        return ended ? process_.exitCode() : -1;
+    }
+
+private:
+    QProcess process_;
+};
+
+/// An exFAT volume, as a camera's card is, in a file.
+class ExfatVolume
+{
+    Q_DISABLE_COPY(ExfatVolume)
+
+public:
+    ExfatVolume(const QString &image, const QString &mountPoint)
+        : mountPoint_(mountPoint)
+    {
+        QDir().mkpath(mountPoint);
+        QFile file(image);
+        if (!file.open(QIODevice::WriteOnly) || !file.resize(qint64{48} << 20) ||
+            !ran(QStringLiteral("mkfs.exfat"), {image}))
+            return;
+        if (!ran(QStringLiteral("losetup"), {QStringLiteral("-f"), QStringLiteral("--show"), image}))
+            return;
+        const QString device = QString::fromLocal8Bit(output_).trimmed();
+        mounted_ = ran(QStringLiteral("mount.exfat-fuse"), {device, mountPoint});
+        // The device goes by itself once the volume is unmounted.
+        static_cast<void>(ran(QStringLiteral("losetup"), {QStringLiteral("-d"), device}));
+    }
+    ~ExfatVolume()
+    {
+        if (mounted_)
+            static_cast<void>(::umount2(QFile::encodeName(mountPoint_).constData(), MNT_DETACH));
+    }
+    [[nodiscard]] bool isMounted() const { return mounted_; }
+    [[nodiscard]] QString why() const
+    {
+        return QStringLiteral("No exFAT volume can be mounted here: ") + why_;
+    }
+
+private:
+    bool ran(const QString &program, const QStringList &arguments)
+    {
+        const QStringList administrators{QStringLiteral("/usr/sbin"), QStringLiteral("/sbin")};
+        QString path = QStandardPaths::findExecutable(program);
+        if (path.isEmpty())
+            path = QStandardPaths::findExecutable(program, administrators);
+        QProcess process;
+        process.setProcessChannelMode(QProcess::SeparateChannels);
+        process.start(path, arguments);
+        const bool good = process.waitForFinished(30000) && process.exitStatus() == QProcess::NormalExit &&
+                          process.exitCode() == 0;
+        output_ = process.readAllStandardOutput();
+        if (!good)
+            why_ = program + QLatin1Char(' ') +
+                   QString::fromLocal8Bit(process.readAllStandardError()).simplified();
+        return good;
+    }
+
+    QString mountPoint_;
+    QString why_;
+    QByteArray output_;
+    bool mounted_ = false;
+};
+
+/// The kinds of volume that a copy goes from and to.
+class Places
+{
+    Q_DISABLE_COPY(Places)
+
+public:
+    explicit Places(const Workspace &workspace)
+        : workspace_(workspace)
+    {
+    }
+
+    /// Empty, with why() set, where it can't be had.
+    [[nodiscard]] QString folder(const QString &kind, const QString &name)
+    {
+        const QString path = workspace_.makeFolder(name);
+        if (kind == QStringLiteral("memory")) {
+            volumes_.push_back(std::make_unique<TestVolume>(path, 64 * 1024));
+            why_ = volumes_.back()->why();
+            return volumes_.back()->isMounted() ? path : QString();
+        }
+        if (kind == QStringLiteral("exfat")) {
+            exfat_.push_back(
+                std::make_unique<ExfatVolume>(workspace_.path(name + QStringLiteral(".image")), path));
+            why_ = exfat_.back()->why();
+            return exfat_.back()->isMounted() ? path : QString();
+        }
+        return path;
+    }
+    [[nodiscard]] const QString &why() const { return why_; }
+
+private:
+    const Workspace &workspace_;
+    std::vector<std::unique_ptr<TestVolume>> volumes_;
+    std::vector<std::unique_ptr<ExfatVolume>> exfat_;
+    QString why_;
+};
+
+/// A file of `size` bytes with data only at the given offsets.
+bool writeSparse(const QString &path, qint64 size, const QMap<qint64, QByteArray> &stretches)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) || !file.resize(size))
+        return false;
+    for (auto stretch = stretches.cbegin(); stretch != stretches.cend(); ++stretch) {
+        if (!file.seek(stretch.key()) || file.write(stretch.value()) != stretch.value().size())
+            return false;
+    }
+    return true;
+}
+
+/// What a file takes up on its volume.
+qint64 allocated(const QString &path)
+{
+    struct stat status = {};
+    return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? qint64{status.st_blocks} * 512 : -1;
+}
+
+} // namespace
+
+class TestFileCopy : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void copies_data();
+    void copies();
+    void sizesAroundThePieces_data();
+    void sizesAroundThePieces();
+    void permissionsAndTimeAreKept_data();
+    void permissionsAndTimeAreKept();
+    void anExistingFileIsNeverOverwritten_data();
+    void anExistingFileIsNeverOverwritten();
+    void nothingIsSeenUnderTheNameBeforePublish();
+    void anUnpublishedCopyLeavesNothing();
+    void afterATakenNameAnotherOneWorks();
+    void anEmptyFile();
+    void holesAreKept_data();
+    void holesAreKept();
+    void aSourceThatCantBeCopied_data();
+    void aSourceThatCantBeCopied();
+    void aSourceWithoutPermission();
+    void aFolderWithoutPermission();
+    void aDestinationFolderThatIsMissing();
+    void aNameThatIsTooLong();
+    void aFullVolume();
+    void aRaisedFlagCopiesNothing();
+    void aFlagRaisedInTheMiddleEndsTheCopyWithinOnePiece();
+    void twoProcessesForOneName_data();
+    void twoProcessesForOneName();
+    void aNameTakenWhileTheContentIsCopied();
+    void twoImportsOfOneCardAtOnce_data();
+    void twoImportsOfOneCardAtOnce();
+};
+
+void TestFileCopy::copies_data()
+{
+    QTest::addColumn<QString>("from");
+    QTest::addColumn<QString>("to");
+    QTest::newRow("disk to disk") << "disk"
+                                  << "disk";
+    QTest::newRow("disk to memory") << "disk"
+                                    << "memory";
+    QTest::newRow("memory to disk") << "memory"
+                                    << "disk";
+    QTest::newRow("memory to memory") << "memory"
+                                      << "memory";
+    QTest::newRow("exFAT to disk") << "exfat"
+                                   << "disk";
+    QTest::newRow("disk to exFAT") << "disk"
+                                   << "exfat";
+    QTest::newRow("exFAT to memory") << "exfat"
+                                     << "memory";
+}
+
+void TestFileCopy::copies()
+{
+    QFETCH(QString, from);
+    QFETCH(QString, to);
+    const Workspace workspace;
+    Places places(workspace);
+    const QString card = places.folder(from, QStringLiteral("card"));
+    if (card.isEmpty())
+        QSKIP(qPrintable(places.why()));
+    const QString target = places.folder(to, QStringLiteral("dst"));
+    if (target.isEmpty())
+        QSKIP(qPrintable(places.why()));
+    const StopFlag stop;
+    for (const int size : {0, 1, 4095, 4096, 4 * mebibyte, 4 * mebibyte + 1, 9 * mebibyte + 777}) {
+        const QString name = QStringLiteral("%1.MOV").arg(size);
+        const QByteArray content = recording(size, static_cast<quint32>(size));
+        const QString source = workspace.write(QStringLiteral("card/") + name, content);
+        QVERIFY(copyNewFile(source, target + QLatin1Char('/') + name, stop) == Publish::Done);
+        QVERIFY(workspace.read(QStringLiteral("dst/") + name) == content);
+        QVERIFY(workspace.read(QStringLiteral("card/") + name) == content);
+        QCOMPARE(filesBelow(target), QStringList{name});
+        QVERIFY(QFile::remove(target + QLatin1Char('/') + name));
+    }
+}
+
+void TestFileCopy::sizesAroundThePieces_data()
+{
+    QTest::addColumn<int>("size");
+    for (const int base : {mebibyte, 4 * mebibyte, 8 * mebibyte, 32 * mebibyte, 36 * mebibyte}) {
+        for (const int more : {-1, 0, 1})
+            QTest::addRow("%d", base + more) << base + more;
+    }
+}
+
+void TestFileCopy::sizesAroundThePieces()
+{
+    QFETCH(int, size);
+    const Workspace workspace;
+    const StopFlag stop;
+    const QString source = workspace.write(QStringLiteral("A.MOV"), recording(size, 5));
+    const QString copy = workspace.path(QStringLiteral("B.MOV"));
+    QVERIFY(copyNewFile(source, copy, stop) == Publish::Done);
+    QVERIFY(sameContent(source, copy));
+}
+
+void TestFileCopy::permissionsAndTimeAreKept_data()
+{
+    QTest::addColumn<uint>("mode");
+    for (const uint mode : {0644U, 0600U, 0444U, 0755U, 0400U, 0666U})
+        QTest::addRow("%o", mode) << mode;
+}
+
+void TestFileCopy::permissionsAndTimeAreKept()
+{
+    QFETCH(uint, mode);
+    const Workspace workspace;
+    const QString source = workspace.write(QStringLiteral("A.MOV"), "video");
+    const QDateTime time(QDate(2001, 2, 3), QTime(4, 5, 6, 789));
+    {
+        QFile file(source);
+        QVERIFY(file.open(QIODevice::ReadWrite) && file.setFileTime(time, QFileDevice::FileModificationTime));
+    }
+    QVERIFY(::chmod(QFile::encodeName(source).constData(), mode) == 0);
+
+    const QString copy = workspace.path(QStringLiteral("B.MOV"));
+    QVERIFY(copyNewFile(source, copy, StopFlag()) == Publish::Done);
+    struct stat status = {};
+    QVERIFY(::stat(QFile::encodeName(copy).constData(), &status) == 0);
+    QCOMPARE(status.st_mode & 07777U, mode);
+    QCOMPARE(QFileInfo(copy).lastModified(), time);
+}
+
+void TestFileCopy::anExistingFileIsNeverOverwritten_data()
+{
+    QTest::addColumn<QString>("kind");
+    for (const char *kind : {"file", "empty file", "folder", "dangling link", "link to a file"})
+        QTest::newRow(kind) << QString::fromLatin1(kind);
+}
+
+void TestFileCopy::anExistingFileIsNeverOverwritten()
+{
+    QFETCH(QString, kind);
+    const Workspace workspace;
+    const QString source = workspace.write(QStringLiteral("A.MOV"), "video");
+    const QString target = workspace.path(QStringLiteral("dst/B.MOV"));
+    workspace.makeFolder(QStringLiteral("dst"));
+    workspace.write(QStringLiteral("other"), "other");
+    if (kind == QStringLiteral("file"))
+        workspace.write(QStringLiteral("dst/B.MOV"), "old");
+    else if (kind == QStringLiteral("empty file"))
+        workspace.write(QStringLiteral("dst/B.MOV"), {});
+    else if (kind == QStringLiteral("folder"))
+        workspace.makeFolder(QStringLiteral("dst/B.MOV"));
+    else
+        QVERIFY(QFile::link(workspace.path(kind == QStringLiteral("dangling link") ? QStringLiteral("none")
+                                                                                   : QStringLiteral("other")),
+                            target));
+    const QMap<QString, QByteArray> before = workspace.tree(QStringLiteral("."));
+
+    QVERIFY(copyNewFile(source, target, StopFlag()) == Publish::Exists);
+    // Also when the name is only found taken at the end.
+    StagedCopy staged(source, workspace.path(QStringLiteral("dst")), StopFlag());
+    QVERIFY(staged.isWhole());
+    QVERIFY(staged.publish(target) == Publish::Exists);
+    QVERIFY(staged.publish(workspace.path(QStringLiteral("dst/C.MOV"))) == Publish::Done);
+
+    QMap<QString, QByteArray> after = workspace.tree(QStringLiteral("."));
+    QCOMPARE(after.take(QStringLiteral("dst/C.MOV")), QByteArray("video"));
+    QCOMPARE(after, before);
+}
+
+void TestFileCopy::nothingIsSeenUnderTheNameBeforePublish()
+{
+    const Workspace workspace;
+    const QString source = workspace.write(QStringLiteral("A.MOV"), recording(100000, 1));
+    const QString target = workspace.makeFolder(QStringLiteral("dst"));
+    StagedCopy copy(source, target, StopFlag());
+    QVERIFY(copy.isWhole());
+    QCOMPARE(filesBelow(target).size(), 1);
+    QCOMPARE(unfinishedBelow(target).size(), 1);
+    QVERIFY(copy.publish(target + QStringLiteral("/B.MOV")) == Publish::Done);
+    QCOMPARE(filesBelow(target), QStringList{QStringLiteral("B.MOV")});
+}
+
+void TestFileCopy::anUnpublishedCopyLeavesNothing()
+{
+    const Workspace workspace;
+    const QString source = workspace.write(QStringLiteral("A.MOV"), recording(100000, 1));
+    const QString target = workspace.makeFolder(QStringLiteral("dst"));
+    {
+        const StagedCopy copy(source, target, StopFlag());
+        QVERIFY(copy.isWhole());
+    }
+    QCOMPARE(filesBelow(target), QStringList());
+}
+
+void TestFileCopy::afterATakenNameAnotherOneWorks()
+{
+    const Workspace workspace;
+    const QString source = workspace.write(QStringLiteral("A.MOV"), recording(100000, 1));
+    for (const char *name : {"0", "1", "2"})
+        workspace.write(QStringLiteral("dst/") + QLatin1String(name), name);
+    StagedCopy copy(source, workspace.path(QStringLiteral("dst")), StopFlag());
+    for (const char *name : {"0", "1", "2"})
+        QVERIFY(copy.publish(workspace.path(QStringLiteral("dst/") + QLatin1String(name))) ==
+                Publish::Exists);
+    QVERIFY(copy.publish(workspace.path(QStringLiteral("dst/3"))) == Publish::Done);
+    QVERIFY(sameContent(source, workspace.path(QStringLiteral("dst/3"))));
+    QCOMPARE(workspace.read(QStringLiteral("dst/1")), QByteArray("1"));
+}
+
+void TestFileCopy::anEmptyFile()
+{
+    const Workspace workspace;
+    const QString source = workspace.write(QStringLiteral("card/A.MOV"), {});
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    QVERIFY(import.run());
+    QCOMPARE(import.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 1/1 videos and 0/0 photos.")});
+    QCOMPARE(QFileInfo(workspace.path(QStringLiteral("dst/A_cam1.MOV"))).size(), 0);
+    QVERIFY(QFileInfo::exists(workspace.path(QStringLiteral("dst/A_cam1.MOV"))));
+}
+
+void TestFileCopy::holesAreKept_data()
+{
+    QTest::addColumn<QString>("from");
+    QTest::addColumn<QString>("to");
+    QTest::addColumn<QVector<qint64>>("offsets");
+    constexpr qint64 gibibyte = qint64{1} << 30;
+    const QVector<qint64> several{0, gibibyte + 12345, 4 * gibibyte - 100000, 5 * gibibyte - 300000};
+    QTest::newRow("disk to disk") << "disk"
+                                  << "disk" << several;
+    QTest::newRow("disk to memory") << "disk"
+                                    << "memory" << several;
+    QTest::newRow("memory to disk") << "memory"
+                                    << "disk" << several;
+    QTest::newRow("nothing but a hole") << "disk"
+                                        << "disk" << QVector<qint64>();
+    QTest::newRow("a hole at the beginning and the end") << "disk"
+                                                         << "memory" << QVector<qint64>{2 * gibibyte};
+}
+
+void TestFileCopy::holesAreKept()
+{
+    QFETCH(QString, from);
+    QFETCH(QString, to);
+    QFETCH(QVector<qint64>, offsets);
+    constexpr qint64 size = qint64{5} << 30;
+    const Workspace workspace;
+    Places places(workspace);
+    const QString card = places.folder(from, QStringLiteral("card"));
+    const QString target = card.isEmpty() ? QString() : places.folder(to, QStringLiteral("dst"));
+    if (target.isEmpty())
+        QSKIP(qPrintable(places.why()));
+
+    QMap<qint64, QByteArray> stretches;
+    for (const qint64 offset : qAsConst(offsets))
+        stretches.insert(offset, recording(300000, static_cast<quint32>(stretches.size() + 1)));
+    const QString source = card + QStringLiteral("/LONG.MOV");
+    QVERIFY(writeSparse(source, size, stretches));
+    if (allocated(source) > qint64{64} << 20)
+        QSKIP("This volume keeps no holes");
+
+    const QString path = target + QStringLiteral("/LONG.MOV");
+    QVERIFY(copyNewFile(source, path, StopFlag()) == Publish::Done);
+    QCOMPARE(QFileInfo(path).size(), size);
+    // File systems round stretches to blocks and pages of their own.
+    constexpr qint64 rounding = qint64{1} << 20;
+    QVERIFY2(allocated(path) <= allocated(source) + rounding, qPrintable(QString::number(allocated(path))));
+    QFile copy(path);
+    QVERIFY(copy.open(QIODevice::ReadOnly | QIODevice::Unbuffered));
+    for (auto stretch = stretches.cbegin(); stretch != stretches.cend(); ++stretch) {
+        QVERIFY(copy.seek(stretch.key()));
+        QVERIFY(copy.read(stretch.value().size()) == stretch.value());
+    }
+    // Where the copy has data, the source has it too; so all the rest is zero in both.
+    const int file = copy.handle();
+    QFile original(source);
+    QVERIFY(original.open(QIODevice::ReadOnly | QIODevice::Unbuffered));
+    for (off_t data = ::lseek(file, 0, SEEK_DATA); data >= 0;) {
+        const off_t end = ::lseek(file, data, SEEK_HOLE);
+        QVERIFY(copy.seek(data) && original.seek(data));
+        QVERIFY(copy.read(end - data) == original.read(end - data));
+        data = ::lseek(file, end, SEEK_DATA);
+    }
+}
+
+void TestFileCopy::aSourceThatCantBeCopied_data()
+{
+    QTest::addColumn<QString>("source");
+    QTest::newRow("one that isn't there") << "nothing";
+    QTest::newRow("no name") << "";
+    QTest::newRow("a folder") << "folder";
+    QTest::newRow("a pipe without a writer") << "pipe";
+    QTest::newRow("a link to a pipe") << "link to pipe";
+    QTest::newRow("a link to itself") << "loop";
+    QTest::newRow("an endless device") << "/dev/zero";
+    QTest::newRow("a read error") << "/proc/self/mem";
+}
+
+void TestFileCopy::aSourceThatCantBeCopied()
+{
+    QFETCH(QString, source);
+    const Workspace workspace;
+    workspace.makeFolder(QStringLiteral("folder"));
+    const QString pipe = workspace.path(QStringLiteral("pipe"));
+    QVERIFY(::mkfifo(QFile::encodeName(pipe).constData(), 0600) == 0);
+    QVERIFY(QFile::link(pipe, workspace.path(QStringLiteral("link to pipe"))));
+    QVERIFY(QFile::link(workspace.path(QStringLiteral("loop")), workspace.path(QStringLiteral("loop"))));
+    const QString target = workspace.makeFolder(QStringLiteral("dst"));
+    if (!source.isEmpty() && !source.startsWith(QLatin1Char('/')))
+        source = workspace.path(source);
+
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(copyNewFile(source, target + QStringLiteral("/B.MOV"), StopFlag()) == Publish::Failed);
+    QVERIFY(timer.elapsed() < 5000);
+    QCOMPARE(filesBelow(target), QStringList());
+}
+
+void TestFileCopy::aSourceWithoutPermission()
+{
+    const Workspace workspace;
+    const QString card = workspace.makeFolder(QStringLiteral("card"));
+    workspace.write(QStringLiteral("card/A.MOV"), "good");
+    const QString secret = workspace.write(QStringLiteral("card/B.MOV"), "secret");
+    QVERIFY(::chmod(QFile::encodeName(secret).constData(), 0) == 0);
+
+    bool readable = true;
+    bool ended = false;
+    Publish result = Publish::Done;
+    ImportRun import({1, card, workspace.path(QStringLiteral("dst")), {}, {}});
+    withoutPrivileges([&] {
+        QFile file(secret);
+        readable = file.open(QIODevice::ReadOnly);
+        result = copyNewFile(secret, workspace.path(QStringLiteral("C.MOV")), StopFlag());
+        ended = import.run();
+    });
+    if (readable)
+        QSKIP("This user may read every file");
+    QVERIFY(result == Publish::Failed);
+    QVERIFY(!QFileInfo::exists(workspace.path(QStringLiteral("C.MOV"))));
+    QVERIFY(ended);
+    QCOMPARE(import.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 1/2 videos and 0/0 photos.")});
+    QCOMPARE(workspace.tree(QStringLiteral("dst")),
+             (QMap<QString, QByteArray>{{QStringLiteral("A_cam1.MOV"), QByteArray("good")}}));
+    QVERIFY(::chmod(QFile::encodeName(secret).constData(), 0600) == 0);
+    QCOMPARE(workspace.read(QStringLiteral("card/B.MOV")), QByteArray("secret"));
+}
+
+void TestFileCopy::aFolderWithoutPermission()
+{
+    const Workspace workspace;
+    const QString source = workspace.write(QStringLiteral("A.MOV"), "video");
+    const QString target = workspace.makeFolder(QStringLiteral("dst"));
+    QVERIFY(::chmod(QFile::encodeName(target).constData(), 0555) == 0);
+
+    bool writable = true;
+    Publish result = Publish::Done;
+    withoutPrivileges([&] {
+        QFile probe(target + QStringLiteral("/probe"));
+        writable = probe.open(QIODevice::WriteOnly);
+        result = copyNewFile(source, target + QStringLiteral("/B.MOV"), StopFlag());
+    });
+    QVERIFY(::chmod(QFile::encodeName(target).constData(), 0755) == 0);
+    if (writable)
+        QSKIP("This user may write everywhere");
+    QVERIFY(result == Publish::Failed);
+    QCOMPARE(filesBelow(target), QStringList());
+}
+
+void TestFileCopy::aDestinationFolderThatIsMissing()
+{
+    const Workspace workspace;
+    const QString source = workspace.write(QStringLiteral("A.MOV"), "video");
+    QVERIFY(copyNewFile(source, workspace.path(QStringLiteral("missing/B.MOV")), StopFlag()) ==
+            Publish::Failed);
+    QCOMPARE(filesBelow(workspace.path()), QStringList{QStringLiteral("A.MOV")});
+}
+
+void TestFileCopy::aNameThatIsTooLong()
+{
+    const Workspace workspace;
+    const QString source = workspace.write(QStringLiteral("A.MOV"), "video");
+    QVERIFY(copyNewFile(source, workspace.path(QString(300, QLatin1Char('x'))), StopFlag()) ==
+            Publish::Failed);
+    QCOMPARE(filesBelow(workspace.path()), QStringList{QStringLiteral("A.MOV")});
+}
+
+void TestFileCopy::aFullVolume()
+{
+    const Workspace workspace;
+    const QString source = workspace.write(QStringLiteral("A.MOV"), recording(3 * mebibyte, 1));
+    const TestVolume volume(workspace.path(QStringLiteral("dst")), 2048);
+    SKIP_UNLESS_MOUNTED(volume);
+    QVERIFY(copyNewFile(source, workspace.path(QStringLiteral("dst/B.MOV")), StopFlag()) == Publish::Failed);
+    QCOMPARE(filesBelow(workspace.path(QStringLiteral("dst"))), QStringList());
+    // The room is there again.
+    const QString small = workspace.write(QStringLiteral("B.MOV"), recording(2 * mebibyte - 65536, 2));
+    QVERIFY(copyNewFile(small, workspace.path(QStringLiteral("dst/B.MOV")), StopFlag()) == Publish::Done);
+    QVERIFY(sameContent(small, workspace.path(QStringLiteral("dst/B.MOV"))));
+}
+
+void TestFileCopy::aRaisedFlagCopiesNothing()
+{
+    const Workspace workspace;
+    const QString source = workspace.write(QStringLiteral("A.MOV"), "video");
+    StopFlag stop;
+    stop.raise();
+    QVERIFY(copyNewFile(source, workspace.path(QStringLiteral("B.MOV")), stop) == Publish::Failed);
+    QCOMPARE(filesBelow(workspace.path()), QStringList{QStringLiteral("A.MOV")});
+}
+
+void TestFileCopy::aFlagRaisedInTheMiddleEndsTheCopyWithinOnePiece()
+{
+    const Workspace workspace;
+    const qint64 size = qint64{192} * mebibyte;
+    {
+        QFile source(workspace.path(QStringLiteral("A.MOV")));
+        QVERIFY(source.open(QIODevice::WriteOnly));
+        const QByteArray piece = recording(mebibyte, 1);
+        for (qint64 written = 0; written < size; written += piece.size())
+            QCOMPARE(source.write(piece), static_cast<qint64>(piece.size()));
+    }
+    const QString target = workspace.makeFolder(QStringLiteral("dst"));
+    StopFlag stop;
+    std::atomic<bool> ended{false};
+    qint64 sizeAtStop = -1;
+    int held = -1;
+    std::thread watcher([&] {
+        const auto sizeOf = [](int file) {
+            struct stat status = {};
+            return ::fstat(file, &status) == 0 ? qint64{status.st_size} : -1;
+        };
+        while (!ended && held < 0) {
+            const QStringList files = unfinishedBelow(target);
+            if (!files.isEmpty())
+                held = ::open(QFile::encodeName(target + QLatin1Char('/') + files.first()).constData(),
+                              O_RDONLY | O_CLOEXEC);
+        }
+        while (!ended && sizeOf(held) < 16 * mebibyte)
+            std::this_thread::yield();
+        stop.raise();
+        sizeAtStop = sizeOf(held);
+    });
+    bool whole = true;
+    Publish result = Publish::Done;
+    {
+        StagedCopy copy(workspace.path(QStringLiteral("A.MOV")), target, stop);
+        ended = true;
+        watcher.join();
+        whole = copy.isWhole();
+        result = copy.publish(target + QStringLiteral("/B.MOV"));
+    }
+    struct stat status = {};
+    QVERIFY(held >= 0 && ::fstat(held, &status) == 0);
+    ::close(held);
+    QVERIFY(!whole);
+    QVERIFY(result == Publish::Failed);
+    QVERIFY2(status.st_size - sizeAtStop <= 4 * mebibyte && status.st_size < size,
+             qPrintable(QStringLiteral("%1 %2").arg(sizeAtStop).arg(status.st_size)));
+    QCOMPARE(filesBelow(target), QStringList());
+}
+
+void TestFileCopy::twoProcessesForOneName_data()
+{
+    QTest::addColumn<QString>("to");
+    QTest::newRow("on a disk") << "disk";
+    QTest::newRow("in memory") << "memory";
+    QTest::newRow("on exFAT") << "exfat";
+}
+
+void TestFileCopy::twoProcessesForOneName()
+{
+    QFETCH(QString, to);
+    const Workspace workspace;
+    Places places(workspace);
+    const QString target = places.folder(to, QStringLiteral("dst"));
+    if (target.isEmpty())
+        QSKIP(qPrintable(places.why()));
+    const QByteArray contents[2] = {recording(200000, 1), recording(300000, 2)};
+    const QString first = workspace.write(QStringLiteral("1.MOV"), contents[0]);
+    const QString second = workspace.write(QStringLiteral("2.MOV"), contents[1]);
+
+    for (int round = 0; round < 15; ++round) {
+        const QString name = QStringLiteral("%1.MOV").arg(round);
+        const QString destination = target + QLatin1Char('/') + name;
+        Copier one(first, destination);
+        Copier two(second, destination);
+        QVERIFY(one.isStaged());
+        QVERIFY(two.isStaged());
+        if (round % 2 == 0) {
+            one.goOn();
+            two.goOn();
+        } else {
+            two.goOn();
+            one.goOn();
+        }
+        const int results[2] = {one.result(), two.result()};
+        // One has it, and the other knows.
+        QCOMPARE(results[0] + results[1], 1);
+        QVERIFY(results[0] == 0 || results[1] == 0);
+        QVERIFY(workspace.read(QStringLiteral("dst/") + name) == contents[results[0] == 0 ? 0 : 1]);
+        QCOMPARE(filesBelow(target).size(), round + 1);
+    }
+}
+
+void TestFileCopy::aNameTakenWhileTheContentIsCopied()
+{
+    const Workspace workspace;
+    workspace.write(QStringLiteral("card/A.MOV"), recording(64 * mebibyte, 1));
+    workspace.write(QStringLiteral("dst/A-1_cam1.MOV"), "also taken");
+    const QString target = workspace.path(QStringLiteral("dst"));
+    std::atomic<bool> ended{false};
+    bool taken = false;
+    std::thread watcher([&] {
+        while (!ended && unfinishedBelow(target).isEmpty())
+            std::this_thread::yield();
+        QFile other(target + QStringLiteral("/A_cam1.MOV"));
+        taken = other.open(QIODevice::WriteOnly | QIODevice::NewOnly) && other.write("someone else's") > 0;
+    });
+    ImportRun import({1, workspace.path(QStringLiteral("card")), target, QStringLiteral("t.kava"), {}});
+    const bool done = import.run();
+    ended = true;
+    watcher.join();
+    QVERIFY(done);
+    if (!taken)
+        QSKIP("The copy was quicker than the one who wanted its name");
+    QCOMPARE(import.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 1/1 videos and 0/0 photos.")});
+    QCOMPARE(workspace.read(QStringLiteral("dst/A_cam1.MOV")), QByteArray("someone else's"));
+    QCOMPARE(workspace.read(QStringLiteral("dst/A-1_cam1.MOV")), QByteArray("also taken"));
+    QVERIFY(sameContent(workspace.path(QStringLiteral("card/A.MOV")),
+                        workspace.path(QStringLiteral("dst/A-2_cam1.MOV"))));
+    QCOMPARE(filesBelow(target).size(), 3);
+    QCOMPARE(import.projectCalls(),
+             QStringList{QStringLiteral("video 1 [t.kava] [") + target + QStringLiteral("/A-2.MOV] []")});
+}
+
+void TestFileCopy::twoImportsOfOneCardAtOnce_data()
+{
+    twoProcessesForOneName_data();
+}
+
+void TestFileCopy::twoImportsOfOneCardAtOnce()
+{
+    QFETCH(QString, to);
+    const Workspace workspace;
+    Places places(workspace);
+    const QString target = places.folder(to, QStringLiteral("dst"));
+    if (target.isEmpty())
+        QSKIP(qPrintable(places.why()));
+    constexpr int recordings = 12;
+    for (int i = 0; i < recordings; ++i)
+        workspace.write(QStringLiteral("card/DCIM/%1.MOV").arg(i),
+                        recording(100000 + i, static_cast<quint32>(i)));
+
+    QProcess processes[2];
+    for (QProcess &process : processes) {
+        process.start(QStringLiteral(CARDCOPY),
+                      {QStringLiteral("import"), QStringLiteral("1"), workspace.path(QStringLiteral("card")),
+                       target, QString(), QString(), QStringLiteral("1")});
+    }
+    for (QProcess &process : processes)
+        QVERIFY(process.waitForReadyRead(30000));
+    for (QProcess &process : processes)
+        process.write("\n");
+    for (QProcess &process : processes) {
+        QVERIFY(process.waitForFinished(60000));
+        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(process.exitCode(), 0);
+    }
+    QStringList expected;
+    for (int i = 0; i < recordings; ++i) {
+        const QString source = workspace.path(QStringLiteral("card/DCIM/%1.MOV").arg(i));
+        for (const char *suffix : {"_cam1.MOV", "-1_cam1.MOV"}) {
+            expected.append(QStringLiteral("DCIM/%1").arg(i) + QLatin1String(suffix));
+            QVERIFY2(sameContent(source, target + QLatin1Char('/') + expected.last()),
+                     qPrintable(expected.last()));
+        }
+    }
+    expected.sort();
+    QCOMPARE(filesBelow(target), expected);
+}
+
+KELPORA_TEST_MAIN(TestFileCopy)
+#include "tst_filecopy.moc"
