@@ -18,5 +18,6 @@ class StopFlag;
 void copyAttributes(QFile &source, QFile &target);
 
 /// Returns once `files`, all on one volume, and the folders that name them are on disk. False if the volume
-/// reports that something could not be written, or the flag is raised first.
+/// reports that something could not be written, a file is gone (as with a volume that was pulled out), or the
+/// flag is raised first.
 [[nodiscard]] bool flushToDisk(const QStringList &files, const StopFlag &stop);

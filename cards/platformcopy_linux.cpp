@@ -200,8 +200,14 @@ bool flushToDisk(const QStringList &files, const StopFlag &stop)
         if (!flushed)
             break;
         const int file = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
-        if (file < 0)
+        if (file < 0) {
+            // A copy keeps the permissions of its source, also those that forbid to read it. One that can't
+            // be found went with the volume that it was written to.
+            flushed = errno == EACCES;
+            if (!flushed)
+                break;
             continue;
+        }
         ::sync_file_range(file, 0, 0,
                           SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
         ::close(file);

@@ -42,6 +42,9 @@ bool flushToDisk(const QStringList &files, const StopFlag &stop)
             return false;
         QFile file(path);
         const bool last = &path == &files.last();
+        // It went with the volume that it was written to.
+        if (!file.exists())
+            return false;
         if (file.open(QIODevice::ReadOnly))
             flushed = ::fcntl(file.handle(), last ? F_FULLFSYNC : F_BARRIERFSYNC) != -1 && flushed;
     }
