@@ -8,6 +8,18 @@ QString reportLine(int from, int to, int value, const QString &text)
            QString::number(value) + QLatin1Char(' ') + text;
 }
 
+QStringList finalReportsIn(const QStringList &reports)
+{
+    QStringList final;
+    for (const QString &line : reports) {
+        const bool summary =
+            line.startsWith(QStringLiteral("0 1 1 ")) && !line.contains(QStringLiteral("Copying"));
+        if (summary || line.contains(QStringLiteral("Error")))
+            final.append(line);
+    }
+    return final;
+}
+
 ImportRun::ImportRun(ImportRequest request)
     : request_(std::move(request))
 {
@@ -34,14 +46,4 @@ bool ImportRun::run()
             onReport(progress);
     };
     return MediaImport(request_, std::move(projects), report, stop).run();
-}
-
-QStringList ImportRun::finalReports() const
-{
-    QStringList final;
-    for (const QString &line : reports_) {
-        if (line.startsWith(QStringLiteral("0 1 1 ")) || line.contains(QStringLiteral("Error")))
-            final.append(line);
-    }
-    return final;
 }

@@ -6,6 +6,12 @@
 
 #include <functional>
 
+/// The lines with which a card's import ends: the summaries and the errors.
+[[nodiscard]] QStringList finalReportsIn(const QStringList &reports);
+
+/// "from to value text".
+[[nodiscard]] QString reportLine(int from, int to, int value, const QString &text);
+
 /// One card's import with everything written down that it says.
 class ImportRun
 {
@@ -18,9 +24,8 @@ public:
 
     /// The reports as "from to value text".
     [[nodiscard]] const QStringList &reports() const { return reports_; }
-    /// The reports with which the card has ended, by what the view makes of them: those from 0 to 1, and
-    /// errors.
-    [[nodiscard]] QStringList finalReports() const;
+    /// See finalReportsIn().
+    [[nodiscard]] QStringList finalReports() const { return finalReportsIn(reports_); }
     /// The calls of the project writers as "video|photo card template take name", each field in brackets.
     [[nodiscard]] const QStringList &projectCalls() const { return projectCalls_; }
 
@@ -33,6 +38,3 @@ private:
     QStringList reports_;
     QStringList projectCalls_;
 };
-
-/// "from to value text".
-[[nodiscard]] QString reportLine(int from, int to, int value, const QString &text);

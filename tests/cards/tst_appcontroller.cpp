@@ -1,0 +1,639 @@
+#include "app/appcontroller.h"
+#include "app/log.h"
+#include "app/paths.h"
+#include "cards/drives.h"
+#include "tests/cards/cardreports.h"
+#include "tests/cards/recordings.h"
+#include "tests/support/messagelog.h"
+#include "tests/support/testmain.h"
+#include "tests/support/workspace.h"
+
+#include <QElapsedTimer>
+#include <QJsonObject>
+#include <QMetaMethod>
+#include <QRegularExpression>
+#include <QThread>
+#include <QThreadPool>
+#include <QTimer>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+namespace {
+
+constexpr int mebibyte = 1 << 20;
+constexpr int hangMilliseconds = 60000;
+constexpr int closingMilliseconds = 2000;
+
+const QString logName = QStringLiteral("Kelpora360.log");
+
+/// Three cards with one video each.
+QStringList writeCards(const Workspace &workspace)
+{
+    QStringList cards;
+    for (int card = 1; card <= 3; ++card) {
+        workspace.write(QStringLiteral("card%1/DCIM/A.MOV").arg(card),
+                        recording(5000, static_cast<quint32>(card)));
+        cards.append(workspace.path(QStringLiteral("card%1").arg(card)));
+    }
+    return cards;
+}
+
+void import(AppController &controller, const QStringList &cards, const QString &target)
+{
+    controller.copyFiles(cards.at(0), cards.at(1), cards.at(2), target, {}, {});
+    QVERIFY(AppController::waitForJobs(hangMilliseconds));
+}
+
+int doneLines()
+{
+    return MessageLog::lines(QStringLiteral("info")).count(QStringLiteral("Done."));
+}
+
+/// Lets `threads` threads go on only when all of them have come here.
+class Gate
+{
+public:
+    explicit Gate(int threads)
+        : missing_(threads)
+    {
+    }
+
+    /// False when the others don't come.
+    bool pass()
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        if (--missing_ == 0)
+            all_.notify_all();
+        return all_.wait_for(lock, std::chrono::seconds(20), [this] { return missing_ <= 0; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable all_;
+    int missing_;
+};
+
+qint64 unfinishedBytes(const QString &folder)
+{
+    qint64 bytes = 0;
+    for (const QString &file : unfinishedBelow(folder))
+        bytes += QFileInfo(folder + QLatin1Char('/') + file).size();
+    return bytes;
+}
+
+} // namespace
+
+class TestAppController : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void signalsAndSlotsInTheirOrder();
+    void argumentNamesOfTheSignal();
+    void version();
+    void port_data();
+    void port();
+    void quickQueries();
+    void settingsAreStored();
+    void exitAppLeavesTheEventLoop();
+    void roomForFourJobs();
+    void threeImportsRunAtTheSameTime();
+    void reportsReachTheMainThreadInOrder();
+    void argumentsOfAReport();
+    void theFirstImportStartsInTheLog();
+    void slotsThatAreLeftEmpty_data();
+    void slotsThatAreLeftEmpty();
+    void theFirstFullImportCopiesTheLog();
+    void aSecondImportCopiesNoLog();
+    void anExistingLogIsLeftAsItIs();
+    void cardsOfTwoImportsAreCountedTogether();
+    void anImportThatRunsPastThreeCopiesTheLog();
+    void aTakeOfThreeCamerasLiesSideBySide();
+    void copyOneFile_data();
+    void copyOneFile();
+    void closingDuringALargeImport();
+    void closingWhileCopiesWaitForTheDisk();
+    void afterClosingNothingIsCopied();
+    void aControllerThatIsGoneIsNotTouched();
+};
+
+void TestAppController::signalsAndSlotsInTheirOrder()
+{
+    const QStringList expected{
+        QStringLiteral("signal updateCardProgress(QVariant,QVariant,QVariant,QVariant,QVariant)"),
+        QStringLiteral("public getDrives()"),
+        QStringLiteral("public getTemplates()"),
+        QStringLiteral("public getSettings()"),
+        QStringLiteral("public updateSettings(QVariantMap)"),
+        QStringLiteral("public getMoviesLocation()"),
+        QStringLiteral("public getVersion()"),
+        QStringLiteral("public setPort(QVariant)"),
+        QStringLiteral("public copyFiles(QString,QString,QString,QString,QString,QString)"),
+        QStringLiteral("public exitApp()"),
+        QStringLiteral("public init(QQuickWindow*)"),
+        QStringLiteral("private getTemplateJpg()"),
+        QStringLiteral("private copyFilesWorker(int,QString,QString,QString,QString)"),
+        QStringLiteral("private copyVideoFile(QString,int,int,int,QDir,QDir,QString,QString)"),
+        QStringLiteral("private copyPhotoFile(QString,int,int,int,QDir,QDir,QString,QString)"),
+    };
+    const QMetaObject &meta = AppController::staticMetaObject;
+    QStringList found;
+    for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
+        const QMetaMethod method = meta.method(i);
+        const char *access = method.access() == QMetaMethod::Private ? "private " : "public ";
+        found.append(QLatin1String(method.methodType() == QMetaMethod::Signal ? "signal " : access) +
+                     QString::fromLatin1(method.methodSignature()));
+    }
+    QCOMPARE(found, expected);
+}
+
+void TestAppController::argumentNamesOfTheSignal()
+{
+    const QMetaObject &meta = AppController::staticMetaObject;
+    const QMetaMethod signal = meta.method(meta.methodOffset());
+    QCOMPARE(signal.parameterNames(), (QList<QByteArray>{"cardNumber", "progressFrom", "progressTo",
+                                                         "progressValue", "progressText"}));
+}
+
+void TestAppController::version()
+{
+    AppController controller;
+    QCOMPARE(controller.getVersion(), QVariant(QString()));
+    controller.setVersion(QStringLiteral("1.8.0"));
+    QCOMPARE(controller.getVersion(), QVariant(QStringLiteral("1.8.0")));
+    QCOMPARE(controller.getVersion().userType(), static_cast<int>(QMetaType::QString));
+}
+
+void TestAppController::port_data()
+{
+    QTest::addColumn<QVariant>("chosen");
+    QTest::addColumn<QString>("stored");
+    QTest::newRow("a name") << QVariant(QStringLiteral("ttyUSB0")) << QStringLiteral("ttyUSB0");
+    QTest::newRow("none") << QVariant(QString()) << QString();
+    QTest::newRow("nothing at all") << QVariant() << QString();
+    QTest::newRow("a number") << QVariant(7) << QStringLiteral("7");
+    QTest::newRow("one that isn't there")
+        << QVariant(QStringLiteral(" no such port ")) << QStringLiteral(" no such port ");
+}
+
+void TestAppController::port()
+{
+    QFETCH(QVariant, chosen);
+    QFETCH(QString, stored);
+    AppController controller;
+    QCOMPARE(controller.port(), QString());
+    controller.setPort(QStringLiteral("before"));
+    controller.setPort(chosen);
+    QCOMPARE(controller.port(), stored);
+}
+
+void TestAppController::quickQueries()
+{
+    const Workspace workspace;
+    const MessageLog log;
+    AppController controller;
+    // As the view calls them.
+    QVariantList drives;
+    QVERIFY(QMetaObject::invokeMethod(&controller, "getDrives", Q_RETURN_ARG(QVariantList, drives)));
+    QCOMPARE(drives, listDrives());
+    QVariant movies;
+    QVERIFY(QMetaObject::invokeMethod(&controller, "getMoviesLocation", Q_RETURN_ARG(QVariant, movies)));
+    QCOMPARE(movies, QVariant(moviesLocation()));
+    QCOMPARE(controller.getTemplates(), QVariantList());
+    QCOMPARE(MessageLog::lines(QStringLiteral("warning")), QStringList{QStringLiteral("No templates found")});
+
+    QDir().mkpath(getTemplateDir());
+    QFile file(QDir(getTemplateDir()).filePath(QStringLiteral("rig.kava")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    const QVariantList templates = controller.getTemplates();
+    QCOMPARE(templates.size(), 1);
+    QCOMPARE(templates.constFirst().toJsonObject().value(QStringLiteral("value")).toString(),
+             QStringLiteral("rig"));
+}
+
+void TestAppController::settingsAreStored()
+{
+    const Workspace workspace;
+    AppController controller;
+    controller.updateSettings({{QStringLiteral("Camera1Yaw"), QStringLiteral("12.5")}});
+    QCOMPARE(controller.getSettings().value(QStringLiteral("Camera1Yaw")).toString(), QStringLiteral("12.5"));
+    QVERIFY(QFileInfo::exists(getIniFilePath()));
+}
+
+void TestAppController::exitAppLeavesTheEventLoop()
+{
+    AppController controller;
+    QTimer::singleShot(0, &controller, &AppController::exitApp);
+    bool late = false;
+    QTimer::singleShot(5000, &controller, [&] {
+        late = true;
+        QCoreApplication::exit(1);
+    });
+    QCOMPARE(QCoreApplication::exec(), 0);
+    QVERIFY(!late);
+}
+
+void TestAppController::roomForFourJobs()
+{
+    QThreadPool::globalInstance()->setMaxThreadCount(1);
+    {
+        const AppController controller;
+        QVERIFY(QThreadPool::globalInstance()->maxThreadCount() >= 4);
+    }
+    QThreadPool::globalInstance()->setMaxThreadCount(9);
+    const AppController controller;
+    QCOMPARE(QThreadPool::globalInstance()->maxThreadCount(), 9);
+}
+
+void TestAppController::threeImportsRunAtTheSameTime()
+{
+    const Workspace workspace;
+    const QStringList cards = writeCards(workspace);
+    // As on a machine with one core.
+    QThreadPool::globalInstance()->setMaxThreadCount(1);
+    AppController controller;
+    CardReports reports(controller);
+    Gate gate(3);
+    std::atomic<int> passed{0};
+    reports.onReport = [&](int, const QString &text) {
+        if (text.startsWith(QStringLiteral("Copying")) && gate.pass())
+            ++passed;
+    };
+    import(controller, cards, workspace.path(QStringLiteral("dst")));
+    // Each card waited in the middle of its import until the two others were in theirs.
+    QCOMPARE(passed.load(), 3);
+    for (int card = 1; card <= 3; ++card)
+        QCOMPARE(reports.finalOf(card),
+                 QStringList{QStringLiteral("0 1 1 Copied 1/1 videos and 0/0 photos.")});
+}
+
+void TestAppController::reportsReachTheMainThreadInOrder()
+{
+    const Workspace workspace;
+    const QStringList cards = writeCards(workspace);
+    AppController controller;
+    const CardReports direct(controller);
+    QMap<int, QStringList> queued;
+    bool elsewhere = false;
+    QObject receiver;
+    connect(&controller, &AppController::updateCardProgress, &receiver,
+            [&](const QVariant &card, const QVariant &from, const QVariant &to, const QVariant &value,
+                const QVariant &text) {
+                elsewhere = elsewhere || QThread::currentThread() != QCoreApplication::instance()->thread();
+                queued[card.toInt()].append(
+                    reportLine(from.toInt(), to.toInt(), value.toInt(), text.toString()));
+            });
+    controller.copyFiles(cards.at(0), {}, cards.at(2), workspace.path(QStringLiteral("dst")), {}, {});
+    QVERIFY(queued.isEmpty());
+    QVERIFY(AppController::waitForJobs(hangMilliseconds));
+    QCoreApplication::processEvents();
+    QVERIFY(!elsewhere);
+    for (int card = 1; card <= 3; ++card)
+        QCOMPARE(queued.value(card), direct.of(card));
+    const QString path = cards.at(2) + QStringLiteral("/DCIM/A.MOV");
+    QCOMPARE(queued.value(3),
+             (QStringList{QStringLiteral("0 2 1 Copying ") + path,
+                          QStringLiteral("0 1 2 Copied ") + path + QStringLiteral(" correctly."),
+                          QStringLiteral("0 1 1 Copied 1/1 videos and 0/0 photos.")}));
+    QCOMPARE(queued.value(2), QStringList{QStringLiteral("0 0 0 Error: Please choose source")});
+}
+
+void TestAppController::argumentsOfAReport()
+{
+    const Workspace workspace;
+    AppController controller;
+    QList<int> types;
+    connect(
+        &controller, &AppController::updateCardProgress, this,
+        [&](const QVariant &card, const QVariant &from, const QVariant &to, const QVariant &value,
+            const QVariant &text) {
+            if (card.toInt() == 3)
+                types = {card.userType(), from.userType(), to.userType(), value.userType(), text.userType()};
+        });
+    import(controller, {QString(), QString(), workspace.makeFolder(QStringLiteral("card"))},
+           workspace.path(QStringLiteral("dst")));
+    QCoreApplication::processEvents();
+    QCOMPARE(types, (QList<int>{QMetaType::Int, QMetaType::Int, QMetaType::Int, QMetaType::Int,
+                                QMetaType::QString}));
+}
+
+void TestAppController::theFirstImportStartsInTheLog()
+{
+    const MessageLog log;
+    AppController controller;
+    import(controller, {QString(), QString(), QString()}, {});
+    QStringList lines = MessageLog::lines();
+    QCOMPARE(lines.takeFirst(), QStringLiteral("info: Start."));
+    lines.sort();
+    QCOMPARE(lines, (QStringList{QStringLiteral("warning: Card 1: Please choose source"),
+                                 QStringLiteral("warning: Card 2: Please choose source"),
+                                 QStringLiteral("warning: Card 3: Please choose source")}));
+}
+
+void TestAppController::slotsThatAreLeftEmpty_data()
+{
+    QTest::addColumn<int>("empty");
+    for (int card = 1; card <= 3; ++card)
+        QTest::addRow("card %d", card) << card;
+}
+
+void TestAppController::slotsThatAreLeftEmpty()
+{
+    QFETCH(int, empty);
+    const Workspace workspace;
+    QStringList cards = writeCards(workspace);
+    cards[empty - 1].clear();
+    const MessageLog log;
+    AppController controller;
+    const CardReports reports(controller);
+    import(controller, cards, workspace.path(QStringLiteral("dst")));
+    for (int card = 1; card <= 3; ++card) {
+        QCOMPARE(reports.finalOf(card),
+                 QStringList{card == empty ? QStringLiteral("0 0 0 Error: Please choose source")
+                                           : QStringLiteral("0 1 1 Copied 1/1 videos and 0/0 photos.")});
+    }
+    QCOMPARE(visibleBelow(workspace.path(QStringLiteral("dst"))).size(), 2);
+    QVERIFY(!QFileInfo::exists(workspace.path(QStringLiteral("dst/") + logName)));
+    QCOMPARE(doneLines(), 0);
+}
+
+void TestAppController::theFirstFullImportCopiesTheLog()
+{
+    const Workspace workspace;
+    const QStringList cards = writeCards(workspace);
+    const QtMessageHandler before = qInstallMessageHandler(AppMessageHandler);
+    AppController controller;
+    import(controller, cards, workspace.path(QStringLiteral("dst")));
+    qInstallMessageHandler(before);
+
+    const QByteArray copy = workspace.read(QStringLiteral("dst/") + logName);
+    for (const char *line : {" Info: Start.", " Info: Card 1: copied 1/1 videos and 0/0 photos.",
+                             " Info: Card 2: copied 1/1 videos and 0/0 photos.",
+                             " Info: Card 3: copied 1/1 videos and 0/0 photos.", " Info: Done."})
+        QVERIFY2(copy.contains(line), line);
+    QFile file(getLogFilePath());
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QVERIFY(file.readAll().startsWith(copy));
+}
+
+void TestAppController::aSecondImportCopiesNoLog()
+{
+    const Workspace workspace;
+    const QStringList cards = writeCards(workspace);
+    const MessageLog log;
+    AppController controller;
+    import(controller, cards, workspace.path(QStringLiteral("first")));
+    QCOMPARE(doneLines(), 1);
+    QVERIFY(QFileInfo::exists(workspace.path(QStringLiteral("first/") + logName)));
+    const QByteArray firstLog = workspace.read(QStringLiteral("first/") + logName);
+
+    import(controller, cards, workspace.path(QStringLiteral("second")));
+    import(controller, cards, workspace.path(QStringLiteral("first")));
+    QCOMPARE(doneLines(), 1);
+    QCOMPARE(filesBelow(workspace.path(QStringLiteral("second"))),
+             (QStringList{QStringLiteral("DCIM/A_cam1.MOV"), QStringLiteral("DCIM/A_cam2.MOV"),
+                          QStringLiteral("DCIM/A_cam3.MOV")}));
+    QCOMPARE(workspace.read(QStringLiteral("first/") + logName), firstLog);
+    QCOMPARE(filesBelow(workspace.path(QStringLiteral("first"))).size(), 7);
+}
+
+void TestAppController::anExistingLogIsLeftAsItIs()
+{
+    const Workspace workspace;
+    const QStringList cards = writeCards(workspace);
+    workspace.write(QStringLiteral("dst/") + logName, "of last year");
+    const MessageLog log;
+    AppController controller;
+    import(controller, cards, workspace.path(QStringLiteral("dst")));
+    QCOMPARE(doneLines(), 1);
+    QCOMPARE(workspace.read(QStringLiteral("dst/") + logName), QByteArray("of last year"));
+    QCOMPARE(filesBelow(workspace.path(QStringLiteral("dst"))).size(), 4);
+}
+
+void TestAppController::cardsOfTwoImportsAreCountedTogether()
+{
+    const Workspace workspace;
+    const QStringList cards = writeCards(workspace);
+    const MessageLog log;
+    AppController controller;
+    import(controller, {cards.at(0), QString(), cards.at(2)}, workspace.path(QStringLiteral("first")));
+    QCOMPARE(doneLines(), 0);
+    import(controller, {QString(), cards.at(1), QString()}, workspace.path(QStringLiteral("second")));
+    QCOMPARE(doneLines(), 1);
+    QVERIFY(!QFileInfo::exists(workspace.path(QStringLiteral("first/") + logName)));
+    QVERIFY(QFileInfo::exists(workspace.path(QStringLiteral("second/") + logName)));
+}
+
+void TestAppController::anImportThatRunsPastThreeCopiesTheLog()
+{
+    const Workspace workspace;
+    const QStringList cards = writeCards(workspace);
+    AppController controller;
+    CardReports reports(controller);
+    import(controller, {cards.at(0), QString(), QString()}, workspace.path(QStringLiteral("first")));
+    // The second import's cards end one by one, so that one of them is seen to be the third.
+    std::mutex oneByOne;
+    reports.onReport = [&](int, const QString &text) {
+        if (text.startsWith(QStringLiteral("Copying"))) {
+            const std::lock_guard<std::mutex> lock(oneByOne);
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+    };
+    import(controller, cards, workspace.path(QStringLiteral("second")));
+    QVERIFY(QFileInfo::exists(workspace.path(QStringLiteral("second/") + logName)));
+}
+
+void TestAppController::aTakeOfThreeCamerasLiesSideBySide()
+{
+    const Workspace workspace;
+    const QStringList cards = writeCards(workspace);
+    AppController controller;
+    controller.copyFiles(cards.at(0), cards.at(1), cards.at(2), workspace.path(QStringLiteral("dst")), {},
+                         QStringLiteral("reef"));
+    QVERIFY(AppController::waitForJobs(hangMilliseconds));
+    QMap<QString, QByteArray> expected;
+    for (int card = 1; card <= 3; ++card) {
+        expected.insert(QStringLiteral("DCIM/A_reef_cam%1.MOV").arg(card),
+                        recording(5000, static_cast<quint32>(card)));
+    }
+    QMap<QString, QByteArray> found = workspace.tree(QStringLiteral("dst"));
+    QVERIFY(found.remove(logName) == 1);
+    QCOMPARE(found, expected);
+}
+
+void TestAppController::copyOneFile_data()
+{
+    QTest::addColumn<QString>("slot");
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<bool>("there");
+    QTest::addColumn<QString>("copy");
+    QTest::newRow("a video") << "copyVideoFile"
+                             << "DCIM/A.MOV" << true << "DCIM/A_reef_cam2.MOV";
+    QTest::newRow("a photo") << "copyPhotoFile"
+                             << "DCIM/A.JPG" << true << "DCIM/A_reef_cam2.JPG";
+    QTest::newRow("a raw photo") << "copyPhotoFile"
+                                 << "DCIM/A.DNG" << true << "DCIM/A_reef_cam2.DNG";
+    QTest::newRow("a video that is gone") << "copyVideoFile"
+                                          << "DCIM/A.MOV" << false << "";
+    QTest::newRow("a photo that is gone") << "copyPhotoFile"
+                                          << "DCIM/A.JPG" << false << "";
+}
+
+void TestAppController::copyOneFile()
+{
+    QFETCH(QString, slot);
+    QFETCH(QString, file);
+    QFETCH(bool, there);
+    QFETCH(QString, copy);
+    const Workspace workspace;
+    const QString path = workspace.path(QStringLiteral("card/") + file);
+    if (there)
+        workspace.write(QStringLiteral("card/") + file, "content");
+    workspace.makeFolder(QStringLiteral("dst"));
+    AppController controller;
+    const CardReports reports(controller);
+    int copied = -1;
+    QVERIFY(QMetaObject::invokeMethod(&controller, slot.toLatin1().constData(), Qt::DirectConnection,
+                                      Q_RETURN_ARG(int, copied), Q_ARG(QString, path), Q_ARG(int, 2),
+                                      Q_ARG(int, 5), Q_ARG(int, 9),
+                                      Q_ARG(QDir, QDir(workspace.path(QStringLiteral("card")))),
+                                      Q_ARG(QDir, QDir(workspace.path(QStringLiteral("dst")))),
+                                      Q_ARG(QString, QString()), Q_ARG(QString, QStringLiteral("reef"))));
+    QCOMPARE(copied, there ? 1 : 0);
+    QCOMPARE(reports.of(2),
+             there ? QStringList{QStringLiteral("0 9 5 Copied ") + path + QStringLiteral(" correctly.")}
+                   : QStringList());
+    QCOMPARE(filesBelow(workspace.path(QStringLiteral("dst"))), there ? QStringList{copy} : QStringList());
+}
+
+void TestAppController::closingDuringALargeImport()
+{
+    const Workspace workspace;
+    constexpr int pieces = 128;
+    {
+        QFile large(workspace.path(QStringLiteral("large")));
+        QVERIFY(large.open(QIODevice::WriteOnly));
+        const QByteArray piece = recording(mebibyte, 4);
+        for (int i = 0; i < pieces; ++i)
+            QCOMPARE(large.write(piece), static_cast<qint64>(piece.size()));
+    }
+    QStringList cards;
+    for (int card = 1; card <= 3; ++card) {
+        const QString folder = workspace.makeFolder(QStringLiteral("card%1").arg(card));
+        for (int i = 0; i < 3; ++i)
+            workspace.write(QStringLiteral("card%1/SMALL%2.MOV").arg(card).arg(i), recording(9000, 1));
+        QVERIFY(QFile::link(workspace.path(QStringLiteral("large")), folder + QStringLiteral("/LARGE1.MOV")));
+        QVERIFY(QFile::link(workspace.path(QStringLiteral("large")), folder + QStringLiteral("/LARGE2.MOV")));
+        cards.append(folder);
+    }
+    const QString target = workspace.path(QStringLiteral("dst"));
+
+    AppController controller;
+    const CardReports reports(controller);
+    controller.copyFiles(cards.at(0), cards.at(1), cards.at(2), target, {}, {});
+    QElapsedTimer timer;
+    timer.start();
+    // Until something stands whole and something else is in the middle.
+    while ((visibleBelow(target).isEmpty() || unfinishedBytes(target) < 8 * mebibyte) &&
+           timer.elapsed() < hangMilliseconds)
+        std::this_thread::yield();
+    controller.stopJobs();
+    timer.restart();
+    QVERIFY(AppController::waitForJobs(hangMilliseconds));
+    QVERIFY2(timer.elapsed() < closingMilliseconds, qPrintable(QString::number(timer.elapsed())));
+
+    QCOMPARE(unfinishedBelow(target), QStringList());
+    int whole = 0;
+    for (const QString &file : filesBelow(target)) {
+        ++whole;
+        const QString source = QString(file).remove(QRegularExpression(QStringLiteral("_cam[123]")));
+        const QString card = cards.at(QString(file).remove(QStringLiteral(".MOV")).right(1).toInt() - 1);
+        QVERIFY2(sameContent(card + QLatin1Char('/') + source, target + QLatin1Char('/') + file),
+                 qPrintable(file));
+    }
+    QVERIFY2(whole > 0 && whole < 15, qPrintable(QString::number(whole)));
+    for (int card = 1; card <= 3; ++card) {
+        const QStringList final = reports.finalOf(card);
+        QCOMPARE(final.size(), 1);
+        QVERIFY2(final.constFirst().startsWith(QStringLiteral("0 1 1 Error: Stopped after ")),
+                 qPrintable(final.constFirst()));
+    }
+    QVERIFY(!QFileInfo::exists(target + QLatin1Char('/') + logName));
+}
+
+void TestAppController::closingWhileCopiesWaitForTheDisk()
+{
+    const Workspace workspace;
+    const QString card = workspace.makeFolder(QStringLiteral("card"));
+    workspace.write(QStringLiteral("card/A.MOV"), recording(48 * mebibyte, 1));
+    AppController controller;
+    CardReports reports(controller);
+    QElapsedTimer timer;
+    reports.onReport = [&](int, const QString &text) {
+        if (text.startsWith(QStringLiteral("Copied ")) && text.endsWith(QStringLiteral(" correctly."))) {
+            timer.start();
+            controller.stopJobs();
+        }
+    };
+    import(controller, {card, QString(), QString()}, workspace.path(QStringLiteral("dst")));
+    QVERIFY(timer.isValid());
+    QVERIFY2(timer.elapsed() < closingMilliseconds, qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(reports.finalOf(1),
+             QStringList{QStringLiteral("0 1 1 Error: Stopped after 1/1 videos and 0/0 photos.")});
+    QCOMPARE(filesBelow(workspace.path(QStringLiteral("dst"))), QStringList{QStringLiteral("A_cam1.MOV")});
+    QVERIFY(sameContent(card + QStringLiteral("/A.MOV"), workspace.path(QStringLiteral("dst/A_cam1.MOV"))));
+}
+
+void TestAppController::afterClosingNothingIsCopied()
+{
+    const Workspace workspace;
+    const QStringList cards = writeCards(workspace);
+    AppController controller;
+    const CardReports reports(controller);
+    controller.stopJobs();
+    import(controller, cards, workspace.path(QStringLiteral("dst")));
+    QCOMPARE(filesBelow(workspace.path(QStringLiteral("dst"))), QStringList());
+    for (int card = 1; card <= 3; ++card)
+        QCOMPARE(reports.finalOf(card).size(), 1);
+}
+
+void TestAppController::aControllerThatIsGoneIsNotTouched()
+{
+    const Workspace workspace;
+    for (int card = 1; card <= 3; ++card) {
+        for (int i = 0; i < 40; ++i)
+            workspace.write(QStringLiteral("card%1/%2.MOV").arg(card).arg(i), recording(200000, 1));
+    }
+    int delivered = 0;
+    for (int round = 0; round < 5; ++round) {
+        auto controller = std::make_unique<AppController>();
+        connect(controller.get(), &AppController::updateCardProgress, this, [&] { ++delivered; });
+        CardReports reports(*controller);
+        controller->copyFiles(workspace.path(QStringLiteral("card1")),
+                              workspace.path(QStringLiteral("card2")),
+                              workspace.path(QStringLiteral("card3")),
+                              workspace.path(QStringLiteral("dst%1").arg(round)), {}, {});
+        while (reports.count() < 20 * (round + 1))
+            std::this_thread::yield();
+        controller->stopJobs();
+        QVERIFY(AppController::waitForJobs(hangMilliseconds));
+        const int said = reports.count();
+        controller.reset();
+        QCOMPARE(QThreadPool::globalInstance()->activeThreadCount(), 0);
+        QCoreApplication::processEvents();
+        QCOMPARE(reports.count(), said);
+        QCOMPARE(unfinishedBelow(workspace.path(QStringLiteral("dst%1").arg(round))), QStringList());
+    }
+    // What was still on its way to the view went with the controller or came before; none came later.
+    const int early = delivered;
+    QTest::qWait(50);
+    QCOMPARE(delivered, early);
+}
+
+KELPORA_TEST_MAIN(TestAppController)
+#include "tst_appcontroller.moc"

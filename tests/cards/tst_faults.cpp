@@ -1,0 +1,563 @@
+#include "app/paths.h"
+#include "app/settings.h"
+#include "tests/cards/cardreports.h"
+#include "tests/cards/importrun.h"
+#include "tests/cards/recordings.h"
+#include "tests/support/messagelog.h"
+#include "tests/support/testmain.h"
+#include "tests/support/workspace.h"
+
+#include <QDomDocument>
+#include <QElapsedTimer>
+#include <QProcess>
+
+#include <atomic>
+#include <memory>
+#include <signal.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+constexpr int mebibyte = 1 << 20;
+constexpr int hangMilliseconds = 60000;
+
+using Recordings = QMap<QString, QByteArray>;
+
+/// The name of the first camera's copy of the recording `file`.
+QString copyName(const QString &file)
+{
+    return file.left(file.size() - 4) + QStringLiteral("_cam1") + file.right(4);
+}
+
+Recordings videos(int count, int size)
+{
+    Recordings recordings;
+    for (int i = 0; i < count; ++i)
+        recordings.insert(QStringLiteral("DCIM/CLIP%1.MOV").arg(i),
+                          recording(size + i, static_cast<quint32>(i + 1)));
+    return recordings;
+}
+
+} // namespace
+
+class TestFaults : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void aFullDestination_data();
+    void aFullDestination();
+    void aReadOnlyDestination();
+    void aDestinationThatIsAFile();
+    void aMissingDestinationIsCreated();
+    void aDestinationThatIsPulled_data();
+    void aDestinationThatIsPulled();
+    void unreadableRecordings();
+    void aCardPulledBetweenTwoRecordings();
+    void aCardPulledDuringARecording();
+    void aCardThatIsWriteProtected();
+    void namesThatNeedCare_data();
+    void namesThatNeedCare();
+    void aNameTooLongForItsSuffix();
+    void loopsOfLinks();
+    void aRecordingOfMoreThanFourGigabytes();
+    void anEmptyCard();
+    void fiveThousandRecordings();
+    void aKilledImport();
+    void noRoomForPreviewsAndProjects_data();
+    void noRoomForPreviewsAndProjects();
+
+private:
+    /// Writes the card, and imports it as the first camera's into dst; then looks at all that must hold
+    /// after any import. Leaves the number of recordings that were copied in copied_.
+    void importCard(const Workspace &workspace, const Recordings &recordings, ImportRun *import);
+    static void writeCard(const Workspace &workspace, const Recordings &recordings);
+    void checkCopies(const Workspace &workspace, const Recordings &recordings);
+
+    int copied_ = 0;
+};
+
+void TestFaults::writeCard(const Workspace &workspace, const Recordings &recordings)
+{
+    workspace.makeFolder(QStringLiteral("card"));
+    for (auto one = recordings.cbegin(); one != recordings.cend(); ++one)
+        workspace.write(QStringLiteral("card/") + one.key(), one.value());
+}
+
+void TestFaults::checkCopies(const Workspace &workspace, const Recordings &recordings)
+{
+    const QString target = workspace.path(QStringLiteral("dst"));
+    QStringList expected;
+    for (auto one = recordings.cbegin(); one != recordings.cend(); ++one) {
+        const QString copy = QStringLiteral("dst/") + copyName(one.key());
+        if (!QFileInfo::exists(workspace.path(copy)))
+            continue;
+        expected.append(copyName(one.key()));
+        QVERIFY2(workspace.read(copy) == one.value(), qPrintable(copy));
+    }
+    expected.sort();
+    copied_ = expected.size();
+    QCOMPARE(filesBelow(target), expected);
+}
+
+void TestFaults::importCard(const Workspace &workspace, const Recordings &recordings, ImportRun *import)
+{
+    QElapsedTimer timer;
+    timer.start();
+    const bool done = import->run();
+    QVERIFY(timer.elapsed() < hangMilliseconds);
+    QVERIFY(done);
+
+    checkCopies(workspace, recordings);
+    const int photos =
+        recordings.size() - static_cast<int>(recordings.keys().filter(QStringLiteral(".MOV")).size());
+    if (photos == 0) {
+        QCOMPARE(import->finalReports(),
+                 QStringList{QStringLiteral("0 1 1 Copied %1/%2 videos and 0/0 photos.")
+                                 .arg(copied_)
+                                 .arg(recordings.size())});
+    }
+    QCOMPARE(import->finalReports().size(), 1);
+    QCOMPARE(import->reports().last(), import->finalReports().constFirst());
+    for (auto one = recordings.cbegin(); one != recordings.cend(); ++one) {
+        if (QFileInfo::exists(workspace.path(QStringLiteral("card"))) && !one.value().isNull())
+            QVERIFY(workspace.read(QStringLiteral("card/") + one.key()) == one.value());
+    }
+}
+
+void TestFaults::aFullDestination_data()
+{
+    QTest::addColumn<int>("sizeKiB");
+    QTest::addColumn<int>("atLeast");
+    QTest::addColumn<int>("atMost");
+    QTest::newRow("room for none") << 512 << 0 << 0;
+    QTest::newRow("room for some") << 5000 << 4 << 4;
+    QTest::newRow("room for all but the last piece") << 8192 << 7 << 7;
+}
+
+void TestFaults::aFullDestination()
+{
+    QFETCH(int, sizeKiB);
+    QFETCH(int, atLeast);
+    QFETCH(int, atMost);
+    const Workspace workspace;
+    const Recordings recordings = videos(8, mebibyte + 1000);
+    writeCard(workspace, recordings);
+    const TestVolume target(workspace.path(QStringLiteral("dst")), sizeKiB);
+    SKIP_UNLESS_MOUNTED(target);
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    importCard(workspace, recordings, &import);
+    QVERIFY2(copied_ >= atLeast && copied_ <= atMost, qPrintable(QString::number(copied_)));
+}
+
+void TestFaults::aReadOnlyDestination()
+{
+    const Workspace workspace;
+    const Recordings recordings = videos(3, 1000);
+    writeCard(workspace, recordings);
+    TestVolume target(workspace.path(QStringLiteral("dst")), 4096);
+    SKIP_UNLESS_MOUNTED(target);
+    QVERIFY(target.makeReadOnly());
+    ImportRun import({1,
+                      workspace.path(QStringLiteral("card")),
+                      workspace.path(QStringLiteral("dst")),
+                      QStringLiteral("t.kava"),
+                      {}});
+    importCard(workspace, recordings, &import);
+    QCOMPARE(copied_, 0);
+}
+
+void TestFaults::aDestinationThatIsAFile()
+{
+    const Workspace workspace;
+    const Recordings recordings = videos(2, 1000);
+    writeCard(workspace, recordings);
+    workspace.write(QStringLiteral("dst"), "a file");
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    importCard(workspace, recordings, &import);
+    QCOMPARE(copied_, 0);
+    QCOMPARE(workspace.read(QStringLiteral("dst")), QByteArray("a file"));
+}
+
+void TestFaults::aMissingDestinationIsCreated()
+{
+    const Workspace workspace;
+    const Recordings recordings = videos(2, 1000);
+    writeCard(workspace, recordings);
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    importCard(workspace, recordings, &import);
+    QCOMPARE(copied_, 2);
+}
+
+void TestFaults::aDestinationThatIsPulled_data()
+{
+    QTest::addColumn<QString>("folder");
+    QTest::newRow("recordings at the top") << QString();
+    QTest::newRow("recordings in a folder") << QStringLiteral("DCIM/");
+}
+
+void TestFaults::aDestinationThatIsPulled()
+{
+    QFETCH(QString, folder);
+    const Workspace workspace;
+    for (int i = 0; i < 5; ++i)
+        workspace.write(QStringLiteral("card/") + folder + QStringLiteral("%1.MOV").arg(i),
+                        recording(5000, 1));
+    TestVolume target(workspace.path(QStringLiteral("dst")), 4096);
+    SKIP_UNLESS_MOUNTED(target);
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    bool pulled = false;
+    import.onReport = [&](const Progress &progress) {
+        if (progress.value == 3 && progress.text.startsWith(QStringLiteral("Copying"))) pulled =
+            target.pull();
+};
+// The first two are gone with the volume, so this was no success.
+QVERIFY(!import.run());
+QVERIFY(pulled);
+QCOMPARE(import.finalReports().size(), 1);
+QVERIFY2(import.finalReports().constFirst().startsWith(QStringLiteral("0 1 1 Error: ")),
+         qPrintable(import.finalReports().constFirst()));
+QVERIFY(visibleBelow(workspace.path(QStringLiteral("dst"))).size() <= 3);
+QCOMPARE(unfinishedBelow(workspace.path(QStringLiteral("dst"))), QStringList());
+}
+
+void TestFaults::unreadableRecordings()
+{
+    const Workspace workspace;
+    Recordings recordings = videos(4, 100000);
+    writeCard(workspace, recordings);
+    // Reading it ends with an I/O error, for every user.
+    for (const char *name : {"DCIM/BAD1.MOV", "DCIM/BAD2.MOV"}) {
+        QVERIFY(QFile::link(QStringLiteral("/proc/self/mem"),
+                            workspace.path(QStringLiteral("card/") + QLatin1String(name))));
+        recordings.insert(QString::fromLatin1(name), QByteArray());
+    }
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    importCard(workspace, recordings, &import);
+    QCOMPARE(copied_, 4);
+}
+
+void TestFaults::aCardPulledBetweenTwoRecordings()
+{
+    const Workspace workspace;
+    TestVolume card(workspace.path(QStringLiteral("card")), 16 * 1024);
+    SKIP_UNLESS_MOUNTED(card);
+    const Recordings recordings = videos(6, mebibyte);
+    writeCard(workspace, recordings);
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    bool pulled = false;
+    import.onReport = [&](const Progress &progress) {
+        if (progress.value == 4 && progress.text.startsWith(QStringLiteral("Copying"))) pulled = card.pull();
+};
+QVERIFY(import.run());
+QVERIFY(pulled);
+checkCopies(workspace, recordings);
+QCOMPARE(copied_, 3);
+QCOMPARE(import.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 3/6 videos and 0/0 photos.")});
+QCOMPARE(import.reports().last(), import.finalReports().constFirst());
+}
+
+void TestFaults::aCardPulledDuringARecording()
+{
+    const Workspace workspace;
+    TestVolume card(workspace.path(QStringLiteral("card")), 112 * 1024);
+    SKIP_UNLESS_MOUNTED(card);
+    const Recordings recordings = videos(3, 32 * mebibyte);
+    writeCard(workspace, recordings);
+    const QString target = workspace.path(QStringLiteral("dst"));
+    std::atomic<bool> ended{false};
+    std::atomic<bool> pulled{false};
+    std::thread hand([&] {
+        while (!ended && unfinishedBelow(target).isEmpty())
+            std::this_thread::yield();
+        if (!ended)
+            pulled = card.pull();
+    });
+    ImportRun import({1, workspace.path(QStringLiteral("card")), target, {}, {}});
+    const bool done = import.run();
+    ended = true;
+    hand.join();
+    if (!pulled)
+        QSKIP("The import was quicker than the hand at the card");
+    QVERIFY(done);
+    // What was open could be read to its end; but only what the card can still vouch for counts.
+    checkCopies(workspace, recordings);
+    QVERIFY(copied_ <= 2);
+    QCOMPARE(import.finalReports().size(), 1);
+    const QString final = import.finalReports().constFirst();
+    const int counted = final.section(QLatin1Char(' '), 4, 4).section(QLatin1Char('/'), 0, 0).toInt();
+    QVERIFY(final.startsWith(QStringLiteral("0 1 1 Copied ")) &&
+            final.endsWith(QStringLiteral("/3 videos and 0/0 photos.")));
+    QVERIFY2(counted <= copied_, qPrintable(final));
+}
+
+void TestFaults::aCardThatIsWriteProtected()
+{
+    const Workspace workspace;
+    TestVolume card(workspace.path(QStringLiteral("card")), 4096);
+    SKIP_UNLESS_MOUNTED(card);
+    const Recordings recordings = videos(3, 100000);
+    writeCard(workspace, recordings);
+    QVERIFY(card.makeReadOnly());
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    importCard(workspace, recordings, &import);
+    QCOMPARE(copied_, 3);
+}
+
+void TestFaults::namesThatNeedCare_data()
+{
+    QTest::addColumn<QString>("file");
+    for (const char *name : {"Tauchgänge/Große Höhle.MOV", "潜水/動画.MOV",
+                             "e\xCC\x81"
+                             "te\xCC\x81.MOV",
+                             "100 MEDIA/CLIP 1.MOV", " leading.MOV", "%1/%2%3.MOV", "100%/%n%s.MOV",
+                             "a&b;c'd\"e.MOV", "-rf.MOV", "tab\tnew\nline.MOV", "back\\slash.MOV",
+                             "*?[x].MOV", "x..MOV", "😀.MOV", "$HOME`id`.MOV", "file:x.MOV", "#1?.MOV"})
+        QTest::newRow(name) << QString::fromUtf8(name);
+}
+
+void TestFaults::namesThatNeedCare()
+{
+    QFETCH(QString, file);
+    const Workspace workspace;
+    const Recordings recordings{{file, recording(5000, 1)}};
+    writeCard(workspace, recordings);
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    importCard(workspace, recordings, &import);
+    QCOMPARE(copied_, 1);
+    const QString path = workspace.path(QStringLiteral("card/")) + file;
+    QCOMPARE(import.reports().at(0), QStringLiteral("0 2 1 Copying ") + path);
+    QCOMPARE(import.reports().at(1), QStringLiteral("0 1 2 Copied ") + path + QStringLiteral(" correctly."));
+}
+
+void TestFaults::aNameTooLongForItsSuffix()
+{
+    const Workspace workspace;
+    Recordings recordings = videos(1, 1000);
+    recordings.insert(QString(251, QLatin1Char('x')) + QStringLiteral(".MOV"), recording(1000, 9));
+    writeCard(workspace, recordings);
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    importCard(workspace, recordings, &import);
+    QCOMPARE(copied_, 1);
+}
+
+void TestFaults::loopsOfLinks()
+{
+    const Workspace workspace;
+    const Recordings recordings = videos(2, 1000);
+    writeCard(workspace, recordings);
+    const QString card = workspace.path(QStringLiteral("card"));
+    QVERIFY(QFile::link(card, card + QStringLiteral("/DCIM/up")));
+    QVERIFY(QFile::link(QStringLiteral("."), card + QStringLiteral("/DCIM/here")));
+    QVERIFY(QFile::link(QStringLiteral("b.MOV"), card + QStringLiteral("/a.MOV")));
+    QVERIFY(QFile::link(QStringLiteral("a.MOV"), card + QStringLiteral("/b.MOV")));
+    ImportRun import({1, card, workspace.path(QStringLiteral("dst")), {}, {}});
+    importCard(workspace, recordings, &import);
+    QCOMPARE(copied_, 2);
+}
+
+void TestFaults::aRecordingOfMoreThanFourGigabytes()
+{
+    const Workspace workspace;
+    const QString card = workspace.makeFolder(QStringLiteral("card"));
+    const qint64 size = (qint64{4} << 30) + 12345;
+    const QByteArray end = recording(100000, 1);
+    {
+        QFile file(card + QStringLiteral("/LONG.MOV"));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QVERIFY(file.seek(size - end.size()));
+        QCOMPARE(file.write(end), static_cast<qint64>(end.size()));
+    }
+    ImportRun import({1, card, workspace.path(QStringLiteral("dst")), {}, {}});
+    QVERIFY(import.run());
+    QCOMPARE(import.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 1/1 videos and 0/0 photos.")});
+    QFile copy(workspace.path(QStringLiteral("dst/LONG_cam1.MOV")));
+    QVERIFY(copy.open(QIODevice::ReadOnly));
+    QCOMPARE(copy.size(), size);
+    QVERIFY(copy.seek(size - end.size()));
+    QVERIFY(copy.readAll() == end);
+    struct stat status = {};
+    QVERIFY(::fstat(copy.handle(), &status) == 0);
+    QVERIFY(status.st_blocks * 512 < 8 * mebibyte);
+}
+
+void TestFaults::anEmptyCard()
+{
+    const Workspace workspace;
+    const TestVolume card(workspace.path(QStringLiteral("card")), 1024);
+    SKIP_UNLESS_MOUNTED(card);
+    workspace.makeFolder(QStringLiteral("dst"));
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    importCard(workspace, {}, &import);
+    QCOMPARE(import.reports().size(), 1);
+}
+
+void TestFaults::fiveThousandRecordings()
+{
+    constexpr int count = 5000;
+    const Workspace workspace;
+    Recordings recordings;
+    for (int i = 0; i < count; ++i) {
+        recordings.insert(
+            QStringLiteral("DCIM/%1MEDIA/IMG%2.MOV").arg(100 + i / 1000).arg(i, 4, 10, QLatin1Char('0')),
+            "recording " + QByteArray::number(i));
+    }
+    writeCard(workspace, recordings);
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    importCard(workspace, recordings, &import);
+    QCOMPARE(copied_, count);
+    QCOMPARE(import.reports().size(), 2 * count + 1);
+    QVERIFY(import.reports().constFirst().startsWith(QStringLiteral("0 5001 1 Copying ")));
+    QVERIFY(import.reports().at(2 * count - 1).startsWith(QStringLiteral("0 5000 5001 Copied ")));
+}
+
+void TestFaults::aKilledImport()
+{
+    constexpr int count = 10;
+    constexpr int kills = 20;
+    const Workspace workspace;
+    const Recordings recordings = videos(count, 6 * mebibyte);
+    writeCard(workspace, recordings);
+    const QString target = workspace.makeFolder(QStringLiteral("dst"));
+    const QString templatePath =
+        workspace.write(QStringLiteral("templates/rig.kava"),
+                        "<kava><videos><video/><video/><video/></videos><pano><images/></pano><x>" +
+                            QByteArray(50000, 'x') + "</x></kava>");
+    const QByteArray picture = recording(700000, 99);
+    workspace.write(QStringLiteral("templates/rig.jpg"), picture);
+
+    // The program has its settings file before it imports; the kills are for the recordings.
+    QVERIFY(!loadSettings().isEmpty());
+
+    int cutShort = 0;
+    for (int kill = 0; kill < kills; ++kill) {
+        emptyFolder(target);
+        QProcess process;
+        process.start(QStringLiteral(CARDCOPY),
+                      {QStringLiteral("import"), QStringLiteral("1"), workspace.path(QStringLiteral("card")),
+                       target, templatePath, QString(), QString::number(1 + kill % 18)});
+        QVERIFY2(process.waitForReadyRead(hangMilliseconds),
+                 process.readAllStandardError().append(QByteArray::number(process.state())).constData());
+        process.write("\n");
+        QVERIFY(process.waitForBytesWritten(5000));
+        ::usleep(static_cast<useconds_t>((kill * 7 % kills) * 300));
+        QCOMPARE(::kill(static_cast<pid_t>(process.processId()), SIGKILL), 0);
+        QVERIFY(process.waitForFinished(30000));
+        QCOMPARE(process.exitStatus(), QProcess::CrashExit);
+
+        const QStringList unfinished = unfinishedBelow(target);
+        cutShort += unfinished.size();
+        QVERIFY(unfinished.size() <= 1);
+        for (const QString &file : visibleBelow(target)) {
+            const QString path = target + QLatin1Char('/') + file;
+            if (file.endsWith(QStringLiteral("_autopano.kava"))) {
+                QFile project(path);
+                QVERIFY(project.open(QIODevice::ReadOnly));
+                QVERIFY2(QDomDocument().setContent(&project), qPrintable(file));
+            } else if (file.endsWith(QStringLiteral(".jpg"))) {
+                QVERIFY2(workspace.read(QStringLiteral("dst/") + file) == picture, qPrintable(file));
+            } else {
+                QVERIFY2(workspace.read(QStringLiteral("dst/") + file) ==
+                             recordings.value(QString(file).remove(QStringLiteral("_cam1"))),
+                         qPrintable(file));
+            }
+        }
+        QCOMPARE(filesBelow(target).size(), visibleBelow(target).size() + unfinished.size());
+        for (auto one = recordings.cbegin(); one != recordings.cend(); ++one)
+            QVERIFY(workspace.read(QStringLiteral("card/") + one.key()) == one.value());
+    }
+    qInfo("%d of %d kills hit a copy", cutShort, kills);
+    QVERIFY(cutShort > 0);
+
+    // What is left over stands in nobody's way.
+    ImportRun import({1, workspace.path(QStringLiteral("card")), target, {}, QStringLiteral("again")});
+    QVERIFY(import.run());
+    QCOMPARE(import.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 10/10 videos and 0/0 photos.")});
+}
+
+void TestFaults::noRoomForPreviewsAndProjects_data()
+{
+    QTest::addColumn<int>("pictureSize");
+    QTest::addColumn<int>("projectSize");
+    QTest::addColumn<int>("targetKiB");
+    constexpr int kibibyte = 1024;
+    QTest::newRow("room for everything") << 100 * kibibyte << 100 * kibibyte << 8 * 1024;
+    QTest::newRow("no room for a preview") << 900 * kibibyte << 10 * kibibyte << 3 * 1024 + 600;
+    QTest::newRow("room for some previews") << 300 * kibibyte << 10 * kibibyte << 3 * 1024 + 800;
+    QTest::newRow("no room for the project") << 10 * kibibyte << 700 * kibibyte << 3 * 1024 + 600;
+    QTest::newRow("room for neither") << 700 * kibibyte << 700 * kibibyte << 3 * 1024 + 600;
+}
+
+void TestFaults::noRoomForPreviewsAndProjects()
+{
+    QFETCH(int, pictureSize);
+    QFETCH(int, projectSize);
+    QFETCH(int, targetKiB);
+    const Workspace workspace;
+    QStringList cards;
+    QVector<QByteArray> contents;
+    for (int card = 1; card <= 3; ++card) {
+        contents.append(recording(mebibyte, static_cast<quint32>(card)));
+        workspace.write(QStringLiteral("card%1/A.MOV").arg(card), contents.last());
+        cards.append(workspace.path(QStringLiteral("card%1").arg(card)));
+    }
+    const QString templates = QDir(getTemplateDir()).absolutePath();
+    const QString inWorkspace = QDir(workspace.path()).relativeFilePath(templates);
+    const QString templatePath =
+        workspace.write(inWorkspace + QStringLiteral("/rig.kava"),
+                        "<kava><videos><video/><video/><video/></videos><pano><images/></pano><x>" +
+                            QByteArray(projectSize, 'x') + "</x></kava>");
+    const QByteArray picture = recording(pictureSize, 9);
+    workspace.write(inWorkspace + QStringLiteral("/rig.jpg"), picture);
+
+    QByteArray project;
+    {
+        AppController controller;
+        controller.copyFiles(cards.at(0), cards.at(1), cards.at(2), workspace.path(QStringLiteral("roomy")),
+                             templatePath, {});
+        QVERIFY(AppController::waitForJobs(hangMilliseconds));
+        project = workspace.read(QStringLiteral("roomy/A_autopano.kava"));
+        QVERIFY(project.size() > projectSize);
+    }
+
+    const TestVolume target(workspace.path(QStringLiteral("dst")), targetKiB);
+    SKIP_UNLESS_MOUNTED(target);
+    AppController controller;
+    const CardReports reports(controller);
+    controller.copyFiles(cards.at(0), cards.at(1), cards.at(2), workspace.path(QStringLiteral("dst")),
+                         templatePath, {});
+    QVERIFY(AppController::waitForJobs(hangMilliseconds));
+
+    QMap<QString, QByteArray> found = workspace.tree(QStringLiteral("dst"));
+    for (int card = 1; card <= 3; ++card) {
+        const QString copy = QStringLiteral("A_cam%1.MOV").arg(card);
+        const bool copied = found.contains(copy);
+        QCOMPARE(reports.finalOf(card),
+                 QStringList{QStringLiteral("0 1 1 Copied %1/1 videos and 0/0 photos.").arg(copied ? 1 : 0)});
+        if (copied)
+            QVERIFY(found.take(copy) == contents.at(card - 1));
+        if (found.contains(copy + QStringLiteral(".jpg")))
+            QVERIFY(found.take(copy + QStringLiteral(".jpg")) == picture);
+        QVERIFY(workspace.read(QStringLiteral("card%1/A.MOV").arg(card)) == contents.at(card - 1));
+    }
+    if (found.contains(QStringLiteral("A_autopano.kava")))
+        QVERIFY(found.take(QStringLiteral("A_autopano.kava")) == project);
+    found.remove(QStringLiteral("Kelpora360.log"));
+    QCOMPARE(found.keys(), QStringList());
+}
+
+KELPORA_TEST_MAIN(TestFaults)
+#include "tst_faults.moc"
