@@ -310,13 +310,14 @@ std::unique_ptr<MediaImport> AppController::mediaImport(int cardIndex, const QSt
 {
     ImportProjects projects;
     projects.fallbackPicture = [this] { return getTemplateJpg(); };
-    projects.writeVideoProject = [](int card, const QString &templateFile, const QString &take,
-                                    const QString &name) {
-        Autopano::createKava(card, templateFile, take, name, loadSettings());
+    const auto autopano = std::make_shared<Autopano>();
+    projects.writeVideoProject = [autopano](int card, const QString &templateFile, const QString &take,
+                                            const QString &name) {
+        autopano->writeKava(card, templateFile, take, name, loadSettings);
     };
-    projects.writePhotoProject = [](int card, const QString &templateFile, const QString &take,
-                                    const QString &name) {
-        Autopano::createPano(card, templateFile, take, name, loadSettings());
+    projects.writePhotoProject = [autopano](int card, const QString &templateFile, const QString &take,
+                                            const QString &name) {
+        autopano->writePano(card, templateFile, take, name, loadSettings);
     };
     return std::make_unique<MediaImport>(
         ImportRequest{cardIndex, sourceDir, targetDir, templatePath, projectName}, std::move(projects),

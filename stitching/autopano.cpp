@@ -132,8 +132,18 @@ void editPano(const QDomElement &pano, const CameraFiles &pictures, const QVaria
     setPictureFiles(images, pictures);
     if (settings.value(QStringLiteral("OverwriteAngles")).toBool())
         setAngles(images, settings);
+}
+
+/// Removes what no project keeps of its template, and most of what a real one holds.
+void removeFindings(const QDomElement &pano)
+{
     removeDescendants(pano, QStringLiteral("thumbnail"));
     removeDescendants(pano, QStringLiteral("match"));
+}
+
+QDomElement panoOf(const QDomDocument &document)
+{
+    return document.firstChildElement(QStringLiteral("kava")).firstChildElement(QStringLiteral("pano"));
 }
 
 void setEncodingRules(QDomElement rules)
@@ -170,7 +180,7 @@ void supplyTemplate(int card, const QString &projectPath, const QString &folderT
 }
 
 void writeVideoProject(int card, const QString &templatePath, const QString &videoPath, const QString &name,
-                       const QVariantMap &settings)
+                       const Autopano::SettingsSource &settings)
 {
     const QString suffix =
         name.isEmpty() ? QStringLiteral("_autopano.kava") : QStringLiteral("_%1_autopano.kava").arg(name);
@@ -191,7 +201,8 @@ void writeVideoProject(int card, const QString &templatePath, const QString &vid
     if (!pano.isNull()) {
         for (QString &file : files)
             file += QStringLiteral(".jpg");
-        editPano(pano, files, settings);
+        removeFindings(pano);
+        editPano(pano, files, stitchSettingsToRadians(settings()));
     }
     kava.firstChildElement(QStringLiteral("output"))
         .setAttribute(QStringLiteral("file"),
@@ -208,8 +219,9 @@ void writeVideoProject(int card, const QString &templatePath, const QString &vid
         writeProject(card, gigaTemplate, toPanoXml(pano));
 }
 
-void writePhotoProject(int card, const QString &templatePath, const QString &photoPath, const QString &name,
-                       const QVariantMap &settings)
+void writePhotoProject(int card, const QString &photoPath, const QString &name,
+                       const Autopano::SettingsSource &settings,
+                       const std::function<QDomElement()> &templatePano)
 {
     const QString extension =
         photoPath.endsWith(QStringLiteral(".DNG")) ? QStringLiteral(".DNG") : QStringLiteral(".JPG");
@@ -219,32 +231,72 @@ void writePhotoProject(int card, const QString &templatePath, const QString &pho
     if (QFileInfo::exists(projectPath))
         return;
 
-    const QDomDocument document = readTemplate(templatePath);
-    const QDomElement pano =
-        document.firstChildElement(QStringLiteral("kava")).firstChildElement(QStringLiteral("pano"));
+    const QDomElement pano = templatePano();
     if (!pano.isNull())
-        editPano(pano, cameraPhotos(QFileInfo(photoPath).fileName(), extension, name), settings);
+        editPano(pano, cameraPhotos(QFileInfo(photoPath).fileName(), extension, name),
+                 stitchSettingsToRadians(settings()));
     writeProject(card, projectPath, toPanoXml(pano));
 }
 
 } // namespace
 
-void Autopano::createKava(int card, const QString &templatePath, const QString &videoPath,
-                          const QString &name, const QMap<QString, QVariant> &settings)
+/// The panorama descriptions of templates, the last one parsed only once: the photos of a card are many.
+class Autopano::PanoCache
+{
+public:
+    /// A copy of the caller's own, without findings; null if the template has none.
+    [[nodiscard]] QDomElement read(const QString &templatePath)
+    {
+        // Compared byte by byte: a time stamp may miss that the template was changed.
+        const QByteArray content = readTemplateContent(templatePath);
+        if (content != content_) {
+            document_ = parseTemplate(content);
+            removeFindings(panoOf(document_));
+            content_ = content;
+        }
+        return panoOf(document_).cloneNode().toElement();
+    }
+
+private:
+    QByteArray content_;
+    QDomDocument document_;
+};
+
+Autopano::Autopano()
+    : panos_(std::make_unique<PanoCache>())
+{
+}
+
+Autopano::~Autopano() = default;
+
+void Autopano::writeKava(int card, const QString &templatePath, const QString &videoPath, const QString &name,
+                         const SettingsSource &settings)
 {
     try {
-        writeVideoProject(card, templatePath, videoPath, name, stitchSettingsToRadians(settings));
+        writeVideoProject(card, templatePath, videoPath, name, settings);
     } catch (const std::exception &error) {
         qWarning() << "Error creating kava template:" << error.what();
     }
 }
 
-void Autopano::createPano(int card, const QString &templatePath, const QString &photoPath,
-                          const QString &name, const QMap<QString, QVariant> &settings)
+void Autopano::writePano(int card, const QString &templatePath, const QString &photoPath, const QString &name,
+                         const SettingsSource &settings)
 {
     try {
-        writePhotoProject(card, templatePath, photoPath, name, stitchSettingsToRadians(settings));
+        writePhotoProject(card, photoPath, name, settings, [&] { return panos_->read(templatePath); });
     } catch (const std::exception &error) {
         qInfo("%s", error.what());
     }
+}
+
+void Autopano::createKava(int card, const QString &templatePath, const QString &videoPath,
+                          const QString &name, const QMap<QString, QVariant> &settings)
+{
+    Autopano().writeKava(card, templatePath, videoPath, name, [&settings] { return settings; });
+}
+
+void Autopano::createPano(int card, const QString &templatePath, const QString &photoPath,
+                          const QString &name, const QMap<QString, QVariant> &settings)
+{
+    Autopano().writePano(card, templatePath, photoPath, name, [&settings] { return settings; });
 }

@@ -4,12 +4,31 @@
 #include <QString>
 #include <QVariant>
 
+#include <functional>
+#include <memory>
+
 /// Writes a take's stitching projects: the user's template project with the take's three files, and the
 /// rig's angles if the settings say so. A project that exists is never touched, and none is ever there
 /// half-written.
+///
+/// The static functions serve single takes. An object is for the takes of one import, on one thread: it
+/// parses the template once, and asks for the settings only when it writes a project.
 class Autopano
 {
+    Q_DISABLE_COPY(Autopano)
+
 public:
+    using SettingsSource = std::function<QMap<QString, QVariant>()>;
+
+    Autopano();
+    ~Autopano();
+
+    /// As createKava() and createPano().
+    void writeKava(int card, const QString &templatePath, const QString &videoPath, const QString &name,
+                   const SettingsSource &settings);
+    void writePano(int card, const QString &templatePath, const QString &photoPath, const QString &name,
+                   const SettingsSource &settings);
+
     /// Writes the ".kava" project of the video take `videoPath` (the take's path in the destination, ending
     /// in ".MOV") beside its videos. `card` (1 to 3) only names the caller in the log; `name` is the project
     /// name or empty; `settings` is the settings map. Also supplies the templates folder with the project
@@ -22,4 +41,8 @@ public:
     /// same ".kava" template. Arguments and failures as for createKava().
     static void createPano(int card, const QString &templatePath, const QString &photoPath,
                            const QString &name, const QMap<QString, QVariant> &settings);
+
+private:
+    class PanoCache;
+    std::unique_ptr<PanoCache> panos_;
 };

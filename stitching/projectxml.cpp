@@ -38,8 +38,7 @@ bool isHarmless(const QString &text)
     return !reader.hasError();
 }
 
-enum class Place
-{
+enum class Place {
     Text,
     Attribute,
 };
@@ -157,10 +156,18 @@ private:
 
 QDomDocument readTemplate(const QString &path)
 {
+    return parseTemplate(readTemplateContent(path));
+}
+
+QByteArray readTemplateContent(const QString &path)
+{
     QFile file(path);
-    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
-        return {};
-    const QString text = QString::fromUtf8(file.readAll());
+    return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QDomDocument parseTemplate(const QByteArray &content)
+{
+    const QString text = QString::fromUtf8(content);
     QDomDocument document;
     // A failed setContent() leaves what it had parsed so far in the document.
     if (!isHarmless(text) || !document.setContent(text, false))

@@ -10,6 +10,10 @@
 /// or nests elements deeper than any real project gives an empty document.
 [[nodiscard]] QDomDocument readTemplate(const QString &path);
 
+/// The two halves of readTemplate(): the bytes, empty if they can't be read, and the document that they hold.
+[[nodiscard]] QByteArray readTemplateContent(const QString &path);
+[[nodiscard]] QDomDocument parseTemplate(const QByteArray &content);
+
 /// The document as UTF-8 text, indented by one space per level, each element's attributes in the order of
 /// their names. Empty for an empty document.
 [[nodiscard]] QByteArray toXml(const QDomDocument &document);
