@@ -1,0 +1,145 @@
+#include "tests/views/view.h"
+
+#include <QtTest>
+
+namespace {
+
+const QPoint outside(350, 850);
+
+} // namespace
+
+class TestPopups : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void theMessage();
+    void theMessageCloses_data();
+    void theMessageCloses();
+    void theWait();
+    void theWaitClosesOnlyByTheProgram_data();
+    void theWaitClosesOnlyByTheProgram();
+    void keepsPressesFromTheWindow_data();
+    void keepsPressesFromTheWindow();
+
+private:
+    static bool open(const View &view, const QString &popup);
+    static QQuickItem *contentOf(const View &view, const QString &popup);
+};
+
+bool TestPopups::open(const View &view, const QString &popup)
+{
+    QMetaObject::invokeMethod(view.object(popup), "open");
+    return QTest::qWaitFor([&] { return view.property(popup, "opened").toBool(); });
+}
+
+QQuickItem *TestPopups::contentOf(const View &view, const QString &popup)
+{
+    return view.property(popup, "contentItem").value<QQuickItem *>();
+}
+
+void TestPopups::theMessage()
+{
+    ScriptedController controller;
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    const QString popup = QStringLiteral("messagePopup");
+    QCOMPARE(view.property(popup, "visible").toBool(), false);
+    view.object(popup)->setProperty("text", "Something happened.");
+    QVERIFY(open(view, popup));
+    QCOMPARE(view.property(popup, "modal").toBool(), true);
+    QCOMPARE(view.property(popup, "x").toDouble(), 100.0);
+    QCOMPARE(view.property(popup, "y").toDouble(), 100.0);
+    QCOMPARE(texts(textItems(contentOf(view, popup))), (QStringList{"Info", "Something happened.", "Ok"}));
+    QCOMPARE(view.property(QStringLiteral("messageText"), "text").toString(),
+             QStringLiteral("Something happened."));
+}
+
+void TestPopups::theMessageCloses_data()
+{
+    QTest::addColumn<QString>("by");
+    QTest::newRow("by Escape") << "escape";
+    QTest::newRow("by a press outside") << "outside";
+    QTest::newRow("by its button") << "button";
+}
+
+void TestPopups::theMessageCloses()
+{
+    QFETCH(QString, by);
+    ScriptedController controller;
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    const QString popup = QStringLiteral("messagePopup");
+    QVERIFY(open(view, popup));
+    if (by == QLatin1String("escape"))
+        QTest::keyClick(view.window(), Qt::Key_Escape);
+    else if (by == QLatin1String("outside"))
+        QTest::mouseClick(view.window(), Qt::LeftButton, Qt::NoModifier, outside);
+    else
+        view.click(textItems(contentOf(view, popup)).last());
+    QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
+}
+
+void TestPopups::theWait()
+{
+    ScriptedController controller;
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    const QString popup = QStringLiteral("waitPopup");
+    QCOMPARE(view.property(popup, "visible").toBool(), false);
+    QVERIFY(open(view, popup));
+    QCOMPARE(view.property(popup, "modal").toBool(), true);
+    QCOMPARE(view.property(popup, "x").toDouble(), 100.0);
+    QCOMPARE(view.property(popup, "y").toDouble(), 100.0);
+    QCOMPARE(texts(textItems(contentOf(view, popup))), (QStringList{"Please wait ...", ""}));
+    view.object(popup)->setProperty("text", "Half of it is done.");
+    QCOMPARE(view.property(QStringLiteral("waitText"), "text").toString(),
+             QStringLiteral("Half of it is done."));
+}
+
+void TestPopups::theWaitClosesOnlyByTheProgram_data()
+{
+    QTest::addColumn<bool>("key");
+    QTest::newRow("not by Escape") << true;
+    QTest::newRow("not by a press outside") << false;
+}
+
+void TestPopups::theWaitClosesOnlyByTheProgram()
+{
+    QFETCH(bool, key);
+    ScriptedController controller;
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    const QString popup = QStringLiteral("waitPopup");
+    QVERIFY(open(view, popup));
+    if (key)
+        QTest::keyClick(view.window(), Qt::Key_Escape);
+    else
+        QTest::mouseClick(view.window(), Qt::LeftButton, Qt::NoModifier, outside);
+    // "opened" falls at once when a popup begins to close.
+    QTest::qWait(50);
+    QCOMPARE(view.property(popup, "opened").toBool(), true);
+    QMetaObject::invokeMethod(view.object(popup), "close");
+    QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
+}
+
+void TestPopups::keepsPressesFromTheWindow_data()
+{
+    QTest::addColumn<QString>("popup");
+    QTest::newRow("message") << "messagePopup";
+    QTest::newRow("wait") << "waitPopup";
+}
+
+void TestPopups::keepsPressesFromTheWindow()
+{
+    QFETCH(QString, popup);
+    ScriptedController controller;
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QVERIFY(open(view, popup));
+    view.click(QStringLiteral("exitButton"));
+    QVERIFY(view.window()->isVisible());
+}
+
+QTEST_MAIN(TestPopups)
+#include "tst_popups.moc"

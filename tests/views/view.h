@@ -1,0 +1,72 @@
+#pragma once
+
+#include <QObject>
+#include <QQmlApplicationEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QStringList>
+#include <QVariant>
+
+/// Stands in for the controller: answers with what a test puts into it.
+class ScriptedController : public QObject
+{
+    Q_OBJECT
+
+public:
+    QVariantList drives;
+    QVariantList templates;
+    QVariantMap settings;
+    QString moviesLocation;
+    QString version = QStringLiteral("1.8.0");
+
+    /// Appends an entry as the controller gives it, a JSON object.
+    static void append(QVariantList *entries, const QString &key, const QString &value);
+
+public slots:
+    QVariantList getDrives() { return drives; }
+    QVariantList getTemplates() { return templates; }
+    QVariantMap getSettings() { return settings; }
+    QVariant getMoviesLocation() { return moviesLocation; }
+    QVariant getVersion() { return version; }
+    QVariantList getDevices() { return {}; }
+    void setPort(const QVariant & /*port*/) {}
+    void updateSettings(const QVariantMap & /*changed*/) {}
+};
+
+/// The program's window, shown on the test's screen.
+class View
+{
+    Q_DISABLE_COPY(View)
+
+public:
+    /// `controller` must outlive the view.
+    explicit View(ScriptedController *controller);
+
+    /// False if the document could not be loaded or shown.
+    [[nodiscard]] bool isShown() const { return shown_; }
+    [[nodiscard]] QQuickWindow *window() const { return window_; }
+
+    /// The object of that name; a test without it has nothing to test, so it aborts.
+    [[nodiscard]] QObject *object(const QString &objectName) const;
+    [[nodiscard]] QQuickItem *item(const QString &objectName) const;
+    [[nodiscard]] QVariant property(const QString &objectName, const char *name) const;
+
+    /// Calls a function of the window as a signal of the controller does.
+    QVariant call(const char *function) const;
+    void updateCardProgress(const QVariant &card, const QVariant &from, const QVariant &to,
+                            const QVariant &value, const QVariant &text) const;
+
+    /// Clicks into the middle of a control.
+    void click(const QString &objectName) const;
+    void click(const QQuickItem *target) const;
+
+private:
+    QQmlApplicationEngine engine_;
+    QQuickWindow *window_ = nullptr;
+    bool shown_ = false;
+};
+
+/// The labels and buttons below `top` in their order, as the operator reads them. What a drop-down shows
+/// of its choice isn't among them.
+[[nodiscard]] QList<QQuickItem *> textItems(QQuickItem *top);
+[[nodiscard]] QStringList texts(const QList<QQuickItem *> &items);
