@@ -449,8 +449,6 @@ void TestCopyFilesPage::clickingRaisesTheFlags()
     QVERIFY(view.isShown());
     QCOMPARE(flags(view), (QList<bool>{false, false, false}));
 
-    // They stand already when the request is made.
-    QList<bool> atRequest;
     QSignalSpy requests(view.window(),
                         SIGNAL(copyFiles(QString, QString, QString, QString, QString, QString)));
     view.click(QStringLiteral("copyFilesButton"));
