@@ -9,35 +9,11 @@
 
 namespace {
 
-/// Collects the three cards' last reports and ends the event loop with the last of them.
-class Ending : public QObject
-{
-    Q_OBJECT
-
-public:
-    [[nodiscard]] const std::array<QString, 3> &texts() const { return texts_; }
-
-public slots:
-    void take(const QVariant &card, const QVariant & /*from*/, const QVariant &to, const QVariant &value,
-              const QVariant &text)
-    {
-        // A card's own bar also runs past its maximum; only the last report has the maximum 1, or 0 on an
-        // error.
-        if (value.toInt() < to.toInt() || to.toInt() > 1)
-            return;
-        texts_.at(static_cast<std::size_t>(card.toInt() - 1)) = text.toString();
-        if (++ended_ == 3)
-            QCoreApplication::quit();
-    }
-
-private:
-    std::array<QString, 3> texts_;
-    int ended_ = 0;
-};
+constexpr int pollMs = 20;
 
 } // namespace
 
-/// Imports three cards as the program does, without its window, and prints what each card's import reported.
+/// Imports three cards as the program does, without its window, and prints what each card's import said last.
 int main(int argc, char *argv[])
 {
     if (argc != 5 && argc != 6) {
@@ -51,19 +27,24 @@ int main(int argc, char *argv[])
     setAppPathFromExecutable(QCoreApplication::applicationFilePath());
 
     AppController controller;
-    Ending ending;
-    QObject::connect(&controller, &AppController::updateCardProgress, &ending, &Ending::take);
+    std::array<QString, 3> lastTexts;
+    // Delivered on this thread, as the window's are.
+    QObject::connect(&controller, &AppController::updateCardProgress, &app,
+                     [&lastTexts](const QVariant &card, const QVariant & /*from*/, const QVariant & /*to*/,
+                                  const QVariant & /*value*/, const QVariant &text) {
+                         lastTexts.at(static_cast<std::size_t>(card.toInt() - 1)) = text.toString();
+                     });
     const auto argument = [argv](int i) { return QString::fromLocal8Bit(argv[i]); };
     controller.copyFiles(argument(1), argument(2), argument(3), argument(4),
                          argc == 6 ? argument(5) : QString(), {});
-    QCoreApplication::exec();
+    while (!AppController::waitForJobs(pollMs))
+        QCoreApplication::processEvents();
+    QCoreApplication::processEvents();
 
-    bool copied = AppController::waitForJobs(-1);
-    for (const QString &text : ending.texts()) {
+    bool copied = true;
+    for (const QString &text : lastTexts) {
         std::printf("%s\n", qPrintable(text));
         copied = copied && text.startsWith(QStringLiteral("Copied "));
     }
     return copied ? 0 : 1;
 }
-
-#include "importcards.moc"
