@@ -6,6 +6,8 @@ ComboBox {
     id: root
 
     textRole: "text"
+    // The name is the row's label; without this a screen reader would never tell what is chosen.
+    Accessible.description: root.displayText
     contentItem: Label {
         leftPadding: 12
         verticalAlignment: Text.AlignVCenter
