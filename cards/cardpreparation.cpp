@@ -41,6 +41,8 @@ void CardPreparation::run(bool erase, bool createSyncConfig)
         report_({0, 2, 2, QStringLiteral("Invalid directory")});
         return;
     }
+    VolumeFlush flush;
+    flush.watch(root_);
     QString status = QStringLiteral("No action");
     if (erase) {
         report_({0, 2, 1, QStringLiteral("Erasing")});
@@ -56,7 +58,7 @@ void CardPreparation::run(bool erase, bool createSyncConfig)
     }
     writeMarkers();
     // The card may be pulled as soon as it says that it is ready.
-    static_cast<void>(flushToDisk({QDir(root_).filePath(labelFile)}, StopFlag()));
+    static_cast<void>(flush.finish({QDir(root_).filePath(labelFile)}, StopFlag()));
     report_({0, 2, 2, status});
 }
 

@@ -1,10 +1,9 @@
 #include "cards/mediaimport.h"
 
+#include "cards/cardlisting.h"
 #include "cards/filecopy.h"
-#include "cards/platformcopy.h"
 
 #include <QDebug>
-#include <QDirIterator>
 #include <QFileInfo>
 
 #include <utility>
@@ -114,7 +113,7 @@ bool MediaImport::run()
         return false;
     }
 
-    const QStringList files = listFiles(QDir(request_.sourceDir));
+    const QStringList files = listFiles();
     Counts counts;
     for (int i = 0; i < files.size() && !stop_.isRaised(); ++i)
         copyListed(files.at(i), i + 1, files.size(), &counts);
@@ -132,13 +131,13 @@ QString MediaImport::invalidReason() const
     return {};
 }
 
-QStringList MediaImport::listFiles(const QDir &folder) const
+QStringList MediaImport::listFiles()
 {
-    QStringList files;
-    QDirIterator iterator(folder.absolutePath(), QDir::Files, QDirIterator::Subdirectories);
-    while (iterator.hasNext() && !stop_.isRaised())
-        files.append(iterator.next());
-    return files;
+    const CardListing listing = listCard(request_.sourceDir, stop_);
+    for (const QString &path : listing.unreadable)
+        qWarning().noquote() << QStringLiteral("Card %1: can't read %2.").arg(request_.card).arg(path);
+    wholeCardSeen_ = listing.unreadable.isEmpty();
+    return listing.files;
 }
 
 void MediaImport::copyListed(const QString &path, int position, int totalFiles, Counts *counts)
@@ -194,7 +193,10 @@ int MediaImport::copyTake(const QString &sourcePath, TakeNames *names)
     // An extension inside a folder's name is rewritten too, which gives the copy a folder of its own.
     createFolderOf(names->copyPath());
 
-    StagedCopy copy(sourcePath, QFileInfo(names->copyPath()).absolutePath(), stop_);
+    const QString folder = QFileInfo(names->copyPath()).absolutePath();
+    flush_.watch(folder);
+
+    StagedCopy copy(sourcePath, folder, stop_);
     Publish result = copy.publish(names->copyPath());
     while (result == Publish::Exists) {
         // Someone else took the name while the content was copied.
@@ -244,7 +246,7 @@ void MediaImport::writeProject(const ImportProjects::Writer &writer, const QStri
 bool MediaImport::finish(const Counts &counts)
 {
     const QString copied = summary(counts.videosCopied, counts.videos, counts.photosCopied, counts.photos);
-    const bool flushed = flushToDisk(written_, stop_);
+    const bool flushed = flush_.finish(written_, stop_);
     if (stop_.isRaised() || !flushed) {
         const QString reason = stop_.isRaised()
                                    ? QStringLiteral("Stopped after ")
@@ -254,6 +256,8 @@ bool MediaImport::finish(const Counts &counts)
         return false;
     }
     qInfo().noquote() << QStringLiteral("Card %1: copied ").arg(request_.card) + copied;
-    report_({0, 1, 1, QStringLiteral("Copied ") + copied});
+    const QString incomplete =
+        wholeCardSeen_ ? QString() : QStringLiteral("Error: Part of the card could not be read. ");
+    report_({0, 1, 1, incomplete + QStringLiteral("Copied ") + copied});
     return true;
 }

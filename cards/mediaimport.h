@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/job.h"
+#include "cards/platformcopy.h"
 
 #include <QDir>
 #include <QStringList>
@@ -68,7 +69,7 @@ private:
     };
 
     [[nodiscard]] QString invalidReason() const;
-    [[nodiscard]] QStringList listFiles(const QDir &folder) const;
+    [[nodiscard]] QStringList listFiles();
     void copyListed(const QString &path, int position, int totalFiles, Counts *counts);
     int copyTake(const QString &sourcePath, TakeNames *names);
     [[nodiscard]] int checkSizes(const QString &sourcePath, const QString &copyPath, int fileIndex,
@@ -81,5 +82,7 @@ private:
     ImportProjects projects_;
     ProgressReport report_;
     const StopFlag &stop_;
+    VolumeFlush flush_;
     QStringList written_;
+    bool wholeCardSeen_ = true;
 };

@@ -17,7 +17,24 @@ class StopFlag;
 /// them. To be called when the content is written.
 void copyAttributes(QFile &source, QFile &target);
 
-/// Returns once `files`, all on one volume, and the folders that name them are on disk. False if the volume
-/// reports that something could not be written, a file is gone (as with a volume that was pulled out), or the
-/// flag is raised first.
-[[nodiscard]] bool flushToDisk(const QStringList &files, const StopFlag &stop);
+/// The barrier between what was written to a volume and the report that says so.
+class VolumeFlush
+{
+    Q_DISABLE_COPY(VolumeFlush)
+
+public:
+    VolumeFlush() = default;
+    ~VolumeFlush();
+
+    /// To be called before anything is written: from here on the volume of the existing folder `folder` is
+    /// asked for write errors. Further calls do nothing.
+    void watch(const QString &folder);
+
+    /// Returns once `files`, all on that volume, and the folders that name them are on disk. False if the
+    /// volume has met a write error, a file is gone (as with a volume that was pulled out), or `stop` is
+    /// raised first.
+    [[nodiscard]] bool finish(const QStringList &files, const StopFlag &stop) const;
+
+private:
+    int volume_ = -1;
+};

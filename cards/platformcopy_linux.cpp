@@ -2,7 +2,6 @@
 #include "cards/platformcopy.h"
 
 #include <QFile>
-#include <QFileInfo>
 
 #include <algorithm>
 #include <cerrno>
@@ -184,35 +183,37 @@ void copyAttributes(QFile &source, QFile &target)
     static_cast<void>(::futimens(target.handle(), times));
 }
 
-bool flushToDisk(const QStringList &files, const StopFlag &stop)
+VolumeFlush::~VolumeFlush()
+{
+    if (volume_ >= 0)
+        ::close(volume_);
+}
+
+void VolumeFlush::watch(const QString &folder)
+{
+    // syncfs() reports the errors since its descriptor was opened, to every descriptor once.
+    if (volume_ < 0)
+        volume_ = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+}
+
+bool VolumeFlush::finish(const QStringList &files, const StopFlag &stop) const
 {
     if (files.isEmpty())
         return true;
-    // Opened before the waiting, so that an error met meanwhile is reported to it.
-    const int volume = ::open(QFile::encodeName(QFileInfo(files.first()).absolutePath()).constData(),
-                              O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (volume < 0)
-        return false;
     // File by file first, because the flush of the volume can't be interrupted.
-    bool flushed = true;
     for (const QString &path : files) {
-        flushed = !stop.isRaised();
-        if (!flushed)
-            break;
+        if (stop.isRaised())
+            return false;
         const int file = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
-        if (file < 0) {
+        if (file >= 0) {
+            ::sync_file_range(
+                file, 0, 0, SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
+            ::close(file);
+        } else if (errno != EACCES) {
             // A copy keeps the permissions of its source, also those that forbid to read it. One that can't
             // be found went with the volume that it was written to.
-            flushed = errno == EACCES;
-            if (!flushed)
-                break;
-            continue;
+            return false;
         }
-        ::sync_file_range(file, 0, 0,
-                          SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
-        ::close(file);
     }
-    flushed = flushed && ::syncfs(volume) == 0;
-    ::close(volume);
-    return flushed;
+    return volume_ >= 0 && ::syncfs(volume_) == 0;
 }

@@ -34,7 +34,11 @@ void copyAttributes(QFile &source, QFile &target)
     static_cast<void>(::fcopyfile(source.handle(), target.handle(), nullptr, COPYFILE_STAT));
 }
 
-bool flushToDisk(const QStringList &files, const StopFlag &stop)
+VolumeFlush::~VolumeFlush() = default;
+
+void VolumeFlush::watch(const QString & /*folder*/) {}
+
+bool VolumeFlush::finish(const QStringList &files, const StopFlag &stop) const
 {
     bool flushed = true;
     for (const QString &path : files) {

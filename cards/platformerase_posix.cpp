@@ -73,7 +73,8 @@ std::vector<std::string> removeFiles(const Folder &folder)
     ::closedir(listing);
     for (std::string &name : names) {
         struct stat status = {};
-        if (::fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode))
+        if (::fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+            S_ISDIR(status.st_mode))
             folders.push_back(std::move(name));
         else
             static_cast<void>(::unlinkat(folder.get(), name.c_str(), 0));

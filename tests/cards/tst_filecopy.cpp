@@ -2,6 +2,7 @@
 #include "cards/filecopy.h"
 #include "tests/cards/importrun.h"
 #include "tests/cards/recordings.h"
+#include "tests/support/plainuser.h"
 #include "tests/support/testmain.h"
 #include "tests/support/workspace.h"
 
@@ -14,11 +15,9 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <linux/capability.h>
 #include <memory>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 
@@ -32,13 +31,7 @@ template <typename Work>
 void withoutPrivileges(const Work &work)
 {
     std::thread thread([&] {
-        __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
-        __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
-        if (::syscall(SYS_capget, &header, data) == 0) {
-            const auto bit = [](unsigned capability) { return 1U << capability; };
-            data[0].effective &= ~(bit(CAP_DAC_OVERRIDE) | bit(CAP_DAC_READ_SEARCH));
-            static_cast<void>(::syscall(SYS_capset, &header, data));
-        }
+        const PlainUser user;
         work();
     });
     thread.join();

@@ -1,12 +1,15 @@
 #include "tests/cards/importrun.h"
 #include "tests/cards/recordings.h"
 #include "tests/support/messagelog.h"
+#include "tests/support/plainuser.h"
 #include "tests/support/testmain.h"
 #include "tests/support/workspace.h"
 
 #include <QDirIterator>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -48,6 +51,8 @@ private slots:
     void onlyRecordingsAreImported_data();
     void onlyRecordingsAreImported();
     void hiddenFilesAndFoldersAreNotListed();
+    void aNameThatIsNoTextIsTold();
+    void aFolderThatCannotBeListedIsTold();
     void linksToFoldersAreNotFollowed();
     void whatIsNoFileIsNotListed();
     void aLinkToWhatIsNoFileIsNotCopied();
@@ -366,6 +371,53 @@ void TestMediaImport::hiddenFilesAndFoldersAreNotListed()
              QStringList{QStringLiteral("DCIM/A_cam1.MOV")});
 }
 
+void TestMediaImport::aNameThatIsNoTextIsTold()
+{
+    const Workspace workspace;
+    workspace.write(QStringLiteral("card/A.MOV"), "video");
+    const QByteArray strange = QFile::encodeName(workspace.path(QStringLiteral("card/B"))) + "\xff.MOV";
+    const int file = ::open(strange.constData(), O_CREAT | O_WRONLY, 0600);
+    if (file < 0)
+        QSKIP("This file system takes no names that are no text");
+    ::close(file);
+
+    const MessageLog log;
+    ImportRun import(
+        {2, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    QVERIFY(import.run());
+    QCOMPARE(import.finalReports(),
+             QStringList{QStringLiteral("0 1 1 Error: Part of the card could not be read. "
+                                        "Copied 1/1 videos and 0/0 photos.")});
+    const QStringList warnings = MessageLog::lines(QStringLiteral("warning"));
+    QCOMPARE(warnings.size(), 1);
+    QVERIFY2(warnings.first().startsWith(QStringLiteral("Card 2: can't read ") + workspace.path() +
+                                         QStringLiteral("/card/B")),
+             qPrintable(warnings.first()));
+}
+
+void TestMediaImport::aFolderThatCannotBeListedIsTold()
+{
+    const Workspace workspace;
+    workspace.write(QStringLiteral("card/A.MOV"), "video");
+    workspace.write(QStringLiteral("card/shut/B.MOV"), "video");
+    const QByteArray shut = QFile::encodeName(workspace.path(QStringLiteral("card/shut")));
+    QVERIFY(::chmod(shut.constData(), 0) == 0);
+
+    const MessageLog log;
+    ImportRun import(
+        {3, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    {
+        const PlainUser user;
+        QVERIFY(import.run());
+    }
+    ::chmod(shut.constData(), 0700);
+    QCOMPARE(import.finalReports(),
+             QStringList{QStringLiteral("0 1 1 Error: Part of the card could not be read. "
+                                        "Copied 1/1 videos and 0/0 photos.")});
+    QCOMPARE(MessageLog::lines(QStringLiteral("warning")),
+             QStringList{QStringLiteral("Card 3: can't read %1.").arg(QFile::decodeName(shut))});
+}
+
 void TestMediaImport::linksToFoldersAreNotFollowed()
 {
     const Workspace workspace;
@@ -410,7 +462,7 @@ void TestMediaImport::aLinkToWhatIsNoFileIsNotCopied()
 
     ImportRun import({1, card, workspace.path(QStringLiteral("dst")), {}, {}});
     QVERIFY(import.run());
-    QCOMPARE(import.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 0/1 videos and 0/1 photos.")});
+    QCOMPARE(import.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 0/0 videos and 0/0 photos.")});
     QCOMPARE(filesBelow(workspace.path(QStringLiteral("dst"))), QStringList());
 }
 

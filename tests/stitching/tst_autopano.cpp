@@ -1,6 +1,6 @@
 #include "app/paths.h"
 #include "stitching/autopano.h"
-#include "tests/stitching/plainuser.h"
+#include "tests/support/plainuser.h"
 #include "tests/stitching/xmltree.h"
 #include "tests/support/messagelog.h"
 #include "tests/support/testmain.h"

@@ -1,5 +1,5 @@
 #include "stitching/projectxml.h"
-#include "tests/stitching/plainuser.h"
+#include "tests/support/plainuser.h"
 #include "tests/support/testmain.h"
 #include "tests/support/workspace.h"
 
