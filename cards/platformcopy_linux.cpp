@@ -17,9 +17,12 @@ namespace {
 
 constexpr off_t chunkSize = off_t{4} << 20;
 
-/// How much of a file may be waiting for the disk. Keeps every wait short, so that a stop is heeded soon,
-/// and keeps the disk writing while the card is read.
-constexpr off_t writebackWindow = off_t{32} << 20;
+/// How much is handed to the disk at once: in smaller pieces the handing over costs as much as the copying.
+constexpr off_t writebackStep = off_t{16} << 20;
+
+/// How much of a file may be waiting for the disk while it is copied. Keeps the disk writing while the card
+/// is read, and keeps what the last flush has to wait for small.
+constexpr off_t writebackWindow = off_t{64} << 20;
 
 /// How a range gets from one descriptor to the other; the first that the two file systems support is kept.
 enum class Method {
@@ -123,19 +126,74 @@ Stretch nextStretch(int file, off_t from)
     return {begin, end < 0 ? unknownEnd : end, false};
 }
 
-/// Has the disk write [0, offset) and waits for what lies more than the window behind.
-void writeBehind(int file, off_t chunkBegin, off_t chunkEnd)
+bool isWriteError(int error)
 {
-    ::sync_file_range(file, chunkBegin, chunkEnd - chunkBegin, SYNC_FILE_RANGE_WRITE);
-    const off_t settled = chunkEnd - writebackWindow;
-    if (settled > 0)
-        ::sync_file_range(file, std::max<off_t>(settled - chunkSize, 0), chunkSize,
-                          SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
+    return error == EIO || error == ENOSPC || error == EDQUOT;
 }
+
+/// Has the disk write [begin, end) and, with SYNC_FILE_RANGE_WAIT_*, waits for it. False if it could not be
+/// written; an error is told only once, so no answer may be passed over.
+bool syncRange(int file, off_t begin, off_t end, unsigned flags)
+{
+    return end <= begin || ::sync_file_range(file, begin, end - begin, flags) == 0 || !isWriteError(errno);
+}
+
+/// Waits until [begin, end) is written, in pieces: no single wait can be interrupted.
+bool settle(int file, off_t begin, off_t end, const StopFlag &stop)
+{
+    constexpr unsigned written =
+        SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
+    for (off_t offset = begin; offset < end; offset += chunkSize) {
+        if (stop.isRaised() || !syncRange(file, offset, std::min(offset + chunkSize, end), written))
+            return false;
+    }
+    return true;
+}
+
+/// Has the disk write what is copied while the copying goes on.
+class WriteBehind
+{
+public:
+    WriteBehind(int file, const StopFlag &stop)
+        : file_(file)
+        , stop_(stop)
+    {
+    }
+
+    /// Everything up to `end` is copied. False on a write error or a raised flag.
+    bool advance(off_t end)
+    {
+        if (end - started_ < writebackStep)
+            return true;
+        if (!finish(end))
+            return false;
+        const off_t settled = end - writebackWindow;
+        if (settled <= settled_)
+            return true;
+        const off_t from = settled_;
+        settled_ = settled;
+        return settle(file_, from, settled, stop_);
+    }
+
+    /// Has the rest written, without waiting for it.
+    bool finish(off_t end)
+    {
+        const off_t from = started_;
+        started_ = end;
+        return syncRange(file_, from, end, SYNC_FILE_RANGE_WRITE);
+    }
+
+private:
+    int file_;
+    const StopFlag &stop_;
+    off_t started_ = 0;
+    off_t settled_ = 0;
+};
 
 bool copyStretches(int source, int target, const StopFlag &stop)
 {
     RangeCopier copier(source, target);
+    WriteBehind writeBehind(target, stop);
     off_t offset = 0;
     for (;;) {
         const Stretch stretch = nextStretch(source, offset);
@@ -149,14 +207,15 @@ bool copyStretches(int source, int target, const StopFlag &stop)
             if (copied < 0)
                 return false;
             if (copied == 0)
-                return true;
-            writeBehind(target, offset, offset + copied);
+                return writeBehind.finish(offset);
             offset += copied;
+            if (!writeBehind.advance(offset))
+                return false;
         }
     }
     // The file may end in a hole.
     struct stat status = {};
-    return ::fstat(source, &status) == 0 &&
+    return writeBehind.finish(offset) && ::fstat(source, &status) == 0 &&
            (status.st_size <= offset || ::ftruncate(target, status.st_size) == 0);
 }
 
@@ -205,15 +264,18 @@ bool VolumeFlush::finish(const QStringList &files, const StopFlag &stop) const
         if (stop.isRaised())
             return false;
         const int file = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
-        if (file >= 0) {
-            ::sync_file_range(
-                file, 0, 0, SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
-            ::close(file);
-        } else if (errno != EACCES) {
+        if (file < 0) {
             // A copy keeps the permissions of its source, also those that forbid to read it. One that can't
             // be found went with the volume that it was written to.
+            if (errno == EACCES)
+                continue;
             return false;
         }
+        struct stat status = {};
+        const bool settled = ::fstat(file, &status) == 0 && settle(file, 0, status.st_size, stop);
+        ::close(file);
+        if (!settled)
+            return false;
     }
     return volume_ >= 0 && ::syncfs(volume_) == 0;
 }
