@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <stdexcept>
 
@@ -41,22 +42,45 @@ int HexDigit(char digit)
     return -1;
 }
 
-/// The program runs in the user's locale, whose decimal point may be a comma; a sentence's is a full stop.
-void ExchangePoint(std::string *text, char from, char to)
+/// The program runs in the user's locale, whose decimal point may be a comma, or more than one byte; a
+/// sentence's is a full stop.
+const char *LocalPoint()
 {
-    if (from != to)
-        std::replace(text->begin(), text->end(), from, to);
+    return std::localeconv()->decimal_point;
 }
 
-char LocalPoint()
+/// `text`, as printed in the user's locale, with a full stop. Its first byte is no decimal point.
+std::string WithPoint(std::string text)
 {
-    return *std::localeconv()->decimal_point;
+    const char *point = LocalPoint();
+    const std::size_t at = text.find(point, 1);
+    if (at != std::string::npos)
+        text.replace(at, std::strlen(point), ".");
+    return text;
 }
 
-double ToDouble(std::string text)
+double ToDouble(const std::string &text)
 {
-    ExchangePoint(&text, '.', LocalPoint());
-    return std::stod(text);
+    const char *point = LocalPoint();
+    if (std::strcmp(point, ".") == 0)
+        return std::stod(text);
+    std::string local = text;
+    const std::size_t stop = local.find('.');
+    if (stop != std::string::npos)
+        local.replace(stop, 1, point);
+    return std::stod(local);
+}
+
+/// Longer than what any limit here leaves of it, also after a decimal point of several bytes has become one.
+template <typename... Values>
+std::string Printed(const char *format, Values... values)
+{
+    std::array<char, 2 * number_buffer> buffer{};
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    std::snprintf(buffer.data(), buffer.size(), format, values...);
+#pragma GCC diagnostic pop
+    return buffer.data();
 }
 
 } // namespace
@@ -263,8 +287,8 @@ bool Nmea::CoordinateString(unsigned long value_field, unsigned long hemisphere_
         return false;
     double degrees = 0;
     const double minutes = std::modf(value / 100, &degrees) * 100;
-    *result = Format<number_buffer>("%2.0f%c%07.4f%c", degrees, ':', minutes, hemisphere);
-    ExchangePoint(result, LocalPoint(), '.');
+    *result =
+        Limited(WithPoint(Printed("%2.0f%c%07.4f%c", degrees, ':', minutes, hemisphere)), number_buffer);
     return true;
 }
 
@@ -287,24 +311,20 @@ std::string Nmea::FieldAsTimeString(unsigned long field)
     Require(field <= num_fields_, "FieldAsTimeString", "field <= num_fields_");
     return ConvertField(field, std::string(time_string_), [this](const std::string &text) {
         const unsigned long value = std::stoul(text);
-        time_string_ =
-            Format<number_buffer>("%2ld:%02ld:%02ld", static_cast<long>(value / 10000),
-                                  static_cast<long>(value / 100 % 100), static_cast<long>(value % 100));
+        time_string_ = Limited(Printed("%2ld:%02ld:%02ld", static_cast<long>(value / 10000),
+                                       static_cast<long>(value / 100 % 100), static_cast<long>(value % 100)),
+                               number_buffer);
         return time_string_;
     });
 }
 
-template <std::size_t Size, typename... Values>
-std::string Nmea::Format(const char *format, Values... values)
+std::string Nmea::Limited(std::string text, std::size_t buffer)
 {
-    std::array<char, Size> buffer{};
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    const int needed = std::snprintf(buffer.data(), buffer.size(), format, values...);
-#pragma GCC diagnostic pop
-    if (needed < 0 || static_cast<std::size_t>(needed) >= buffer.size())
+    if (text.size() >= buffer) {
         valid_ = false;
-    return buffer.data();
+        text.resize(buffer - 1);
+    }
+    return text;
 }
 
 unsigned long Nmea::Append(const std::string &text)
@@ -315,31 +335,29 @@ unsigned long Nmea::Append(const std::string &text)
 
 unsigned long Nmea::AddBool(bool value)
 {
-    return Append(Format<number_buffer>(",%d", value ? 1 : 0));
+    return Append(Limited(Printed(",%d", value ? 1 : 0), number_buffer));
 }
 
 unsigned long Nmea::AddChar(char value)
 {
-    return Append(Format<number_buffer>(",%c", value));
+    return Append(Limited(Printed(",%c", value), number_buffer));
 }
 
 void Nmea::AddLong(long value)
 {
-    Append(Format<number_buffer>(",%ld", value));
+    Append(Limited(Printed(",%ld", value), number_buffer));
 }
 
 unsigned long Nmea::AddULong(unsigned long value)
 {
-    return Append(Format<number_buffer>(",%lu", value));
+    return Append(Limited(Printed(",%lu", value), number_buffer));
 }
 
 unsigned long Nmea::AddDouble(double value, unsigned int precision)
 {
-    std::string text = Format<number_buffer>(",%0.*f", static_cast<int>(precision), value);
-    const char point = LocalPoint();
-    if (point != '.' && text.size() > 1)
-        std::replace(text.begin() + 1, text.end(), point, '.');
-    return Append(text);
+    // No double has more decimals, and some C libraries make as many as they are told to.
+    const int decimals = static_cast<int>(std::min(precision, 1074U));
+    return Append(Limited(WithPoint(Printed(",%0.*f", decimals, value)), number_buffer));
 }
 
 unsigned long Nmea::AddString(const std::string &value)
@@ -354,5 +372,5 @@ unsigned long Nmea::AddStatus(bool value)
 
 void Nmea::AddChecksum()
 {
-    Append(Format<checksum_buffer>("*%02lX", ChecksumCalculate()));
+    Append(Limited(Printed("*%02lX", ChecksumCalculate()), checksum_buffer));
 }

@@ -75,8 +75,8 @@ private:
     template <typename Result, typename Convert>
     Result ConvertField(unsigned long field, Result failure, const Convert &convert);
     bool CoordinateString(unsigned long value_field, unsigned long hemisphere_field, std::string *result);
-    template <std::size_t Size, typename... Values>
-    std::string Format(const char *format, Values... values);
+    /// What a buffer of that many bytes holds of `text`; invalid if that isn't all.
+    std::string Limited(std::string text, std::size_t buffer);
     unsigned long Append(const std::string &text);
 
     std::string sentence_;
