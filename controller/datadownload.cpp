@@ -5,6 +5,7 @@
 
 #include <QDebug>
 #include <QDir>
+#include <QLocale>
 #include <QSaveFile>
 
 #include <memory>
@@ -14,7 +15,7 @@ namespace {
 
 QString runFileName(const Record &start, const QString &projectName)
 {
-    const QString date = start.datetime.toString(QStringLiteral("yyyyMMdd-hhmm00"));
+    const QString date = QLocale::c().toString(start.datetime, QStringLiteral("yyyyMMdd-hhmm00"));
     return projectName.isEmpty() ? QStringLiteral("kelpora360_%1.csv").arg(date)
                                  : QStringLiteral("kelpora360_%1_%2.csv").arg(projectName).arg(date);
 }

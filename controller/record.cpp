@@ -2,6 +2,8 @@
 
 #include "controller/nmea0183.h"
 
+#include <QLocale>
+
 namespace {
 
 constexpr int startFlag = 1;
@@ -66,7 +68,7 @@ QString Record::toCSV() const
     return QStringLiteral("%1,%2,%3,%4,%5,%6,%7,%8,%9,%10,%11\r\n")
         .arg(number)
         .arg(id)
-        .arg(datetime.toString(QStringLiteral("yyyy-MM-dd hh:mm:ss")))
+        .arg(QLocale::c().toString(datetime, QStringLiteral("yyyy-MM-dd hh:mm:ss")))
         .arg(timestamp)
         .arg(runtime)
         .arg(QLatin1Char(type))

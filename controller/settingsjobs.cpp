@@ -3,6 +3,7 @@
 #include "controller/pseacomms.h"
 
 #include <QDateTime>
+#include <QLocale>
 
 #include <utility>
 
@@ -17,8 +18,8 @@ CameraSettings shownSettings(const PSEAComms &link)
     CameraSettings shown;
     shown.firmware = link.version_;
     shown.battery = voltsToPercent(link.batteryVoltage_);
-    shown.date =
-        QDateTime::fromSecsSinceEpoch(link.clockTime_).toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+    shown.date = QLocale::c().toString(QDateTime::fromSecsSinceEpoch(link.clockTime_),
+                                       QStringLiteral("yyyy-MM-dd hh:mm:ss"));
     shown.recLedOn = link.settings_[0];
     shown.loggingIntervalSeconds = link.settings_[1] / msPerSecond;
     shown.timelapseIntervalSeconds = static_cast<unsigned>(link.settings_[2]) / wholeMsPerSecond;
