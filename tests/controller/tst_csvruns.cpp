@@ -1,0 +1,380 @@
+#include "controller/datadownload.h"
+#include "controller/nmea0183.h"
+#include "controller/record.h"
+#include "tests/support/messagelog.h"
+#include "tests/support/testmain.h"
+#include "tests/support/workspace.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+
+#include <atomic>
+#include <ctime>
+#include <thread>
+
+namespace {
+
+constexpr int start_flag = 1;
+constexpr int video = 2 + 8;
+constexpr int photo = 2 + 16;
+/// 2019-02-21 20:46:44 universal time.
+constexpr int evening = 1550782004;
+const QString evening_name = QStringLiteral("20190221-204600");
+
+/// A line as the controller sends it.
+QString dataset(int number, int flags, int time, const QByteArray &tail = "1.5,20,270,-3,4,0")
+{
+    Nmea sentence("$PSEADATA");
+    sentence.AddLong(number);
+    sentence.AddLong(flags);
+    sentence.AddLong(time);
+    sentence.AddString(tail.toStdString());
+    sentence.AddChecksum();
+    return QString::fromStdString(sentence.GetSentence()) + QStringLiteral("\r\n");
+}
+
+/// An entry `seconds` after the run's start at `start`, with only the low half of its time.
+QString entry(int number, int start, int seconds, int flags = video)
+{
+    return dataset(number, flags, (start + seconds) & 0xffff);
+}
+
+QByteArray heading()
+{
+    return Record::headingCSV().toUtf8();
+}
+
+/// A run's lines: its start and `entries` entries.
+QStringList run(int start, int entries)
+{
+    QStringList lines{dataset(1, start_flag, start)};
+    for (int i = 1; i <= entries; ++i)
+        lines.append(entry(1 + i, start, i));
+    return lines;
+}
+
+} // namespace
+
+class TestCsvRuns : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void oneFileForEachRun();
+    void names_data();
+    void names();
+    void namesInTheUsersZone();
+    void theSameInEveryLocale();
+    void entriesBeforeTheFirstStartAreLost();
+    void otherLinesOfADump();
+    void noStartWritesNoFile_data();
+    void noStartWritesNoFile();
+    void twoRunsInAMinuteLeaveTheSecond();
+    void anExistingFileIsReplaced();
+    void aFileThatCannotBeBegun_data();
+    void aFileThatCannotBeBegun();
+    void oneRunThatCannotBeWrittenLosesNoOther();
+    void aReadOnlyVolume();
+    void aFullVolumeLeavesNoHalfFile();
+    void aFullVolumeKeepsTheFileOfThatName();
+    void aReaderNeverMeetsAHalfFile();
+};
+
+void TestCsvRuns::init()
+{
+    qputenv("TZ", "UTC0");
+    ::tzset();
+}
+
+void TestCsvRuns::oneFileForEachRun()
+{
+    const Workspace place;
+    constexpr int morning = evening + 12 * 3600;
+    const QStringList lines{dataset(10, start_flag, evening), entry(11, evening, 1),
+                            entry(12, evening, 2, photo),     dataset(13, start_flag, morning),
+                            entry(14, morning, 60),           dataset(15, start_flag, morning + 3600)};
+    QCOMPARE(writeRuns(lines, place.makeFolder(QStringLiteral("out")), QString()), 3);
+
+    const QMap<QString, QByteArray> expected{
+        {QStringLiteral("kelpora360_20190221-204600.csv"),
+         heading() + "1,11,2019-02-21 20:46:45,1550782005,1,v,1.5,20,270,-3,4\r\n"
+                     "2,12,2019-02-21 20:46:46,1550782006,2,p,1.5,20,270,-3,4\r\n"},
+        {QStringLiteral("kelpora360_20190222-084600.csv"),
+         heading() + "1,14,2019-02-22 08:47:44,1550825264,60,v,1.5,20,270,-3,4\r\n"},
+        {QStringLiteral("kelpora360_20190222-094600.csv"), heading()},
+    };
+    QCOMPARE(place.tree(QStringLiteral("out")), expected);
+}
+
+void TestCsvRuns::names_data()
+{
+    QTest::addColumn<QString>("project");
+    QTest::addColumn<QString>("file");
+
+    const auto row = [](const char *name, const QString &project, const QString &file) {
+        QTest::newRow(name) << project << file;
+    };
+    row("no project", QString(), QStringLiteral("kelpora360_20190221-204600.csv"));
+    row("a project", QStringLiteral("Reef"), QStringLiteral("kelpora360_Reef_20190221-204600.csv"));
+    row("blanks", QStringLiteral(" Blue Hole "),
+        QStringLiteral("kelpora360_ Blue Hole _20190221-204600.csv"));
+    row("letters of other scripts", QStringLiteral("Höhle 洞"),
+        QStringLiteral("kelpora360_Höhle 洞_20190221-204600.csv"));
+    row("a percent sign", QStringLiteral("50%"), QStringLiteral("kelpora360_50%_20190221-204600.csv"));
+    row("what isn't a placeholder", QStringLiteral("%s%n"),
+        QStringLiteral("kelpora360_%s%n_20190221-204600.csv"));
+    row("a later placeholder", QStringLiteral("%7"), QStringLiteral("kelpora360_%7_20190221-204600.csv"));
+    row("the date's own placeholder is filled twice", QStringLiteral("%2"),
+        QStringLiteral("kelpora360_20190221-204600_20190221-204600.csv"));
+    row("dots", QStringLiteral("a..b"), QStringLiteral("kelpora360_a..b_20190221-204600.csv"));
+    row("a slash below a folder that is there", QStringLiteral("a/b"),
+        QStringLiteral("kelpora360_a/b_20190221-204600.csv"));
+}
+
+void TestCsvRuns::names()
+{
+    QFETCH(QString, project);
+    QFETCH(QString, file);
+
+    const Workspace place;
+    place.makeFolder(QStringLiteral("out/kelpora360_a"));
+    QCOMPARE(writeRuns(run(evening, 1), place.path(QStringLiteral("out")), project), 1);
+    QCOMPARE(place.tree(QStringLiteral("out")).keys(), QStringList(file));
+    // A folder given with a slash at its end is the same folder.
+    QCOMPARE(writeRuns(run(evening, 0), place.path(QStringLiteral("out/")), project), 1);
+    QCOMPARE(place.tree(QStringLiteral("out")).keys(), QStringList(file));
+}
+
+void TestCsvRuns::namesInTheUsersZone()
+{
+    qputenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
+    ::tzset();
+    const Workspace place;
+    QCOMPARE(
+        writeRuns(run(evening, 0) + run(1561975200, 0), place.makeFolder(QStringLiteral("out")), QString()),
+        2);
+    QCOMPARE(place.tree(QStringLiteral("out")).keys(),
+             QStringList({QStringLiteral("kelpora360_20190221-214600.csv"),
+                          QStringLiteral("kelpora360_20190701-120000.csv")}));
+}
+
+void TestCsvRuns::theSameInEveryLocale()
+{
+    // The framework takes the user's locale once, at the start; these have digits of their own.
+    for (const char *locale : {"fa_IR.UTF-8", "ar_EG.UTF-8", "de_DE.UTF-8"}) {
+        QProcess there;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("LC_ALL"), QString::fromLatin1(locale));
+        there.setProcessEnvironment(environment);
+        there.start(QCoreApplication::applicationFilePath(), {QStringLiteral("oneFileForEachRun")});
+        QVERIFY(there.waitForFinished());
+        QVERIFY2(there.exitStatus() == QProcess::NormalExit && there.exitCode() == 0,
+                 there.readAllStandardOutput().constData());
+    }
+}
+
+void TestCsvRuns::entriesBeforeTheFirstStartAreLost()
+{
+    const Workspace place;
+    const QStringList early{entry(1, evening, 1), entry(2, evening, 2, photo)};
+    QCOMPARE(writeRuns(early + run(evening, 1), place.makeFolder(QStringLiteral("out")), QString()), 1);
+    QCOMPARE(place.read(QStringLiteral("out/kelpora360_20190221-204600.csv")),
+             heading() + "1,2,2019-02-21 20:46:45,1550782005,1,v,1.5,20,270,-3,4\r\n");
+}
+
+void TestCsvRuns::otherLinesOfADump()
+{
+    const Workspace place;
+    QStringList lines{dataset(5, start_flag, evening)};
+    // Neither video nor photo, and a wrapped time that lies before the start.
+    lines.append(dataset(6, 0, 16));
+    // Its number may lie below the start's after a wrap of the log.
+    lines.append(entry(2, evening, 3));
+    QCOMPARE(writeRuns(lines, place.makeFolder(QStringLiteral("out")), QString()), 1);
+    QCOMPARE(place.read(QStringLiteral("out/kelpora360_20190221-204600.csv")),
+             heading() + "1,6,2019-02-21 19:46:24,1550778384,-3620, ,1.5,20,270,-3,4\r\n"
+                         "-3,2,2019-02-21 20:46:47,1550782007,3,v,1.5,20,270,-3,4\r\n");
+}
+
+void TestCsvRuns::noStartWritesNoFile_data()
+{
+    QTest::addColumn<QStringList>("lines");
+
+    QTest::newRow("no lines") << QStringList();
+    QTest::newRow("only entries") << QStringList({entry(1, evening, 1), entry(2, evening, 2)});
+    QTest::newRow("a damaged start") << QStringList(
+        {dataset(1, start_flag, evening).replace(QStringLiteral("1550782"), QStringLiteral("1550783"))});
+}
+
+void TestCsvRuns::noStartWritesNoFile()
+{
+    QFETCH(QStringList, lines);
+
+    const Workspace place;
+    QCOMPARE(writeRuns(lines, place.makeFolder(QStringLiteral("out")), QString()), 0);
+    QCOMPARE(place.tree(QStringLiteral("out")).size(), 0);
+}
+
+void TestCsvRuns::twoRunsInAMinuteLeaveTheSecond()
+{
+    const Workspace place;
+    const QStringList lines = run(evening, 3) + run(evening + 10, 1);
+    QCOMPARE(writeRuns(lines, place.makeFolder(QStringLiteral("out")), QString()), 2);
+    const QMap<QString, QByteArray> second{
+        {QStringLiteral("kelpora360_20190221-204600.csv"),
+         heading() + "1,2,2019-02-21 20:46:55,1550782015,1,v,1.5,20,270,-3,4\r\n"}};
+    QCOMPARE(place.tree(QStringLiteral("out")), second);
+}
+
+void TestCsvRuns::anExistingFileIsReplaced()
+{
+    const Workspace place;
+    place.write(QStringLiteral("out/kelpora360_20190221-204600.csv"), QByteArray(100000, 'x'));
+    place.write(QStringLiteral("out/kelpora360_20190221-204700.csv"), "another");
+    QCOMPARE(writeRuns(run(evening, 0), place.path(QStringLiteral("out")), QString()), 1);
+    QCOMPARE(place.read(QStringLiteral("out/kelpora360_20190221-204600.csv")), heading());
+    QCOMPARE(place.read(QStringLiteral("out/kelpora360_20190221-204700.csv")), QByteArray("another"));
+    QCOMPARE(place.tree(QStringLiteral("out")).size(), 2);
+}
+
+void TestCsvRuns::aFileThatCannotBeBegun_data()
+{
+    QTest::addColumn<QString>("folder");
+    QTest::addColumn<QString>("project");
+
+    const QString out = QStringLiteral("out");
+    QTest::newRow("no such folder") << QStringLiteral("missing") << QString();
+    QTest::newRow("a file for a folder") << QStringLiteral("out/file") << QString();
+    QTest::newRow("a folder of the file's name") << QStringLiteral("taken") << QString();
+    QTest::newRow("a slash in the project") << out << QStringLiteral("a/b");
+    QTest::newRow("a way out in the project") << out << QStringLiteral("../../x");
+    QTest::newRow("a name longer than a file's may be") << out << QString(300, QLatin1Char('x'));
+}
+
+void TestCsvRuns::aFileThatCannotBeBegun()
+{
+    QFETCH(QString, folder);
+    QFETCH(QString, project);
+
+    const Workspace place;
+    place.write(QStringLiteral("out/file"), "content");
+    place.makeFolder(QStringLiteral("taken/kelpora360_%1.csv").arg(evening_name));
+    const QMap<QString, QByteArray> before = place.tree(QString());
+    const MessageLog log;
+    QCOMPARE(writeRuns(run(evening, 2), place.path(folder), project), 0);
+    QCOMPARE(place.tree(QString()), before);
+    QCOMPARE(MessageLog::lines(QStringLiteral("warning")).size(), 1);
+    QVERIFY(MessageLog::lines(QStringLiteral("warning"))
+                .first()
+                .startsWith(QStringLiteral("Data: Could not write ") + place.path(folder)));
+}
+
+void TestCsvRuns::oneRunThatCannotBeWrittenLosesNoOther()
+{
+    const Workspace place;
+    place.makeFolder(QStringLiteral("out/kelpora360_%1.csv").arg(evening_name));
+    const QStringList lines = run(evening - 3600, 1) + run(evening, 5) + run(evening + 3600, 1);
+    const MessageLog log;
+    QCOMPARE(writeRuns(lines, place.path(QStringLiteral("out")), QString()), 2);
+    QCOMPARE(place.tree(QStringLiteral("out")).keys(),
+             QStringList({QStringLiteral("kelpora360_20190221-194600.csv"),
+                          QStringLiteral("kelpora360_20190221-214600.csv")}));
+    QCOMPARE(place.read(QStringLiteral("out/kelpora360_20190221-194600.csv")).count('\n'), 2);
+}
+
+void TestCsvRuns::aReadOnlyVolume()
+{
+    const Workspace place;
+    TestVolume volume(place.path(QStringLiteral("out")), 256);
+    SKIP_UNLESS_MOUNTED(volume);
+    place.write(QStringLiteral("out/kelpora360_20190221-204600.csv"), "before");
+    QVERIFY(volume.makeReadOnly());
+    const MessageLog log;
+    QCOMPARE(writeRuns(run(evening, 1), place.path(QStringLiteral("out")), QString()), 0);
+    QCOMPARE(MessageLog::lines(QStringLiteral("warning")).size(), 1);
+    QCOMPARE(place.read(QStringLiteral("out/kelpora360_20190221-204600.csv")), QByteArray("before"));
+}
+
+void TestCsvRuns::aFullVolumeLeavesNoHalfFile()
+{
+    const Workspace place;
+    const TestVolume volume(place.path(QStringLiteral("out")), 64);
+    SKIP_UNLESS_MOUNTED(volume);
+    // The second run doesn't fit; the third does again, once what there was of the second is gone.
+    const QStringList lines = run(evening - 3600, 10) + run(evening, 5000) + run(evening + 3600, 10);
+    const MessageLog log;
+    QCOMPARE(writeRuns(lines, place.path(QStringLiteral("out")), QString()), 2);
+    QCOMPARE(MessageLog::lines(QStringLiteral("warning")).size(), 1);
+    QVERIFY(MessageLog::lines(QStringLiteral("warning")).first().contains(evening_name));
+    const QMap<QString, QByteArray> files = place.tree(QStringLiteral("out"));
+    QCOMPARE(files.keys(), QStringList({QStringLiteral("kelpora360_20190221-194600.csv"),
+                                        QStringLiteral("kelpora360_20190221-214600.csv")}));
+    for (const QByteArray &content : files)
+        QCOMPARE(content.count('\n'), 11);
+}
+
+void TestCsvRuns::aFullVolumeKeepsTheFileOfThatName()
+{
+    const Workspace place;
+    const TestVolume volume(place.path(QStringLiteral("out")), 64);
+    SKIP_UNLESS_MOUNTED(volume);
+    const QByteArray before = "an earlier download\r\n";
+    place.write(QStringLiteral("out/kelpora360_20190221-204600.csv"), before);
+    const MessageLog log;
+    QCOMPARE(writeRuns(run(evening, 5000), place.path(QStringLiteral("out")), QString()), 0);
+    QCOMPARE(place.tree(QStringLiteral("out")),
+             (QMap<QString, QByteArray>{{QStringLiteral("kelpora360_20190221-204600.csv"), before}}));
+}
+
+void TestCsvRuns::aReaderNeverMeetsAHalfFile()
+{
+    const Workspace place;
+    const QString folder = place.makeFolder(QStringLiteral("out"));
+    constexpr int entries = 3000;
+    const QStringList lines = run(evening, entries);
+    // Both whole contents that the name may stand for.
+    QCOMPARE(writeRuns(lines, folder, QString()), 1);
+    const QString name = QStringLiteral("out/kelpora360_20190221-204600.csv");
+    const QByteArray whole = place.read(name);
+    QCOMPARE(whole.count('\n'), 1 + entries);
+    const QByteArray earlier = "an earlier download\r\n";
+
+    std::atomic<bool> written{false};
+    std::atomic<bool> reading{false};
+    int looks = 0;
+    QStringList met;
+    QVERIFY(QFile::remove(place.path(name)));
+    std::thread reader([&] {
+        while (!written) {
+            const QStringList files = QDir(folder).entryList({QStringLiteral("*.csv")}, QDir::Files);
+            for (const QString &file : files) {
+                QFile open(folder + QLatin1Char('/') + file);
+                if (!open.open(QIODevice::ReadOnly))
+                    continue;
+                const QByteArray content = open.readAll();
+                if (content != whole && content != earlier)
+                    met.append(file + QStringLiteral(": %1 bytes").arg(content.size()));
+            }
+            ++looks;
+            reading = true;
+        }
+    });
+    while (!reading)
+        std::this_thread::yield();
+    int files = 0;
+    for (int i = 0; i < 10; ++i) {
+        files += writeRuns(lines, folder, QString());
+        if (i % 2 == 0)
+            QFile::remove(place.path(name));
+    }
+    written = true;
+    reader.join();
+    QCOMPARE(files, 10);
+    QVERIFY2(looks > 10, qPrintable(QString::number(looks)));
+    QCOMPARE(met, QStringList());
+}
+
+KELPORA_TEST_MAIN(TestCsvRuns)
+#include "tst_csvruns.moc"
