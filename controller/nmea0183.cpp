@@ -15,11 +15,15 @@ namespace {
 constexpr unsigned long max_length = 161;
 constexpr std::size_t number_buffer = 32;
 constexpr std::size_t checksum_buffer = 8;
-constexpr const char *separators = ",*";
 
 bool IsTerminator(char byte)
 {
     return byte == '\0' || byte == '\n' || byte == '\r';
+}
+
+bool IsSeparator(char byte)
+{
+    return byte == ',' || byte == '*';
 }
 
 /// An assertion that also holds where NDEBUG is defined.
@@ -132,14 +136,16 @@ bool Nmea::InitAndValidate(const std::string &sentence, unsigned long min_fields
 
 unsigned long Nmea::SplitFields()
 {
-    const auto is_separator = [](char byte) { return byte == ',' || byte == '*'; };
-    const auto pieces = std::count_if(sentence_.begin(), sentence_.end(), is_separator);
+    // Counted first, so that however many fields there are, room is made for them once.
+    const auto pieces = std::count_if(sentence_.begin(), sentence_.end(), IsSeparator);
     fields_.reserve(fields_.size() + static_cast<std::size_t>(pieces));
-    std::size_t start = 0;
-    for (std::size_t end = sentence_.find_first_of(separators); end != std::string::npos;
-         end = sentence_.find_first_of(separators, start)) {
-        fields_.emplace_back(sentence_, start, end - start);
-        start = end + 1;
+    const char *start = sentence_.data();
+    const char *const end = start + sentence_.size();
+    for (const char *at = start; at != end; ++at) {
+        if (IsSeparator(*at)) {
+            fields_.emplace_back(start, at);
+            start = at + 1;
+        }
     }
     num_fields_ = fields_.size() >= 2 ? fields_.size() - 1 : 0;
     return num_fields_;
@@ -152,15 +158,15 @@ void Nmea::Terminate0()
 
 unsigned long Nmea::ChecksumCalculate() const
 {
-    unsigned long checksum = 0;
-    const bool dollar = !sentence_.empty() && sentence_.front() == '$';
-    for (std::size_t i = dollar ? 1 : 0; i < sentence_.size(); ++i) {
-        const char byte = sentence_[i];
-        if (byte == '*' || IsTerminator(byte))
-            break;
-        checksum ^= static_cast<unsigned long>(static_cast<signed char>(byte));
-    }
-    return checksum;
+    // Widening a signed byte copies its sign: the XOR of the bytes, widened, is that of the widened bytes.
+    unsigned checksum = 0;
+    const char *at = sentence_.data();
+    const char *const end = at + sentence_.size();
+    if (at != end && *at == '$')
+        ++at;
+    for (; at != end && *at != '*' && !IsTerminator(*at); ++at)
+        checksum ^= static_cast<unsigned char>(*at);
+    return static_cast<unsigned long>(static_cast<signed char>(checksum));
 }
 
 long Nmea::ChecksumGet() const
