@@ -211,13 +211,15 @@ bool PSEAComms::interrupted() const
     return failed_ || (stop_ != nullptr && stop_->isRaised());
 }
 
-/// Whether the last wait ended because the port is gone. Says so once.
+/// Whether the last wait ended because the port is gone. Says so once, in its own words: the port's error
+/// text is whatever the system reported last.
 bool PSEAComms::portFailed()
 {
     const QSerialPort::SerialPortError error = port_.error();
     if (!failed_ && error != QSerialPort::NoError && error != QSerialPort::TimeoutError) {
         failed_ = true;
-        qWarning().noquote() << "The port failed:" << port_.errorString();
+        qWarning().noquote() << "The port failed, as if unplugged:" << port_.portName()
+                             << QStringLiteral("(%1)").arg(port_.errorString());
     }
     return failed_ || !port_.isOpen();
 }
