@@ -1,7 +1,5 @@
 #include "controller/controllerjob.h"
 
-#include "controller/pseacomms.h"
-
 #include <utility>
 
 ControllerJob::ControllerJob(ControllerRequest request)
@@ -14,6 +12,7 @@ ControllerJob::~ControllerJob() = default;
 void ControllerJob::run()
 {
     PSEAComms link(request_.stop);
+    link.timeouts_ = request_.timeouts;
     QObject::connect(&link, &PSEAComms::newMessage, request_.relay);
 
     const Progress refused = refusal();

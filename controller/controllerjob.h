@@ -1,12 +1,11 @@
 #pragma once
 
 #include "app/job.h"
+#include "controller/pseacomms.h"
 
 #include <QString>
 
 #include <functional>
-
-class PSEAComms;
 
 /// What a job on the controller is given.
 struct ControllerRequest
@@ -15,6 +14,7 @@ struct ControllerRequest
     ProgressReport report;                      ///< takes the progress, on the job's thread
     std::function<void(const QString &)> relay; ///< takes what the link says meanwhile
     const StopFlag *stop = nullptr;             ///< ends every wait; null for a job that may not be ended
+    PSEAComms::Timeouts timeouts{};
 };
 
 /// A job on the controller: opens the port, greets the controller so that it sounds, works, closes the port.
