@@ -1,0 +1,626 @@
+#include "app/job.h"
+#include "controller/datadownload.h"
+#include "controller/memoryjobs.h"
+#include "controller/settingsjobs.h"
+#include "tests/rig/rigtest.h"
+#include "tests/support/messagelog.h"
+#include "tests/support/volumes.h"
+#include "tests/support/workspace.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QtTest>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+
+namespace {
+
+constexpr int endsWithinMs = 700;
+
+QString portName()
+{
+    return QString::fromStdString(ownPort());
+}
+
+Faults make(const std::function<void(Faults &)> &change)
+{
+    Faults faults;
+    change(faults);
+    return faults;
+}
+
+/// What a job tells: "from,to,value text", and "> text" for what its link says meanwhile.
+struct Told
+{
+    QStringList all;
+
+    ControllerRequest request(const StopFlag *stop = nullptr, int answerMs = 10000)
+    {
+        ControllerRequest request;
+        request.port = portName();
+        request.report = [this](const Progress &p) {
+            all.append(QStringLiteral("%1,%2,%3 %4").arg(p.from).arg(p.to).arg(p.value).arg(p.text));
+        };
+        request.relay = [this](const QString &text) { all.append(QStringLiteral("> ") + text); };
+        request.stop = stop;
+        request.timeouts = {answerMs, answerMs == 10000 ? answerMs : 300};
+        return request;
+    }
+};
+
+std::unique_ptr<ControllerJob> makeJob(const QString &name, ControllerRequest request, QStringList *shown,
+                                       const QString &folder)
+{
+    if (name == QLatin1String("read"))
+        return std::make_unique<ReadSettings>(std::move(request), [shown](const CameraSettings &settings) {
+            *shown = QStringList{settings.firmware,
+                                 settings.battery,
+                                 settings.date,
+                                 QString::number(settings.recLedOn),
+                                 QString::number(settings.loggingIntervalSeconds),
+                                 QString::number(settings.timelapseIntervalSeconds),
+                                 QString::number(settings.timelapseTimeoutMinutes),
+                                 QString::number(settings.e1FirmwareVersion)};
+        });
+    if (name == QLatin1String("save"))
+        return std::make_unique<SaveSettings>(std::move(request), QStringLiteral("2019-02-21 22:46:44"),
+                                              PSEAConfig::fromUser(0, 0.5, 2.25, 30.9, 26));
+    if (name == QLatin1String("reset"))
+        return std::make_unique<ResetSettings>(std::move(request));
+    if (name == QLatin1String("erase"))
+        return std::make_unique<EraseMemory>(std::move(request));
+    if (name == QLatin1String("off"))
+        return std::make_unique<TurnOff>(std::move(request));
+    return std::make_unique<DataDownload>(std::move(request), folder, QStringLiteral("dive"));
+}
+
+const QStringList jobNames{"read", "save", "reset", "erase", "off", "download"};
+
+/// The reports of a job that goes well, of the sample log with one run of three entries.
+QStringList successOf(const QString &job, const QString &folder)
+{
+    if (job == QLatin1String("read"))
+        return {"0,2,1 Reading settings ...", "0,2,2 Success. Settings read."};
+    if (job == QLatin1String("save"))
+        return {"0,2,2 Success. Settings saved."};
+    if (job == QLatin1String("reset"))
+        return {"0,2,1 Resetting controller ...", "0,2,2 Success. Controller reset."};
+    if (job == QLatin1String("erase"))
+        return {"0,2,1 Erasing memory ...", "0,2,2 Success. Memory erased."};
+    if (job == QLatin1String("off"))
+        return {"0,2,1 Turning off ...", "0,2,2 Success. Controller is off"};
+    return {"0,2,1 Counting datasets ...",
+            "0,2,1 Reading 4 datasets ...",
+            "> Reading dataset 1 of 4",
+            "> Reading dataset 2 of 4",
+            "> Reading dataset 3 of 4",
+            "> Reading dataset 4 of 4",
+            "0,2,2 Wrote 4 records to 1 files in " + folder};
+}
+
+/// The reports of a job whose commands get no answer.
+QStringList failureOf(const QString &job)
+{
+    const QString error = QStringLiteral("Communication error. Please try again.");
+    if (job == QLatin1String("read"))
+        return {"0,2,1 Reading settings ...", "0,2,2 Error getting settings: " + error};
+    if (job == QLatin1String("save"))
+        return {"0,2,2 Error saving settings: " + error};
+    if (job == QLatin1String("reset"))
+        return {"0,2,1 Resetting controller ...", "0,2,2 Error resetting controller: " + error};
+    if (job == QLatin1String("erase"))
+        return {"0,2,1 Erasing memory ...", "0,2,2 Error erasing memory: " + error};
+    if (job == QLatin1String("off"))
+        return {"0,2,1 Turning off ...", "0,2,2 Error turning off: " + error};
+    return {"0,2,1 Counting datasets ...", "0,2,1 Error: Could not read available data."};
+}
+
+const QByteArray heading =
+    "Number,Id,Datetime,Timestamp,Runtime,Type,Depth,Temperature,Heading,Roll,Pitch\r\n";
+
+} // namespace
+
+class TestJobs : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void overEveryCable_data();
+    void overEveryCable();
+    void withoutAnswers_data();
+    void withoutAnswers();
+    void withoutThePort_data();
+    void withoutThePort();
+    void whatIsShown_data();
+    void whatIsShown();
+    void whatIsKept();
+    void theVersionButNoSettings();
+    void aSilentController();
+    void aStop_data();
+    void aStop();
+    void tryingAgain();
+    void downloads_data();
+    void downloads();
+    void noDestination();
+    void cutOffDumps_data();
+    void cutOffDumps();
+    void anExistingFileIsReplaced();
+    void anUnwritableFolder();
+    void aFullDisk();
+    void noReaderMeetsAHalfWrittenFile();
+};
+
+void TestJobs::overEveryCable_data()
+{
+    QTest::addColumn<QString>("job");
+    QTest::addColumn<int>("cable");
+    const char *const cables[] = {"whole", "burst", "bytewise", "pieces", "noise", "slow"};
+    for (const QString &job : jobNames) {
+        for (int cable = 0; cable < 6; ++cable)
+            QTest::addRow("%s, %s", qPrintable(job), cables[cable]) << job << cable;
+    }
+}
+
+void TestJobs::overEveryCable()
+{
+    QFETCH(QString, job);
+    QFETCH(int, cable);
+    Faults faults;
+    faults.burst = cable == 1;
+    faults.bytewise = cable == 2;
+    faults.pieces = cable == 3 ? 3 : 0;
+    faults.noise = cable == 4;
+    faults.slow = cable == 5;
+    const Workspace workspace;
+    const QString folder = workspace.makeFolder(QStringLiteral("logs"));
+    SimulatedRig rig(rigWith(faults));
+    const MessageLog log;
+    Told told;
+    QStringList shown;
+    makeJob(job, told.request(), &shown, folder)->run();
+    QCOMPARE(told.all, successOf(job, folder));
+    QCOMPARE(shown.isEmpty(), job != QLatin1String("read"));
+    QCOMPARE(rig.beeps(), 1);
+    if (job == QLatin1String("download"))
+        QCOMPARE(workspace.tree(QStringLiteral("logs")),
+                 (QMap<QString, QByteArray>{
+                     {"kelpora360_dive_20190221-224600.csv",
+                      heading + "1,2,2019-02-21 22:46:45,1550782005,1,v,15.59,16.8,119.7,4.3,3\r\n"
+                                "2,3,2019-02-21 22:46:46,1550782006,2,v,15.59,16.8,239.3,-4.3,3\r\n"
+                                "3,4,2019-02-21 22:46:47,1550782007,3,v,0,22,359,0,3\r\n"}}));
+}
+
+void TestJobs::withoutAnswers_data()
+{
+    QTest::addColumn<QString>("job");
+    QTest::addColumn<int>("cause");
+    const char *const causes[] = {"mute", "bad checksums", "pulled"};
+    for (const QString &job : jobNames) {
+        for (int cause = 0; cause < 3; ++cause)
+            QTest::addRow("%s, %s", qPrintable(job), causes[cause]) << job << cause;
+    }
+}
+
+void TestJobs::withoutAnswers()
+{
+    QFETCH(QString, job);
+    QFETCH(int, cause);
+    Faults faults;
+    faults.mute = cause == 0;
+    faults.badChecksumEvery = cause == 1 ? 1 : 0;
+    faults.unplugAfter = cause == 2 ? 0 : -1;
+    const Workspace workspace;
+    SimulatedRig rig(rigWith(faults));
+    const MessageLog log;
+    Told told;
+    QStringList shown;
+    QElapsedTimer timer;
+    timer.start();
+    makeJob(job, told.request(nullptr, cause == 2 ? 10000 : 40), &shown, workspace.path())->run();
+    if (cause == 2)
+        QVERIFY2(timer.elapsed() < endsWithinMs, qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(told.all, failureOf(job));
+    QVERIFY(shown.isEmpty());
+    QVERIFY(workspace.tree(QString()).isEmpty());
+}
+
+void TestJobs::withoutThePort_data()
+{
+    QTest::addColumn<QString>("job");
+    for (const QString &job : jobNames)
+        QTest::newRow(qPrintable(job)) << job;
+}
+
+void TestJobs::withoutThePort()
+{
+    QFETCH(QString, job);
+    const MessageLog log;
+    Told told;
+    QStringList shown;
+    ControllerRequest request = told.request();
+    request.port = QStringLiteral("ttyNone");
+    makeJob(job, std::move(request), &shown, QStringLiteral("/"))->run();
+    QCOMPARE(told.all, QStringList{"0,1,1 Error: Could not open port ttyNone."});
+}
+
+void TestJobs::whatIsShown_data()
+{
+    QTest::addColumn<QList<int>>("words");
+    QTest::addColumn<double>("volts");
+    QTest::addColumn<bool>("oldFirmware");
+    QTest::addColumn<QStringList>("shown"); // all but firmware and date
+    using Words = QList<int>;
+    using Shown = QStringList;
+    QTest::newRow("factory settings")
+        << Words{1, 1000, 10000, 30, 29} << 3.95 << false << Shown{"70 %", "1", "1", "10", "30", "29"};
+    QTest::newRow("logging keeps its fraction, time-lapse drops it")
+        << Words{0, 500, 2500, 1, 26} << 3.5 << false << Shown{"10 %", "0", "0.5", "2", "1", "26"};
+    QTest::newRow("generation 0 is 29")
+        << Words{1, 0, 0, 0, 0} << 0.0 << false << Shown{"-", "1", "0", "0", "0", "29"};
+    QTest::newRow("four words are generation 29")
+        << Words{1, 1, 999, 2, 26} << 4.13 << true << Shown{"100 %", "1", "0.001", "0", "2", "29"};
+}
+
+void TestJobs::whatIsShown()
+{
+    QFETCH(QList<int>, words);
+    QFETCH(double, volts);
+    QFETCH(bool, oldFirmware);
+    QFETCH(QStringList, shown);
+    RigOptions options = rigWith({});
+    std::copy(words.begin(), words.end(), options.controller.settings.begin());
+    options.controller.volts = volts;
+    options.controller.oldFirmware = oldFirmware;
+    options.controller.version = "9.81";
+    SimulatedRig rig(options);
+    const MessageLog log;
+    Told told;
+    QStringList all;
+    const QDateTime before = QDateTime::currentDateTime();
+    makeJob(QStringLiteral("read"), told.request(), &all, QString())->run();
+    QCOMPARE(all.size(), 8);
+    QCOMPARE(all.takeFirst(), QStringLiteral("9.81"));
+    const QDateTime date = QDateTime::fromString(all.takeAt(1), QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+    QVERIFY(date.isValid() && before.secsTo(date) >= -1 && date <= QDateTime::currentDateTime());
+    QCOMPARE(all, shown);
+}
+
+void TestJobs::whatIsKept()
+{
+    SimulatedRig rig(rigWith({}));
+    const MessageLog log;
+    Told told;
+    QStringList shown;
+    makeJob(QStringLiteral("save"), told.request(), &shown, QString())->run();
+    QCOMPARE(rig.state().settings, (std::array<std::int32_t, 5>{0, 500, 2250, 30, 26}));
+    QVERIFY(qAbs(rig.clock() - 1550782004) < 30);
+    makeJob(QStringLiteral("read"), told.request(), &shown, QString())->run();
+    QCOMPARE(shown.mid(3), (QStringList{"0", "0.5", "2", "30", "26"}));
+    QVERIFY(shown[2].startsWith(QStringLiteral("2019-02-21 22:4")));
+    makeJob(QStringLiteral("reset"), told.request(), &shown, QString())->run();
+    QCOMPARE(rig.state().settings, ControllerState::factorySettings);
+    makeJob(QStringLiteral("erase"), told.request(), &shown, QString())->run();
+    QVERIFY(rig.state().log.empty());
+    told.all.clear();
+    makeJob(QStringLiteral("download"), told.request(), &shown, QStringLiteral("/"))->run();
+    QCOMPARE(told.all, (QStringList{"0,2,1 Counting datasets ...", "0,2,2 No records available."}));
+    makeJob(QStringLiteral("off"), told.request(), &shown, QString())->run();
+    QVERIFY(!rig.state().on);
+    told.all.clear();
+    makeJob(QStringLiteral("off"), told.request(nullptr, 40), &shown, QString())->run();
+    QCOMPARE(told.all, failureOf(QStringLiteral("off")));
+}
+
+void TestJobs::theVersionButNoSettings()
+{
+    SimulatedRig rig(rigWith(make([](Faults &f) { f.muteAfter = 2; })));
+    const MessageLog log;
+    Told told;
+    QStringList shown;
+    makeJob(QStringLiteral("read"), told.request(nullptr, 200), &shown, QString())->run();
+    QCOMPARE(told.all, failureOf(QStringLiteral("read")));
+    const QByteArray sent = QByteArray::fromStdString(rig.received());
+    QCOMPARE(sent.count("$PSEAVER*46\r\n"), 1);
+    QCOMPARE(sent.count("$PSEAGETSETTINGS*54\r\n"), 5);
+    QVERIFY(shown.isEmpty());
+}
+
+/// With the waits that the program itself uses.
+void TestJobs::aSilentController()
+{
+    RigOptions options = rigWith({});
+    options.controller.on = false;
+    SimulatedRig rig(options);
+    const MessageLog log;
+    Told told;
+    ControllerRequest request = told.request();
+    request.timeouts = {};
+    QStringList shown;
+    QElapsedTimer timer;
+    timer.start();
+    makeJob(QStringLiteral("off"), std::move(request), &shown, QString())->run();
+    QVERIFY2(timer.elapsed() >= 7900 && timer.elapsed() < 9500, qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(told.all, failureOf(QStringLiteral("off")));
+}
+
+void TestJobs::aStop_data()
+{
+    withoutThePort_data();
+}
+
+void TestJobs::aStop()
+{
+    QFETCH(QString, job);
+    const Workspace workspace;
+    SimulatedRig rig(rigWith(make([](Faults &f) { f.mute = true; })));
+    const MessageLog log;
+    Told told;
+    StopFlag stop;
+    QStringList shown;
+    QElapsedTimer sinceStop;
+    std::thread closing([&] {
+        QThread::msleep(200);
+        sinceStop.start();
+        stop.raise();
+    });
+    makeJob(job, told.request(&stop), &shown, workspace.path())->run();
+    closing.join();
+    QVERIFY2(sinceStop.elapsed() < endsWithinMs, qPrintable(QString::number(sinceStop.elapsed())));
+    QCOMPARE(told.all, failureOf(job));
+}
+
+void TestJobs::tryingAgain()
+{
+    const Workspace workspace;
+    const QString folder = workspace.makeFolder(QStringLiteral("logs"));
+    SimulatedRig rig(rigWith(make([](Faults &f) { f.unplugAfter = 3; })));
+    const MessageLog log;
+    QStringList shown;
+    Told first;
+    makeJob(QStringLiteral("download"), first.request(), &shown, folder)->run();
+    QCOMPARE(first.all.last(),
+             "0,2,2 Error: The controller did not send all data. Wrote 2 records to 1 files in " + folder);
+    Told gone;
+    makeJob(QStringLiteral("download"), gone.request(), &shown, folder)->run();
+    QCOMPARE(gone.all, QStringList{"0,1,1 Error: Could not open port " + portName() + "."});
+    rig.plug();
+    Told again;
+    makeJob(QStringLiteral("download"), again.request(), &shown, folder)->run();
+    QCOMPARE(again.all, successOf(QStringLiteral("download"), folder));
+    const QMap<QString, QByteArray> files = workspace.tree(QStringLiteral("logs"));
+    QCOMPARE(files.size(), 1);
+    QCOMPARE(files.first().count("\r\n"), 4);
+}
+
+void TestJobs::downloads_data()
+{
+    QTest::addColumn<QStringList>("entries");
+    QTest::addColumn<QString>("project");
+    QTest::addColumn<int>("filesReported");
+    using Files = QMap<QString, QByteArray>;
+    QTest::addColumn<Files>("files");
+    using List = QStringList;
+
+    QTest::newRow("a run's file holds its ordinary entries")
+        << List{"1,1,1550782004,0,20,0,0,0,0", "2,10,3637,1.5,20.5,90,-1,1,0"} << "" << 1
+        << Files{{"kelpora360_20190221-224600.csv",
+                  heading + "1,2,2019-02-21 22:46:45,1550782005,1,v,1.5,20.5,90,-1,1\r\n"}};
+    QTest::newRow("a project's name stands in the file's")
+        << List{"1,1,1550782004,0,20,0,0,0,0"} << "reef 7" << 1
+        << Files{{"kelpora360_reef 7_20190221-224600.csv", heading}};
+    QTest::newRow("two runs, numbered from their starts")
+        << List{"5,1,1550782004,0,20,0,0,0,0", "6,10,3637,1,20,0,0,0,0", "7,3,1550785604,0,20,0,0,0,0",
+                "8,18,7237,1,20,0,0,0,0", "9,18,7238,2,20,0,0,0,0"}
+        << "" << 2
+        << Files{{"kelpora360_20190221-224600.csv",
+                  heading + "1,6,2019-02-21 22:46:45,1550782005,1,v,1,20,0,0,0\r\n"},
+                 {"kelpora360_20190221-234600.csv",
+                  heading + "1,8,2019-02-21 23:46:45,1550785605,1,p,1,20,0,0,0\r\n"
+                            "2,9,2019-02-21 23:46:46,1550785606,2,p,2,20,0,0,0\r\n"}};
+    QTest::newRow("two runs in a minute: the second replaces the first")
+        << List{"1,1,1550782004,0,20,0,0,0,0", "2,10,3637,1,20,0,0,0,0", "3,1,1550782010,0,20,0,0,0,0",
+                "4,10,3643,7,20,0,0,0,0"}
+        << "" << 2
+        << Files{{"kelpora360_20190221-224600.csv",
+                  heading + "1,4,2019-02-21 22:46:51,1550782011,1,v,7,20,0,0,0\r\n"}};
+    QTest::newRow("16-bit times that wrap within a run don't carry")
+        << List{"1,1,1550782004,0,20,0,0,0,0", "2,10,65535,1,20,0,0,0,0", "3,10,16,1,20,0,0,0,0"} << "" << 1
+        << Files{{"kelpora360_20190221-224600.csv",
+                  heading + "1,2,2019-02-22 15:58:23,1550843903,61899,v,1,20,0,0,0\r\n"
+                            "2,3,2019-02-21 21:46:24,1550778384,-3620,v,1,20,0,0,0\r\n"}};
+    QTest::newRow("entries before the first start are dropped")
+        << List{"1,10,5,1,20,0,0,0,0", "2,1,1550782004,0,20,0,0,0,0", "3,10,3637,1,20,0,0,0,0"} << "" << 1
+        << Files{{"kelpora360_20190221-224600.csv",
+                  heading + "1,3,2019-02-21 22:46:45,1550782005,1,v,1,20,0,0,0\r\n"}};
+    QTest::newRow("no start, no file")
+        << List{"1,10,5,1,20,0,0,0,0", "2,18,6,1,20,0,0,0,0"} << "" << 0 << Files{};
+    QTest::newRow("a start alone gives an empty file")
+        << List{"1,1,0,0,20,0,0,0,0"} << "" << 1 << Files{{"kelpora360_19700101-020000.csv", heading}};
+    QTest::newRow("the last time that 32 bits hold")
+        << List{"1,1,2147483647,0,20,0,0,0,0", "2,10,65535,1,20,0,0,0,0"} << "" << 1
+        << Files{{"kelpora360_20380119-051400.csv",
+                  heading + "1,2,2038-01-19 05:14:07,2147483647,0,v,1,20,0,0,0\r\n"}};
+    QTest::newRow("a time before 1970")
+        << List{"1,1,-86400,0,20,0,0,0,0"} << "" << 1 << Files{{"kelpora360_19691231-020000.csv", heading}};
+    QTest::newRow("six significant digits")
+        << List{"1,1,1550782004,0,20,0,0,0,0", "2,10,3637,12.345678,20,359.99999,-0.0000125,1e7,9"} << "" << 1
+        << Files{{"kelpora360_20190221-224600.csv",
+                  heading + "1,2,2019-02-21 22:46:45,1550782005,1,v,12.3457,20,360,-1.25e-05,1e+07\r\n"}};
+}
+
+void TestJobs::downloads()
+{
+    QFETCH(QStringList, entries);
+    QFETCH(QString, project);
+    QFETCH(int, filesReported);
+    using Files = QMap<QString, QByteArray>;
+    QFETCH(Files, files);
+    RigOptions options = rigWith({});
+    options.controller.log.clear();
+    for (const QString &entry : entries)
+        options.controller.log.push_back("PSEADATA," + entry.toStdString());
+    SimulatedRig rig(options);
+    const Workspace workspace;
+    const QString folder = workspace.makeFolder(QStringLiteral("logs"));
+    const MessageLog log;
+    Told told;
+    DataDownload(told.request(), folder, project).run();
+    QCOMPARE(workspace.tree(QStringLiteral("logs")), files);
+    QCOMPARE(told.all.last(), QStringLiteral("0,2,2 Wrote %1 records to %2 files in %3")
+                                  .arg(entries.size())
+                                  .arg(filesReported)
+                                  .arg(folder));
+}
+
+void TestJobs::noDestination()
+{
+    SimulatedRig rig(rigWith({}));
+    const MessageLog log;
+    Told told;
+    DataDownload(told.request(), QString(), QString()).run();
+    QCOMPARE(told.all, QStringList{"0,1,1 Error: Please choose destination"});
+    QVERIFY(MessageLog::lines().contains(QStringLiteral("warning: Data: Please choose destination")));
+    QCOMPARE(rig.received(), std::string());
+}
+
+void TestJobs::cutOffDumps_data()
+{
+    QTest::addColumn<int>("cause");
+    QTest::addColumn<int>("kept");
+    QTest::newRow("the cable is pulled after the third line") << 0 << 3;
+    QTest::newRow("the controller falls silent after the third line") << 1 << 3;
+    QTest::newRow("there is no end message") << 2 << 8;
+    QTest::newRow("the program closes") << 3 << 8;
+}
+
+void TestJobs::cutOffDumps()
+{
+    QFETCH(int, cause);
+    QFETCH(int, kept);
+    // One answer line goes to the count.
+    Faults faults;
+    faults.unplugAfter = cause == 0 ? 4 : -1;
+    faults.muteAfter = cause == 1 ? 4 : -1;
+    faults.noEnd = cause >= 2;
+    SimulatedRig rig(rigWith(faults, 2, 3));
+    const Workspace workspace;
+    const QString folder = workspace.makeFolder(QStringLiteral("logs"));
+    const MessageLog log;
+    Told told;
+    StopFlag stop;
+    QElapsedTimer timer;
+    timer.start();
+    std::thread closing([&] {
+        if (cause == 3) {
+            QThread::msleep(500);
+            stop.raise();
+        }
+    });
+    QStringList shown;
+    makeJob(QStringLiteral("download"), told.request(&stop, cause == 0 || cause == 3 ? 10000 : 1000), &shown,
+            folder)
+        ->run();
+    closing.join();
+    if (cause == 0 || cause == 3)
+        QVERIFY2(timer.elapsed() < 500 + endsWithinMs, qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(told.all.filter(QStringLiteral("> Reading dataset")).size(), kept);
+    QCOMPARE(told.all.last(),
+             QStringLiteral(
+                 "0,2,2 Error: The controller did not send all data. Wrote %1 records to %2 files in %3")
+                 .arg(kept)
+                 .arg(kept == 8 ? 2 : 1)
+                 .arg(folder));
+    int written = 0;
+    for (const QByteArray &content : workspace.tree(QStringLiteral("logs"))) {
+        QVERIFY(content.startsWith(heading) && content.endsWith("\r\n"));
+        written += content.count("\r\n") - 1;
+    }
+    QCOMPARE(written, kept == 8 ? 6 : 2);
+}
+
+void TestJobs::anExistingFileIsReplaced()
+{
+    SimulatedRig rig(rigWith({}));
+    const Workspace workspace;
+    const MessageLog log;
+    const QString name = QStringLiteral("logs/kelpora360_dive_20190221-224600.csv");
+    workspace.write(name, QByteArray("old ").repeated(10000));
+    Told told;
+    QStringList shown;
+    makeJob(QStringLiteral("download"), told.request(), &shown, workspace.path(QStringLiteral("logs")))
+        ->run();
+    QVERIFY(workspace.read(name).startsWith(heading));
+    QVERIFY(!workspace.read(name).contains("old"));
+    QCOMPARE(workspace.tree(QStringLiteral("logs")).size(), 1);
+}
+
+void TestJobs::anUnwritableFolder()
+{
+    SimulatedRig rig(rigWith({}));
+    const Workspace workspace;
+    const MessageLog log;
+    const QString file = workspace.write(QStringLiteral("file"), "kept");
+    Told told;
+    QStringList shown;
+    makeJob(QStringLiteral("download"), told.request(), &shown, file)->run();
+    QCOMPARE(told.all.last(), "0,2,2 Wrote 4 records to 0 files in " + file);
+    QCOMPARE(workspace.read(QStringLiteral("file")), QByteArray("kept"));
+    QCOMPARE(
+        MessageLog::lines(QStringLiteral("warning")).filter(QStringLiteral("Data: Could not write")).size(),
+        1);
+}
+
+void TestJobs::aFullDisk()
+{
+    const Workspace workspace;
+    const TestVolume disk(workspace.path(QStringLiteral("disk")), 64);
+    SKIP_UNLESS_MOUNTED(disk);
+    const QString name = QStringLiteral("disk/kelpora360_dive_20190221-224600.csv");
+    const QByteArray old = QByteArray("old").repeated(10000);
+    workspace.write(name, old);
+    SimulatedRig rig(rigWith({}, 1, 2000));
+    const MessageLog log;
+    Told told;
+    QStringList shown;
+    const QString folder = workspace.path(QStringLiteral("disk"));
+    makeJob(QStringLiteral("download"), told.request(), &shown, folder)->run();
+    QCOMPARE(told.all.last(), "0,2,2 Wrote 2001 records to 0 files in " + folder);
+    QCOMPARE(workspace.tree(QStringLiteral("disk")).size(), 1);
+    QCOMPARE(workspace.read(name), old);
+}
+
+void TestJobs::noReaderMeetsAHalfWrittenFile()
+{
+    const Workspace workspace;
+    const QString folder = workspace.makeFolder(QStringLiteral("logs"));
+    SimulatedRig rig(rigWith({}, 2, 4000));
+    const MessageLog log;
+    std::atomic<bool> done{false};
+    std::atomic<int> halves{0};
+    std::atomic<int> wholes{0};
+    std::thread reader([&] {
+        while (!done) {
+            const QDir logs(folder);
+            for (const QString &name : logs.entryList({QStringLiteral("*.csv")}, QDir::Files)) {
+                QFile file(logs.filePath(name));
+                if (file.open(QIODevice::ReadOnly))
+                    ++(file.readAll().count('\n') == 4001 ? wholes : halves);
+            }
+        }
+    });
+    Told told;
+    QStringList shown;
+    makeJob(QStringLiteral("download"), told.request(), &shown, folder)->run();
+    QTest::qWait(50);
+    done = true;
+    reader.join();
+    QCOMPARE(halves.load(), 0);
+    QVERIFY(wholes > 0);
+    QCOMPARE(told.all.last(), "0,2,2 Wrote 8002 records to 2 files in " + folder);
+}
+
+RIG_TEST_MAIN(TestJobs)
+#include "tst_jobs.moc"
