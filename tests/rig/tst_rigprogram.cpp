@@ -1,0 +1,159 @@
+#include "tests/support/workspace.h"
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QtTest>
+
+#include <cerrno>
+#include <csignal>
+#include <unistd.h>
+
+namespace {
+
+/// Sends a command, with its checksum, to the port and prints what is answered within a moment.
+const QString ask = QStringLiteral(R"(
+    exec 3<>/dev/%1
+    for line in '$PSEANUMDUMP*5D' '$PSEAGETSETTINGS*54'; do
+        printf '%s\r\n' "$line" >&3
+        read -r answer <&3
+        echo "$answer"
+    done
+)");
+
+} // namespace
+
+/// The program kelpora360-rig, from outside.
+class TestRigProgram : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void exitCodes_data();
+    void exitCodes();
+    void theProgramFindsAController();
+    void aDevicePluggedInLater();
+    void itTakesTheProgramWithIt_data();
+    void itTakesTheProgramWithIt();
+    void nothingIsLeftBehind();
+
+private:
+    QString port_ = QStringLiteral("ttyUSB%1").arg(getpid());
+};
+
+void TestRigProgram::exitCodes_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<int>("code");
+    QTest::newRow("the program's own") << QStringList{"--", "sh", "-c", "exit 7"} << 7;
+    QTest::newRow("success") << QStringList{"--", "true"} << 0;
+    QTest::newRow("without the dashes") << QStringList{"false"} << 1;
+    QTest::newRow("ended by a signal") << QStringList{"--", "sh", "-c", "kill -9 $$"} << 137;
+    QTest::newRow("not found") << QStringList{"--", "/no/such/program"} << 127;
+    QTest::newRow("no program") << QStringList{"--burst"} << 2;
+    QTest::newRow("an unknown option") << QStringList{"--bursts", "--", "true"} << 2;
+    QTest::newRow("no number") << QStringList{"--runs", "two", "--", "true"} << 2;
+    QTest::newRow("a number too many") << QStringList{"--settings", "1,2,3,4,5,6", "--", "true"} << 2;
+    QTest::newRow("a log that isn't there") << QStringList{"--log", "/no/such/log", "--", "true"} << 2;
+    QTest::newRow("a transcript that can't be written")
+        << QStringList{"--transcript", "/no/such/folder/t", "--", "true"} << 1;
+    QTest::newRow("help") << QStringList{"--help"} << 0;
+}
+
+void TestRigProgram::exitCodes()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(int, code);
+    QProcess rig;
+    rig.start(QStringLiteral(RIG), arguments);
+    QVERIFY(rig.waitForFinished());
+    QCOMPARE(rig.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(rig.exitCode(), code);
+}
+
+void TestRigProgram::theProgramFindsAController()
+{
+    const Workspace workspace;
+    const QString transcript = workspace.path(QStringLiteral("transcript"));
+    QProcess rig;
+    rig.start(QStringLiteral(RIG),
+              {"--port", port_, "--runs", "3", "--datasets", "4", "--settings", "0,500,2250,7,26",
+               "--transcript", transcript, "--", "bash", "-c", ask.arg(port_)});
+    QVERIFY(rig.waitForFinished());
+    QCOMPARE(rig.readAllStandardOutput(),
+             QByteArray("$PSEANUMDATA,15*69\r\n$PSEASETTINGS,0,500,2250,7,26*1D\r\n"));
+    QCOMPARE(rig.exitCode(), 0);
+
+    QByteArray written = workspace.read(QStringLiteral("transcript"));
+    QStringList lines = QString::fromLatin1(written).split('\n', Qt::SkipEmptyParts);
+    const QRegularExpression stamp(QStringLiteral("^ *[0-9]+\\.[0-9]{3} "));
+    for (QString &line : lines) {
+        QVERIFY2(line.contains(stamp), qPrintable(line));
+        line.remove(stamp);
+    }
+    QCOMPARE(lines.mid(0, 6),
+             (QStringList{"- plugged in", "- port opened", "> $PSEANUMDUMP*5D", "< $PSEANUMDATA,15*69",
+                          "> $PSEAGETSETTINGS*54", "< $PSEASETTINGS,0,500,2250,7,26*1D"}));
+}
+
+void TestRigProgram::aDevicePluggedInLater()
+{
+    QProcess rig;
+    rig.start(
+        QStringLiteral(RIG),
+        {"--port", port_, "--plug-after", "1", "--", "bash", "-c",
+         QStringLiteral("ls /sys/class/tty /dev/%1; sleep 2; ls /sys/class/tty; ls /dev/%1").arg(port_)});
+    QVERIFY(rig.waitForFinished());
+    QCOMPARE(rig.readAllStandardOutput(),
+             QStringLiteral("/sys/class/tty:\n%1\n/dev/%1\n").arg(port_).toLatin1());
+}
+
+void TestRigProgram::itTakesTheProgramWithIt_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::addColumn<QString>("script");
+    QTest::addColumn<int>("code");
+    QTest::newRow("SIGTERM") << SIGTERM << "" << 128 + SIGTERM;
+    QTest::newRow("SIGINT") << SIGINT << "" << 128 + SIGINT;
+    QTest::newRow("a program that takes leave itself") << SIGTERM << "trap 'kill %1; exit 3' TERM; " << 3;
+}
+
+void TestRigProgram::itTakesTheProgramWithIt()
+{
+    QFETCH(int, signal);
+    QFETCH(QString, script);
+    QFETCH(int, code);
+    QProcess rig;
+    rig.start(QStringLiteral(RIG),
+              {"--port", port_, "--", "bash", "-c", script + "sleep 60 & echo $! $$; wait"});
+    QVERIFY(rig.waitForReadyRead());
+    const QList<QByteArray> ids = rig.readLine().trimmed().split(' ');
+    QCOMPARE(ids.size(), 2);
+    ::kill(static_cast<pid_t>(rig.processId()), signal);
+    QVERIFY(rig.waitForFinished(5000));
+    QCOMPARE(rig.exitCode(), code);
+    for (const QByteArray &id : ids) {
+        QCOMPARE(::kill(id.toInt(), 0), -1);
+        QCOMPARE(errno, ESRCH);
+    }
+}
+
+void TestRigProgram::nothingIsLeftBehind()
+{
+    QProcess rig;
+    QElapsedTimer timer;
+    timer.start();
+    // It ignores being asked.
+    rig.start(QStringLiteral(RIG), {"--port", port_, "--", "bash", "-c",
+                                    "(trap '' TERM; exec sleep 60 >/dev/null) & echo $!; sleep 0.3; exit 5"});
+    QVERIFY(rig.waitForReadyRead());
+    const int left = rig.readLine().trimmed().toInt();
+    QVERIFY(left > 0);
+    QVERIFY(rig.waitForFinished(10000));
+    QCOMPARE(rig.exitCode(), 5);
+    QVERIFY(timer.elapsed() < 9000);
+    QCOMPARE(::kill(left, 0), -1);
+    QCOMPARE(errno, ESRCH);
+}
+
+QTEST_GUILESS_MAIN(TestRigProgram)
+#include "tst_rigprogram.moc"
