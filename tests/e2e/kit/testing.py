@@ -1,0 +1,101 @@
+"""The frame of every end-to-end test program."""
+
+import os
+import re
+import shutil
+import sys
+import tempfile
+import unittest
+
+from . import session
+
+SAMPLES = os.path.join(os.path.dirname(__file__), "..", "..", "data", "sample")
+
+_SUMMARY = re.compile(r"Copied (\d+)/(\d+) videos and (\d+)/(\d+) photos\.$")
+
+
+def closing_bound():
+    """Seconds within which a closed program must have ended, whatever it was doing."""
+    return 6 if os.environ.get("KELPORA_SANITIZED") else 2
+
+
+class WindowTest(unittest.TestCase):
+    """A program with three card places, a home and a destination of its own."""
+
+    def setUp(self):
+        if session.why_not():
+            self.skipTest(session.why_not())
+        from . import window
+        self.Program = window.Program
+        self.wait_until = window.wait_until
+        self.folder = tempfile.mkdtemp(prefix="kelpora-test-")
+        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
+        self.destination = os.path.join(self.folder, "dive")
+        os.mkdir(self.destination)
+        self.use_reader()
+
+    def use_reader(self, mounted=None):
+        from . import cards
+        place = tempfile.mkdtemp(prefix="cards", dir=self.folder)
+        self.reader = cards.card_reader(place, mounted)
+        self.addCleanup(self.reader.close)
+        self.program = self.Program(os.environ["KELPORA_PROGRAM"], self.folder, self.reader)
+        self.addCleanup(self.program.end)
+
+    def insert_cards(self, size_mib=64):
+        """Three empty cards: number, folder."""
+        return {card: self.reader.insert("KELPORA360_{}".format(card), size_mib) for card in (1, 2, 3)}
+
+    def start(self, project=""):
+        window = self.program.start()
+        window.type("Folder", self.destination)
+        if project:
+            window.type("Project Name", project)
+        return window
+
+    def summaries(self, window, seconds=30):
+        """Waits until every card has ended; returns what it said."""
+        def ended():
+            texts = [window.progress(card) for card in (1, 2, 3)]
+            return texts if all(text.startswith("Error") or _SUMMARY.match(text) for text in texts) else None
+        return self.wait_until(ended, seconds, "the end of the import")
+
+    def sample(self, name):
+        with open(os.path.join(SAMPLES, name), "rb") as file:
+            return file.read()
+
+    def exit(self, window):
+        """Presses "Exit" and returns the exit code."""
+        window.press("Exit")
+        code = self.program.wait(30)
+        if code != 0:
+            print(self.program.errors()[-4000:], file=sys.stderr)
+        return code
+
+
+class _Result(unittest.TextTestResult):
+    passed = 0
+
+    def addSuccess(self, test):
+        super().addSuccess(test)
+        self.passed += 1
+
+
+def main():
+    """Runs the calling program's tests and says how they went. The executable is $KELPORA_PROGRAM or the
+    first argument."""
+    if len(sys.argv) > 1 and os.access(sys.argv[1], os.X_OK):
+        os.environ["KELPORA_PROGRAM"] = os.path.abspath(sys.argv.pop(1))
+        sys.argv[0] = os.path.abspath(sys.argv[0])
+    if not os.access(os.environ.get("KELPORA_PROGRAM", ""), os.X_OK):
+        sys.exit("usage: {} EXECUTABLE [TEST...]".format(sys.argv[0]))
+    session.enter()
+    runner = unittest.TextTestRunner(verbosity=2, resultclass=_Result)
+    result = unittest.main(module="__main__", testRunner=runner, exit=False).result
+    skipped = len(result.skipped)
+    failed = result.testsRun - result.passed - skipped
+    if not result.wasSuccessful():
+        failed = max(failed, 1)
+    sys.stderr.flush()
+    print("Totals: {} passed, {} failed, {} skipped".format(result.passed, failed, skipped), flush=True)
+    sys.exit(0 if failed == 0 and result.testsRun else 1)

@@ -1,0 +1,174 @@
+"""The running program: its process, its log and its window, read and pressed through the accessibility bus."""
+
+import os
+import subprocess
+import time
+
+from . import bus
+
+# Sanitized builds are several times slower.
+SLOW = 4 if os.environ.get("KELPORA_SANITIZED") else 1
+
+
+def wait_until(condition, seconds, what):
+    """Waits until `condition()` is truthy and returns that; raises TimeoutError naming `what` if it never is."""
+    deadline = time.monotonic() + seconds * SLOW
+    while True:
+        try:
+            result = condition()
+        except bus.Error:
+            # The program is just starting, busy or gone; the time-out tells.
+            result = None
+        if result:
+            return result
+        if time.monotonic() > deadline:
+            raise TimeoutError("Waited {} s for {}".format(seconds * SLOW, what))
+        time.sleep(0.02)
+
+
+class Program:
+    """The program in a home folder of its own below `folder`, with the cards of `reader`."""
+
+    def __init__(self, path, folder, reader):
+        self.path = path
+        self.folder = folder
+        self.reader = reader
+        self.home = os.path.join(folder, "home")
+        self.support = os.path.join(folder, "data", "Kelpora 360")
+        self.templates = os.path.join(self.support, "templates")
+        self.log_path = os.path.join(self.support, "Kelpora360.log")
+        self.process = None
+        self.window = None
+        os.makedirs(self.home, exist_ok=True)
+        os.makedirs(self.templates, exist_ok=True)
+
+    def launch(self):
+        """Starts the process without looking at its window."""
+        environment = dict(os.environ, HOME=self.home, XDG_DATA_HOME=os.path.join(self.folder, "data"),
+                           QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1")
+        environment.update(self.reader.environment())
+        with open(os.path.join(self.folder, "stderr"), "ab") as errors:
+            self.process = subprocess.Popen(self.reader.command(self.path), env=environment, stderr=errors)
+
+    def start(self):
+        """Starts the program; returns its window once the operator could use it."""
+        self.launch()
+        self.window = wait_until(self._find_window, 20, "the window")
+        return self.window
+
+    def wait(self, seconds):
+        """The exit code; raises subprocess.TimeoutExpired if the process still runs after `seconds`."""
+        return self.process.wait(seconds)
+
+    def is_running(self):
+        return self.process.poll() is None
+
+    def end(self):
+        """Ends the process if a test left it."""
+        if self.process and self.is_running():
+            self.process.kill()
+            self.process.wait()
+
+    def log(self):
+        """The lines of the log file."""
+        with open(self.log_path, encoding="utf-8") as file:
+            return file.read().splitlines()
+
+    def messages(self):
+        """What was logged, without time and level."""
+        return [line.split(": ", 1)[1] for line in self.log() if line != "Logfile path:"]
+
+    def errors(self):
+        """What the process wrote on its standard error stream, its logged lines included."""
+        with open(os.path.join(self.folder, "stderr"), encoding="utf-8", errors="replace") as file:
+            return file.read()
+
+    def _find_window(self):
+        if not self.is_running():
+            raise RuntimeError("The program ended at its start:\n" + self.errors())
+        for application in bus.desktop().children():
+            if application.process() == self.process.pid:
+                for frame in application.children():
+                    if frame.is_active():
+                        return Window(frame)
+        return None
+
+
+class Window:
+    def __init__(self, frame):
+        self.frame = frame
+        self._found = {}
+
+    def find(self, role, name=None, description=None):
+        """The control of a role ("push button") and an accessible name or description."""
+        key = (role, name, description)
+        if key not in self._found:
+            self._found[key] = self._search(self.frame, *key)
+        if self._found[key] is None:
+            del self._found[key]
+            raise LookupError("No {} named {!r} in the window".format(role, name or description))
+        return self._found[key]
+
+    def press(self, button):
+        """Presses a button through its action, as an assistive tool does."""
+        self.find("push button", button).press()
+
+    def click(self, role, name):
+        """Clicks into the middle of a control with the mouse."""
+        left, top, width, height = self.find(role, name).place()
+        _xdotool("mousemove", str(left + width // 2), str(top + height // 2), "click", "1")
+
+    def type(self, field, text):
+        """Replaces the text of a field from the keyboard."""
+        self.click("text", field)
+        _xdotool("key", "ctrl+a", "BackSpace")
+        if text:
+            _xdotool("type", "--delay", "5", text)
+        wait_until(lambda: self.text(field) == text, 5, "{!r} in {}".format(text, field))
+
+    def text(self, field):
+        return self.find("text", field).text()
+
+    def choice(self, box):
+        """The entry that a drop-down shows."""
+        return self.find("combo box", box).description()
+
+    def progress(self, card):
+        """What stands below the bar of card 1, 2 or 3."""
+        return self.find("label", description="Card {}".format(card)).name()
+
+    def is_bright(self, button):
+        """Whether a button is drawn as one that can be used. The accessibility bus doesn't say: this
+        toolkit reports every control as enabled."""
+        place = "{2}x{3}+{0}+{1}".format(*self.find("push button", button).place())
+        brightest = subprocess.run(["import", "-silent", "-window", "root", "-crop", place, "+repage", "miff:-"],
+                                   check=True, stdout=subprocess.PIPE).stdout
+        value = subprocess.run(["convert", "miff:-", "-format", "%[fx:maxima]", "info:"], input=brightest,
+                               check=True, stdout=subprocess.PIPE).stdout
+        return float(value) > 0.75
+
+    def wait_bright(self, button, bright=True, seconds=5):
+        wait_until(lambda: self.is_bright(button) == bright, seconds,
+                   "{!r} to look {}".format(button, "enabled" if bright else "disabled"))
+
+    def close(self):
+        """Closes the window from the keyboard, through the window manager."""
+        _xdotool("key", "alt+F4")
+
+    def screenshot(self, path):
+        place = "{2}x{3}+{0}+{1}".format(*self.frame.place())
+        subprocess.run(["import", "-silent", "-window", "root", "-crop", place, "+repage", path], check=True)
+
+    def _search(self, accessible, role, name, description):
+        if accessible.role() == role and name in (None, accessible.name()) \
+                and description in (None, accessible.description()):
+            return accessible
+        for child in accessible.children():
+            found = self._search(child, role, name, description)
+            if found:
+                return found
+        return None
+
+
+def _xdotool(*arguments):
+    subprocess.run(["xdotool", *arguments], check=True)
