@@ -1,0 +1,229 @@
+#include "app/appcontroller.h"
+#include "app/log.h"
+#include "tests/support/volumes.h"
+#include "tests/support/workspace.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QGuiApplication>
+#include <QQmlApplicationEngine>
+#include <QQmlContext>
+#include <QQuickWindow>
+#include <QThreadPool>
+#include <QtTest>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <sys/resource.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int cardCount = 3;
+constexpr int photosPerCard = 2000;
+constexpr int photoBytes = 100 * 1000;
+constexpr int cardKiB = 256 * 1024;
+constexpr qint64 longestStallMs = 50;
+constexpr int importTimeoutMs = 90 * 1000;
+constexpr int attempts = 3;
+/// With others taking more than this share of the processors, a long stall says nothing about the program.
+constexpr double busyShare = 0.25;
+
+/// How long the main thread was away at most, seen from a timer that fires every millisecond.
+class StallMeter : public QObject
+{
+public:
+    StallMeter()
+    {
+        timer_.setTimerType(Qt::PreciseTimer);
+        connect(&timer_, &QTimer::timeout, this, [this] { longest_ = std::max(longest_, clock_.restart()); });
+        clock_.start();
+        timer_.start(1);
+    }
+
+    [[nodiscard]] qint64 longestMs() const { return std::max(longest_, clock_.elapsed()); }
+
+private:
+    QTimer timer_;
+    QElapsedTimer clock_;
+    qint64 longest_ = 0;
+};
+
+/// How much of the processors other processes take meanwhile.
+class OthersMeter
+{
+public:
+    OthersMeter()
+        : begin_(now())
+    {
+    }
+
+    [[nodiscard]] double share() const
+    {
+        const Times end = now();
+        const double all = end.all - begin_.all;
+        return all > 0 ? std::max(0.0, (end.busy - end.own - begin_.busy + begin_.own) / all) : 0;
+    }
+
+private:
+    /// In clock ticks since the machine, or the process, started.
+    struct Times
+    {
+        double all = 0;
+        double busy = 0;
+        double own = 0;
+    };
+
+    static Times now()
+    {
+        QFile machine(QStringLiteral("/proc/stat"));
+        if (!machine.open(QIODevice::ReadOnly))
+            return {};
+        // cpu user nice system idle iowait irq softirq steal
+        const QList<QByteArray> fields = machine.readLine().simplified().split(' ');
+        Times times;
+        for (int field = 1; field <= 8; ++field) {
+            times.all += fields.value(field).toDouble();
+            if (field != 4 && field != 5)
+                times.busy += fields.value(field).toDouble();
+        }
+        struct rusage usage = {};
+        ::getrusage(RUSAGE_SELF, &usage);
+        const auto seconds = [](const timeval &time) {
+            return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+        };
+        times.own =
+            (seconds(usage.ru_utime) + seconds(usage.ru_stime)) * static_cast<double>(::sysconf(_SC_CLK_TCK));
+        return times;
+    }
+
+    Times begin_;
+};
+
+QByteArray sample(const QString &name)
+{
+    QFile file(QStringLiteral(KELPORA_SAMPLES "/") + name);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+int countCopies(const QString &folder)
+{
+    int count = 0;
+    QDirIterator files(folder, {QStringLiteral("*.JPG")}, QDir::Files, QDirIterator::Subdirectories);
+    for (; files.hasNext(); files.next())
+        ++count;
+    return count;
+}
+
+} // namespace
+
+/// The real view and controller on a screen, with imports started as the operator starts them.
+class tst_responsive : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void theViewDoesNotStallDuringAnImport();
+
+private:
+    /// The view counts a card as idle from its last file on, while the job still waits for the disk.
+    static bool hasEnded(const QObject *window)
+    {
+        return QThreadPool::globalInstance()->activeThreadCount() == 0 && !isCopying(window);
+    }
+
+    static bool isCopying(const QObject *window)
+    {
+        for (const char *flag : {"cardOneCopying", "cardTwoCopying", "cardThreeCopying"}) {
+            if (window->property(flag).toBool())
+                return true;
+        }
+        return false;
+    }
+};
+
+void tst_responsive::theViewDoesNotStallDuringAnImport()
+{
+    if (!KELPORA_MEASURABLE)
+        QSKIP("Time is measured in an optimised build without sanitizers");
+    const Workspace workspace;
+    std::array<std::unique_ptr<TestVolume>, cardCount> cards;
+    for (int card = 1; card <= cardCount; ++card) {
+        auto &volume = cards[static_cast<std::size_t>(card - 1)];
+        const QString folder = QStringLiteral("KELPORA360_%1").arg(card);
+        volume = std::make_unique<TestVolume>(workspace.path(folder), cardKiB, folder);
+        SKIP_UNLESS_MOUNTED(*volume);
+        const QByteArray photo(photoBytes, static_cast<char>('0' + card));
+        for (int number = 1; number <= photosPerCard; ++number)
+            workspace.write(folder + QStringLiteral("/DCIM/%1MEDIA/IMG%2.JPG")
+                                         .arg(100 + number / 1000)
+                                         .arg(number, 4, 10, QLatin1Char('0')),
+                            photo);
+    }
+    for (const char *name : {"Rig.kava", "Rig.jpg"}) {
+        const QString file = QString::fromLatin1(name);
+        QVERIFY(!sample(file).isEmpty());
+        workspace.write(QStringLiteral("data/Kelpora 360/templates/") + file, sample(file));
+    }
+    // The log is written as in the program, but its echo would drown the result.
+    QVERIFY(std::freopen(QFile::encodeName(workspace.path(QStringLiteral("echo"))).constData(), "w",
+                         stderr) != nullptr);
+    const QtMessageHandler testHandler = qInstallMessageHandler(AppMessageHandler);
+
+    AppController controller;
+    QQmlApplicationEngine engine;
+    engine.rootContext()->setContextProperty(QStringLiteral("appController"), &controller);
+    engine.load(QUrl(QStringLiteral("qrc:/views/Main.qml")));
+    auto *window = qobject_cast<QQuickWindow *>(engine.rootObjects().value(0));
+    controller.init(window);
+    const bool shown = window != nullptr && QTest::qWaitForWindowExposed(window);
+
+    constexpr int settleMs = 1000;
+    QTest::qWait(settleMs);
+
+    qint64 best = -1;
+    int copies = cardCount * photosPerCard;
+    bool ended = shown;
+    bool judged = false;
+    for (int attempt = 0; ended && copies == cardCount * photosPerCard && attempt < attempts &&
+                          (best < 0 || best > longestStallMs);
+         ++attempt) {
+        const QString destination = workspace.makeFolder(QStringLiteral("dive"));
+        auto *folder = window->findChild<QObject *>(QStringLiteral("destinationFilesText"));
+        ended = folder != nullptr && folder->setProperty("text", destination);
+        const OthersMeter others;
+        const StallMeter meter;
+        ended = ended && QMetaObject::invokeMethod(window, "copyFilesClicked") && isCopying(window) &&
+                QTest::qWaitFor([window] { return hasEnded(window); }, importTimeoutMs);
+        QCoreApplication::processEvents();
+        const qint64 longest = meter.longestMs();
+        const double share = others.share();
+        judged = judged || share <= busyShare;
+        std::printf("longest stall of the main thread: %lld ms; others took %.0f %% of the processors\n",
+                    static_cast<long long>(longest), share * 100);
+        best = best < 0 ? longest : std::min(best, longest);
+        copies = countCopies(destination);
+        QDir(destination).removeRecursively();
+    }
+    static_cast<void>(AppController::waitForJobs(importTimeoutMs));
+    qInstallMessageHandler(testHandler);
+
+    QVERIFY(shown);
+    QVERIFY2(ended, "the import did not end");
+    QCOMPARE(copies, cardCount * photosPerCard);
+    if (best > longestStallMs && !judged)
+        QSKIP(qPrintable(QStringLiteral("This machine is too busy: it stalled for %1 ms").arg(best)));
+    QVERIFY2(best <= longestStallMs, qPrintable(QStringLiteral("%1 ms").arg(best)));
+}
+
+int main(int argc, char *argv[])
+{
+    enterMountNamespace();
+    QGuiApplication app(argc, argv);
+    tst_responsive test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_responsive.moc"
