@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-/// The sentence of a body such as "PSEABEEP": "$PSEABEEP*0D", without a line end. Written apart from the
+/// The sentence of a body such as "PSEABEEP": "$PSEABEEP*15", without a line end. Written apart from the
 /// program's own sentence class, so that neither can hide the other's mistakes.
 [[nodiscard]] std::string makeSentence(const std::string &body);
 

@@ -6,7 +6,7 @@
 
 /// Writes what passes over the cable, one line each: seconds since the start, the direction, the text.
 ///
-///       0.104 > $PSEABEEP*0D           to the controller
+///       0.104 > $PSEABEEP*15           to the controller
 ///       0.105 < $PSEABATTERY,3.95*3A   to the program
 ///       0.106 - port closed            what happened to the port
 ///
