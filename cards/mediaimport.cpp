@@ -143,6 +143,7 @@ QStringList MediaImport::listFiles()
 void MediaImport::copyListed(const QString &path, int position, int totalFiles, Counts *counts)
 {
     report_({0, totalFiles + 1, position, QStringLiteral("Copying ") + path});
+    holding_ = position == totalFiles;
     const QDir source(request_.sourceDir);
     const QDir target(request_.targetDir);
     if (path.endsWith(videoExtension)) {
@@ -210,19 +211,18 @@ int MediaImport::copyTake(const QString &sourcePath, TakeNames *names)
     return 1;
 }
 
-int MediaImport::checkSizes(const QString &sourcePath, const QString &copyPath, int fileIndex,
-                            int totalFiles) const
+int MediaImport::checkSizes(const QString &sourcePath, const QString &copyPath, int fileIndex, int totalFiles)
 {
     if (QFileInfo(sourcePath).size() == QFileInfo(copyPath).size()) {
         qInfo().noquote() << QStringLiteral("Card %1: copied file %2.").arg(request_.card).arg(sourcePath);
-        report_({0, totalFiles, fileIndex, QStringLiteral("Copied %1 correctly.").arg(sourcePath)});
+        tell({0, totalFiles, fileIndex, QStringLiteral("Copied %1 correctly.").arg(sourcePath)});
         return 1;
     }
     // Both placeholders take the card's number; the path then finds none.
     qWarning().noquote()
         << QStringLiteral("Card %1: File size for %1 doesn't match after copy.").arg(request_.card);
-    report_({0, totalFiles, fileIndex,
-             QStringLiteral("Warning: File size for %1 doesn't match after copy.").arg(sourcePath)});
+    tell({0, totalFiles, fileIndex,
+          QStringLiteral("Warning: File size for %1 doesn't match after copy.").arg(sourcePath)});
     return 0;
 }
 
@@ -242,6 +242,14 @@ void MediaImport::writeProject(const ImportProjects::Writer &writer, const QStri
     writer(request_.card, request_.templatePath, takePath, request_.projectName);
 }
 
+void MediaImport::tell(const Progress &progress)
+{
+    if (holding_)
+        held_.append(progress);
+    else
+        report_(progress);
+}
+
 /// The one end of an import that began: the summary is given only for what is on disk.
 bool MediaImport::finish(const Counts &counts)
 {
@@ -255,6 +263,8 @@ bool MediaImport::finish(const Counts &counts)
         report_({0, 1, 1, QStringLiteral("Error: ") + reason + copied});
         return false;
     }
+    for (const Progress &progress : qAsConst(held_))
+        report_(progress);
     qInfo().noquote() << QStringLiteral("Card %1: copied ").arg(request_.card) + copied;
     const QString incomplete =
         wholeCardSeen_ ? QString() : QStringLiteral("Error: Part of the card could not be read. ");

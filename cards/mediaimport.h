@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QStringList>
+#include <QVector>
 
 #include <functional>
 
@@ -73,9 +74,10 @@ private:
     void copyListed(const QString &path, int position, int totalFiles, Counts *counts);
     int copyTake(const QString &sourcePath, TakeNames *names);
     [[nodiscard]] int checkSizes(const QString &sourcePath, const QString &copyPath, int fileIndex,
-                                 int totalFiles) const;
+                                 int totalFiles);
     void placePicture(const QString &videoPath);
     void writeProject(const ImportProjects::Writer &writer, const QString &takePath) const;
+    void tell(const Progress &progress);
     bool finish(const Counts &counts);
 
     ImportRequest request_;
@@ -85,4 +87,8 @@ private:
     VolumeFlush flush_;
     QStringList written_;
     bool wholeCardSeen_ = true;
+    /// The last file's reports wait for the disk: their value has passed its maximum, which says that the job
+    /// has ended.
+    bool holding_ = false;
+    QVector<Progress> held_;
 };
