@@ -5,6 +5,18 @@ import QtQuick.Layouts 1.15
 ApplicationWindow {
     id: root
 
+    /// The pages and popups come after the window's first frame: the operator sees at once that the program starts.
+    readonly property CopyFilesPage copyFilesPage: copyFilesLoader.item
+    readonly property CopyDataPage copyDataPage: copyDataLoader.item
+    readonly property SettingsPage settingsPage: settingsLoader.item
+    readonly property MessagePopup messagePopup: messagePopupLoader.item
+    readonly property WaitPopup waitPopup: waitPopupLoader.item
+    readonly property EraseCardsPopup eraseCardsPopup: eraseCardsPopupLoader.item
+    readonly property EraseMemoryPopup eraseMemoryPopup: eraseMemoryPopupLoader.item
+    readonly property bool ready: root.copyFilesPage && root.copyDataPage && root.settingsPage && root.messagePopup
+                                  && root.waitPopup && root.eraseCardsPopup && root.eraseMemoryPopup
+    property bool framed: false
+
     property bool cardOneCopying: false
     property bool cardTwoCopying: false
     property bool cardThreeCopying: false
@@ -30,25 +42,25 @@ ApplicationWindow {
     }
 
     function readyToCopyFiles() {
-        return !root.cardCopying() && copyFilesPage.card1Index >= 0 && copyFilesPage.card2Index >= 0
-            && copyFilesPage.card3Index >= 0 && copyFilesPage.folder !== ""
+        return root.ready && !root.cardCopying() && root.copyFilesPage.card1Index >= 0 && root.copyFilesPage.card2Index >= 0
+            && root.copyFilesPage.card3Index >= 0 && root.copyFilesPage.folder !== ""
     }
 
     function readyToEraseCards() {
-        return !root.cardCopying() && (copyFilesPage.card1Index >= 0 || copyFilesPage.card2Index >= 0
-                                       || copyFilesPage.card3Index >= 0)
+        return root.ready && !root.cardCopying() && (root.copyFilesPage.card1Index >= 0 || root.copyFilesPage.card2Index >= 0
+                                                     || root.copyFilesPage.card3Index >= 0)
     }
 
     function readyToCopyData() {
-        return root.readyToEraseMemory() && copyDataPage.folder !== ""
+        return root.readyToEraseMemory() && root.copyDataPage.folder !== ""
     }
 
     function readyToEraseMemory() {
-        return !root.dataCopying && copyDataPage.deviceIndex >= 0
+        return root.ready && !root.dataCopying && root.copyDataPage.deviceIndex >= 0
     }
 
     function readyToReadSettings() {
-        return !root.dataCopying && settingsPage.deviceIndex >= 0
+        return root.ready && !root.dataCopying && root.settingsPage.deviceIndex >= 0
     }
 
     function readyToUpdateFirmware() {
@@ -83,11 +95,11 @@ ApplicationWindow {
             if (!drive.key.includes("360") && !drive.value.includes("360"))
                 return
             if (ends(drive, "1"))
-                copyFilesPage.card1Index = index
+                root.copyFilesPage.card1Index = index
             else if (ends(drive, "2"))
-                copyFilesPage.card2Index = index
+                root.copyFilesPage.card2Index = index
             else if (ends(drive, "3"))
-                copyFilesPage.card3Index = index
+                root.copyFilesPage.card3Index = index
         })
     }
 
@@ -100,8 +112,8 @@ ApplicationWindow {
         for (const mark of ["KELPORA", "FTDI"]) {
             const index = root.devices.findIndex(device => device.serial.includes(mark))
             if (index >= 0) {
-                copyDataPage.deviceIndex = index
-                settingsPage.deviceIndex = index
+                root.copyDataPage.deviceIndex = index
+                root.settingsPage.deviceIndex = index
                 return
             }
         }
@@ -116,22 +128,22 @@ ApplicationWindow {
     }
 
     function getSelectedSettingsDeviceName() {
-        return root.selectDevice(settingsPage.deviceIndex)
+        return root.selectDevice(root.settingsPage.deviceIndex)
     }
 
     function getSelectedDataDeviceName() {
-        return root.selectDevice(copyDataPage.deviceIndex)
+        return root.selectDevice(root.copyDataPage.deviceIndex)
     }
 
     function getSelectedE1Firmware() {
-        const generation = [26, 29, 30][settingsPage.e1FirmwareIndex]
+        const generation = [26, 29, 30][root.settingsPage.e1FirmwareIndex]
         return generation === undefined ? 29 : generation
     }
 
     function setE1Firmware(generation) {
         const index = [26, 29, 30].indexOf(generation)
         if (index >= 0)
-            settingsPage.e1FirmwareIndex = index
+            root.settingsPage.e1FirmwareIndex = index
     }
 
     function loadTemplates() {
@@ -140,12 +152,12 @@ ApplicationWindow {
         for (const entry of root.templates)
             templateModel.append({ "key": entry.key, "text": entry.value })
         if (templateModel.count > 0)
-            copyFilesPage.templateIndex = 0
+            root.copyFilesPage.templateIndex = 0
     }
 
     function refreshDestination() {
-        copyFilesPage.folder = appController.getMoviesLocation()
-        copyDataPage.folder = appController.getMoviesLocation()
+        root.copyFilesPage.folder = appController.getMoviesLocation()
+        root.copyDataPage.folder = appController.getMoviesLocation()
     }
 
     function loadStitchSettings() {
@@ -200,26 +212,26 @@ ApplicationWindow {
             stitchLoader.item.showCalibration(response.data)
             root.saveStitchSettings()
         }
-        messagePopup.text = response.message === undefined ? "" : String(response.message)
-        messagePopup.open()
+        root.messagePopup.text = response.message === undefined ? "" : String(response.message)
+        root.messagePopup.open()
     }
 
     /// Puts a folder chosen by hand at the top of every card's list; the card that asked for it selects it, the
     /// others keep their choice.
     function addSource(cardNumber, path) {
-        const chosen = [copyFilesPage.card1Index, copyFilesPage.card2Index, copyFilesPage.card3Index]
+        const chosen = [root.copyFilesPage.card1Index, root.copyFilesPage.card2Index, root.copyFilesPage.card3Index]
             .map((index, card) => card + 1 === cardNumber ? 0 : index + 1)
         root.drives = [{ "key": path, "value": path }].concat(root.drives)
         driveModel.insert(0, { "key": path, "text": path + " (" + path + ")" })
-        copyFilesPage.card1Index = chosen[0]
-        copyFilesPage.card2Index = chosen[1]
-        copyFilesPage.card3Index = chosen[2]
+        root.copyFilesPage.card1Index = chosen[0]
+        root.copyFilesPage.card2Index = chosen[1]
+        root.copyFilesPage.card3Index = chosen[2]
     }
 
     function addTemplate(path) {
         root.templates = [{ "key": path, "value": path }].concat(root.templates)
         templateModel.insert(0, { "key": path, "text": path })
-        copyFilesPage.templateIndex = 0
+        root.copyFilesPage.templateIndex = 0
     }
 
     function copyFilesClicked() {
@@ -228,20 +240,20 @@ ApplicationWindow {
         root.cardOneCopying = true
         root.cardTwoCopying = true
         root.cardThreeCopying = true
-        root.copyFiles(root.keyAt(root.drives, copyFilesPage.card1Index),
-                       root.keyAt(root.drives, copyFilesPage.card2Index),
-                       root.keyAt(root.drives, copyFilesPage.card3Index),
-                       copyFilesPage.folder,
-                       root.keyAt(root.templates, copyFilesPage.templateIndex),
-                       copyFilesPage.projectName)
+        root.copyFiles(root.keyAt(root.drives, root.copyFilesPage.card1Index),
+                       root.keyAt(root.drives, root.copyFilesPage.card2Index),
+                       root.keyAt(root.drives, root.copyFilesPage.card3Index),
+                       root.copyFilesPage.folder,
+                       root.keyAt(root.templates, root.copyFilesPage.templateIndex),
+                       root.copyFilesPage.projectName)
     }
 
     function eraseCardsClicked(erase, createSyncConfig) {
         if (!root.readyToEraseCards())
             return
-        root.eraseCards(root.keyAt(root.drives, copyFilesPage.card1Index),
-                        root.keyAt(root.drives, copyFilesPage.card2Index),
-                        root.keyAt(root.drives, copyFilesPage.card3Index),
+        root.eraseCards(root.keyAt(root.drives, root.copyFilesPage.card1Index),
+                        root.keyAt(root.drives, root.copyFilesPage.card2Index),
+                        root.keyAt(root.drives, root.copyFilesPage.card3Index),
                         erase, createSyncConfig)
     }
 
@@ -249,7 +261,7 @@ ApplicationWindow {
         if (!root.readyToCopyData())
             return
         root.dataCopying = true
-        root.copyData(root.getSelectedDataDeviceName(), copyDataPage.folder, copyDataPage.projectName)
+        root.copyData(root.getSelectedDataDeviceName(), root.copyDataPage.folder, root.copyDataPage.projectName)
     }
 
     function eraseMemoryClicked(checked) {
@@ -266,8 +278,8 @@ ApplicationWindow {
 
     function saveCameraSettingsClicked() {
         if (root.beginSettingsJob())
-            root.saveCameraSettings(root.getSelectedSettingsDeviceName(), settingsPage.date, settingsPage.recLedOn ? 1 : 0,
-                                    settingsPage.videoInterval, settingsPage.photoInterval, settingsPage.photoTimeout,
+            root.saveCameraSettings(root.getSelectedSettingsDeviceName(), root.settingsPage.date, root.settingsPage.recLedOn ? 1 : 0,
+                                    root.settingsPage.videoInterval, root.settingsPage.photoInterval, root.settingsPage.photoTimeout,
                                     root.getSelectedE1Firmware())
     }
 
@@ -281,8 +293,8 @@ ApplicationWindow {
         if (root.dataCopying)
             return false
         root.dataCopying = true
-        waitPopup.text = ""
-        waitPopup.open()
+        root.waitPopup.text = ""
+        root.waitPopup.open()
         return true
     }
 
@@ -290,42 +302,42 @@ ApplicationWindow {
     function showControllerProgress(page, from, to, value, text) {
         page.showProgress(from, to, value, text)
         root.dataCopying = value < to
-        waitPopup.text = ""
+        root.waitPopup.text = ""
         if (root.dataCopying) {
-            waitPopup.open()
-            waitPopup.text = text
+            root.waitPopup.open()
+            root.waitPopup.text = text
         } else {
-            waitPopup.close()
+            root.waitPopup.close()
         }
     }
 
     function updateDataProgress(from, to, value, text) {
-        root.showControllerProgress(copyDataPage, from, to, value, text)
+        root.showControllerProgress(root.copyDataPage, from, to, value, text)
     }
 
     function updateCameraSettingsProgress(from, to, value, text) {
-        root.showControllerProgress(settingsPage, from, to, value, text)
+        root.showControllerProgress(root.settingsPage, from, to, value, text)
     }
 
     function updateFirmwareProgress(from, to, value, text) {
-        root.showControllerProgress(settingsPage, from, to, value, text)
+        root.showControllerProgress(root.settingsPage, from, to, value, text)
     }
 
     function updateCameraSettings(firmware, battery, date, recLedOn, loggingInterval, timelapseInterval, timelapseTimeout, e1FirmwareVersion) {
         root.dataCopying = false
-        settingsPage.firmware = firmware
-        settingsPage.battery = battery
-        settingsPage.date = date
-        settingsPage.recLedOn = recLedOn === 1
-        settingsPage.videoInterval = loggingInterval
-        settingsPage.photoInterval = timelapseInterval
-        settingsPage.photoTimeout = timelapseTimeout
+        root.settingsPage.firmware = firmware
+        root.settingsPage.battery = battery
+        root.settingsPage.date = date
+        root.settingsPage.recLedOn = recLedOn === 1
+        root.settingsPage.videoInterval = loggingInterval
+        root.settingsPage.photoInterval = timelapseInterval
+        root.settingsPage.photoTimeout = timelapseTimeout
         root.setE1Firmware(e1FirmwareVersion)
-        waitPopup.close()
+        root.waitPopup.close()
     }
 
     function updateCardProgress(cardNumber, from, to, value, text) {
-        copyFilesPage.showProgress(cardNumber, from, to, value, text)
+        root.copyFilesPage.showProgress(cardNumber, from, to, value, text)
         if (cardNumber === 1)
             root.cardOneCopying = value < to
         else if (cardNumber === 2)
@@ -348,6 +360,7 @@ ApplicationWindow {
     header: TabBar {
         id: tabBar
 
+        visible: root.framed
         currentIndex: pages.currentIndex
 
         TabButton { text: "Copy Files" }
@@ -361,64 +374,74 @@ ApplicationWindow {
         anchors.fill: parent
         currentIndex: tabBar.currentIndex
 
-        CopyFilesPage {
-            id: copyFilesPage
+        Loader {
+            id: copyFilesLoader
 
-            drives: driveModel
-            templates: templateModel
-            readyToCopyFiles: root.readyToCopyFiles()
-            readyToEraseCards: root.readyToEraseCards()
-            anglesText: root.settings["OverwriteAngles"] ? "Overwrite camera angles in template."
-                                                         : "Use camera angles from template."
-            onChooseSourceClicked: {
-                sourceChooser.cardNumber = cardNumber
-                sourceChooser.open()
+            active: root.framed
+            sourceComponent: CopyFilesPage {
+                drives: driveModel
+                templates: templateModel
+                readyToCopyFiles: root.readyToCopyFiles()
+                readyToEraseCards: root.readyToEraseCards()
+                anglesText: root.settings["OverwriteAngles"] ? "Overwrite camera angles in template."
+                                                             : "Use camera angles from template."
+                onChooseSourceClicked: {
+                    sourceChooser.cardNumber = cardNumber
+                    sourceChooser.open()
+                }
+                onChooseDestinationClicked: {
+                    destinationChooser.forFiles = true
+                    destinationChooser.open()
+                }
+                onChooseTemplateClicked: templateChooser.open()
+                onChangeAnglesClicked: root.changeAnglesClicked()
+                onEraseCardsClicked: root.eraseCardsPopup.open()
+                onRefreshCardsClicked: root.refreshDrives()
+                onRefreshTemplatesClicked: root.loadTemplates()
+                onCopyFilesClicked: root.copyFilesClicked()
+                onFolderTyped: root.copyDataPage.folder = root.copyFilesPage.folder
+                onProjectNameTyped: root.copyDataPage.projectName = root.copyFilesPage.projectName
             }
-            onChooseDestinationClicked: {
-                destinationChooser.forFiles = true
-                destinationChooser.open()
-            }
-            onChooseTemplateClicked: templateChooser.open()
-            onChangeAnglesClicked: root.changeAnglesClicked()
-            onEraseCardsClicked: eraseCardsPopup.open()
-            onRefreshCardsClicked: root.refreshDrives()
-            onRefreshTemplatesClicked: root.loadTemplates()
-            onCopyFilesClicked: root.copyFilesClicked()
-            onFolderTyped: copyDataPage.folder = copyFilesPage.folder
-            onProjectNameTyped: copyDataPage.projectName = copyFilesPage.projectName
         }
 
-        CopyDataPage {
-            id: copyDataPage
+        Loader {
+            id: copyDataLoader
 
-            devices: deviceModel
-            connected: root.readyToReadSettings()
-            readyToCopyData: root.readyToCopyData()
-            readyToEraseMemory: root.readyToEraseMemory()
-            onChooseDestinationClicked: {
-                destinationChooser.forFiles = false
-                destinationChooser.open()
+            active: root.framed
+            sourceComponent: CopyDataPage {
+                devices: deviceModel
+                connected: root.readyToReadSettings()
+                readyToCopyData: root.readyToCopyData()
+                readyToEraseMemory: root.readyToEraseMemory()
+                onChooseDestinationClicked: {
+                    destinationChooser.forFiles = false
+                    destinationChooser.open()
+                }
+                onRefreshDevicesClicked: root.refreshDevices()
+                onCopyDataClicked: root.copyDataClicked()
+                onEraseMemoryClicked: root.eraseMemoryPopup.open()
             }
-            onRefreshDevicesClicked: root.refreshDevices()
-            onCopyDataClicked: root.copyDataClicked()
-            onEraseMemoryClicked: eraseMemoryPopup.open()
         }
 
-        SettingsPage {
-            id: settingsPage
+        Loader {
+            id: settingsLoader
 
-            devices: deviceModel
-            connected: root.readyToReadSettings()
-            readyToSave: root.readyToSaveCameraSettings()
-            readyToReset: root.readyToResetCameraSettings()
-            onRefreshDevicesClicked: root.refreshDevices()
-            onConnectClicked: root.connectButtonClicked()
-            onSaveClicked: root.saveCameraSettingsClicked()
-            onResetClicked: root.resetCameraSettingsClicked()
+            active: root.framed
+            sourceComponent: SettingsPage {
+                devices: deviceModel
+                connected: root.readyToReadSettings()
+                readyToSave: root.readyToSaveCameraSettings()
+                readyToReset: root.readyToResetCameraSettings()
+                onRefreshDevicesClicked: root.refreshDevices()
+                onConnectClicked: root.connectButtonClicked()
+                onSaveClicked: root.saveCameraSettingsClicked()
+                onResetClicked: root.resetCameraSettingsClicked()
+            }
         }
     }
 
     footer: Pane {
+        visible: root.framed
         leftPadding: 20
         rightPadding: 20
         topPadding: 0
@@ -446,23 +469,32 @@ ApplicationWindow {
     ListModel { id: deviceModel }
     ListModel { id: templateModel }
 
-    MessagePopup {
-        id: messagePopup
+    Loader {
+        id: messagePopupLoader
 
-        objectName: "messagePopup"
+        active: root.framed
+        sourceComponent: MessagePopup {
+            objectName: "messagePopup"
+        }
     }
 
-    WaitPopup {
-        id: waitPopup
+    Loader {
+        id: waitPopupLoader
 
-        objectName: "waitPopup"
+        active: root.framed
+        sourceComponent: WaitPopup {
+            objectName: "waitPopup"
+        }
     }
 
-    EraseCardsPopup {
-        id: eraseCardsPopup
+    Loader {
+        id: eraseCardsPopupLoader
 
-        objectName: "eraseCardsPopup"
-        onAnswered: root.eraseCardsClicked(erase, createSyncConfig)
+        active: root.framed
+        sourceComponent: EraseCardsPopup {
+            objectName: "eraseCardsPopup"
+            onAnswered: root.eraseCardsClicked(erase, createSyncConfig)
+        }
     }
 
     // Loaded when first opened: its fields would double the time that the window takes to appear.
@@ -505,8 +537,8 @@ ApplicationWindow {
         selectFolder: true
         onChosen: {
             if (destinationChooser.forFiles)
-                copyFilesPage.folder = path
-            copyDataPage.folder = path
+                root.copyFilesPage.folder = path
+            root.copyDataPage.folder = path
         }
     }
 
@@ -530,14 +562,25 @@ ApplicationWindow {
         onChosen: appController.updateFirmware(root.getSelectedSettingsDeviceName(), path)
     }
 
-    EraseMemoryPopup {
-        id: eraseMemoryPopup
+    Loader {
+        id: eraseMemoryPopupLoader
 
-        objectName: "eraseMemoryPopup"
-        onAnswered: root.eraseMemoryClicked(erase)
+        active: root.framed
+        sourceComponent: EraseMemoryPopup {
+            objectName: "eraseMemoryPopup"
+            onAnswered: root.eraseMemoryClicked(erase)
+        }
     }
 
-    Component.onCompleted: {
+    Connections {
+        target: root
+        enabled: !root.framed
+        function onFrameSwapped() { root.framed = true }
+    }
+
+    onReadyChanged: {
+        if (!root.ready)
+            return
         root.refreshDrives()
         root.refreshDevices()
         root.loadTemplates()

@@ -19,7 +19,8 @@ View::View(ScriptedController *controller)
         return;
     // Keys go to an active window only.
     window_->requestActivate();
-    shown_ = QTest::qWaitForWindowExposed(window_) && QTest::qWaitForWindowActive(window_);
+    shown_ = QTest::qWaitForWindowExposed(window_) && QTest::qWaitForWindowActive(window_) &&
+             QTest::qWaitFor([this] { return window_->property("ready").toBool(); });
 }
 
 QObject *View::object(const QString &objectName) const
