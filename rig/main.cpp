@@ -319,7 +319,8 @@ int await(pid_t child, const sigset_t &signals)
     constexpr timespec patience{5, 0};
     bool asked = false;
     for (;;) {
-        const int signal = sigtimedwait(&signals, nullptr, asked ? &patience : &forever);
+        const timespec &limit = asked ? patience : forever;
+        const int signal = sigtimedwait(&signals, nullptr, &limit);
         int status = 0;
         if (waitpid(child, &status, WNOHANG) == child) {
             endGroup(child);

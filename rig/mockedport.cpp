@@ -214,7 +214,7 @@ bool MockedPort::isHeld()
 }
 
 /// As a driver does with what comes in while its device isn't open.
-void MockedPort::discard()
+void MockedPort::discard() const
 {
     tcflush(near_, TCIFLUSH);
     ioctl(near_, TIOCNXCL);

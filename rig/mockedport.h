@@ -18,8 +18,6 @@ struct UsbIdentity
 
 /// A mocked USB serial device: this process and its children list and open it like any other. One per
 /// process; the mocked world around it has no other serial port.
-///
-/// Not unplugged with the object's last plug: the near end's reads and writes fail from then on.
 class MockedPort
 {
 public:
@@ -31,7 +29,7 @@ public:
 
     /// Plugs it in: a fresh device of the same name. Throws std::runtime_error if that fails.
     void plug();
-    /// Pulls the cable.
+    /// Pulls the cable: the near end's reads and writes fail from then on.
     void unplug();
     [[nodiscard]] bool isPlugged() const { return far_ >= 0; }
 
@@ -46,7 +44,7 @@ public:
     [[nodiscard]] int unread() const;
 
 private:
-    void discard();
+    void discard() const;
 
     class Testbed;
     std::unique_ptr<Testbed> testbed_;
