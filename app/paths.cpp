@@ -71,7 +71,7 @@ void guarded(const Update &update)
 QString siblingFolder(const QString &name, const char *logText)
 {
     QDir folder(getAppPath());
-    folder.cd(name);
+    static_cast<void>(folder.cd(name));
     qInfo() << logText << folder.absolutePath();
     return folder.absolutePath();
 }

@@ -72,13 +72,13 @@ void ShellCommand::readOutput(std::FILE *pipe)
     }
 }
 
-void ShellCommand::onStdoutAvailable()
+void ShellCommand::onStdoutAvailable() const
 {
     if (process)
         qInfo() << lines(process->readAllStandardOutput());
 }
 
-void ShellCommand::onStderrAvailable()
+void ShellCommand::onStderrAvailable() const
 {
     if (process)
         qWarning() << lines(process->readAllStandardError());

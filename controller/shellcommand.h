@@ -33,8 +33,8 @@ signals:
     void newMessage(const QString &message);
 
 public slots:
-    void onStdoutAvailable();
-    void onStderrAvailable();
+    void onStdoutAvailable() const;
+    void onStderrAvailable() const;
     void onError(QProcess::ProcessError error);
     void onFinished(int exitCode, QProcess::ExitStatus exitStatus);
     void onStateChanged(QProcess::ProcessState state);

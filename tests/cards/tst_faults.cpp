@@ -12,8 +12,8 @@
 #include <QProcess>
 
 #include <atomic>
+#include <csignal>
 #include <memory>
-#include <signal.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -317,8 +317,8 @@ void TestFaults::namesThatNeedCare_data()
 {
     QTest::addColumn<QString>("file");
     for (const char *name : {"Tauchgänge/Große Höhle.MOV", "潜水/動画.MOV",
-                             "e\xCC\x81"
-                             "te\xCC\x81.MOV",
+                             ("e\xCC\x81"
+                              "te\xCC\x81.MOV"),
                              "100 MEDIA/CLIP 1.MOV", " leading.MOV", "%1/%2%3.MOV", "100%/%n%s.MOV",
                              "a&b;c'd\"e.MOV", "-rf.MOV", "tab\tnew\nline.MOV", "back\\slash.MOV",
                              "*?[x].MOV", "x..MOV", "😀.MOV", "$HOME`id`.MOV", "file:x.MOV", "#1?.MOV"})
