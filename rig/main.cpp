@@ -315,11 +315,11 @@ void endGroup(pid_t group)
 /// Waits for the program; passes on what asks it to end, and insists after a while.
 int await(pid_t child, const sigset_t &signals)
 {
-    constexpr timespec forever{3600, 0};
+    constexpr timespec unlimited{3600, 0};
     constexpr timespec patience{5, 0};
     bool asked = false;
     for (;;) {
-        const timespec &limit = asked ? patience : forever;
+        const timespec &limit = asked ? patience : unlimited;
         const int signal = sigtimedwait(&signals, nullptr, &limit);
         int status = 0;
         if (waitpid(child, &status, WNOHANG) == child) {
