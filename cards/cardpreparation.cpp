@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QException>
 #include <QFile>
+#include <QFileInfo>
 
 #include <utility>
 
@@ -15,9 +16,17 @@ namespace {
 const QString configFolder = QStringLiteral("MISC");
 const QString labelFile = QStringLiteral("AutoRun.inf");
 
+bool isLink(const QString &path)
+{
+    return QFileInfo(path).isSymLink();
+}
+
 /// Opens a file for reading and writing without emptying it; writes `text` at its start. True if it opened.
+/// A symbolic link is never opened: it could lead out of the card.
 bool writeAtStart(const QString &path, const QByteArray &text = {})
 {
+    if (isLink(path))
+        return false;
     QFile file(path);
     if (!file.open(QIODevice::ReadWrite))
         return false;
@@ -82,7 +91,10 @@ void CardPreparation::writeSyncConfig() const
     const QDir root(root_);
     if (!root.exists(configFolder))
         root.mkdir(configFolder);
-    const QString path = QDir(root.filePath(configFolder)).filePath(QStringLiteral("cfg"));
+    const QString folder = root.filePath(configFolder);
+    const QString path = QDir(folder).filePath(QStringLiteral("cfg"));
+    if (isLink(folder) || isLink(path))
+        return;
     writeAtStart(path, "multi.auto_ena=1\nrecord.tl_enable=0\n");
     QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::ReadUser | QFileDevice::ReadGroup |
                                     QFileDevice::ReadOther);
