@@ -9,6 +9,20 @@ void ScriptedController::append(QVariantList *entries, const QString &key, const
     entries->append(QJsonObject{{QStringLiteral("key"), key}, {QStringLiteral("value"), value}});
 }
 
+void ScriptedController::addDevice(const QString &name, const QString &serial, const QString &manufacturer)
+{
+    devices.append(QJsonObject{{QStringLiteral("name"), name},
+                               {QStringLiteral("serial"), serial},
+                               {QStringLiteral("manufacturer"), manufacturer}});
+}
+
+void ScriptedController::updateSettings(const QVariantMap &changed)
+{
+    updates.append(changed);
+    for (auto entry = changed.cbegin(); entry != changed.cend(); ++entry)
+        settings.insert(entry.key(), entry.value());
+}
+
 View::View(ScriptedController *controller)
 {
     engine_.rootContext()->setContextProperty(QStringLiteral("appController"), controller);
@@ -44,14 +58,6 @@ QVariant View::property(const QString &objectName, const char *name) const
     return object(objectName)->property(name);
 }
 
-QVariant View::call(const char *function) const
-{
-    QVariant result;
-    if (!QMetaObject::invokeMethod(window_, function, Q_RETURN_ARG(QVariant, result)))
-        qFatal("The window has no function %s", function);
-    return result;
-}
-
 void View::updateCardProgress(const QVariant &card, const QVariant &from, const QVariant &to,
                               const QVariant &value, const QVariant &text) const
 {
@@ -72,6 +78,42 @@ void View::click(const QQuickItem *target) const
     QTest::mouseClick(window_, Qt::LeftButton, Qt::NoModifier, middle.toPoint());
 }
 
+bool View::showPage(int index) const
+{
+    const QQuickItem *front = page(index);
+    QQuickItem *pages = front->parentItem();
+    while (!pages->inherits("QQuickSwipeView"))
+        pages = pages->parentItem();
+    pages->setProperty("currentIndex", index);
+    return QTest::qWaitFor([&] { return qFuzzyIsNull(front->mapToScene(QPointF(0, 0)).x()); });
+}
+
+QQuickItem *View::page(int index) const
+{
+    static const QStringList known = {QStringLiteral("card1Combo"), QStringLiteral("devicesComboData"),
+                                      QStringLiteral("devicesComboSettings")};
+    QQuickItem *found = item(known.at(index));
+    while (!found->inherits("QQuickPage"))
+        found = found->parentItem();
+    return found;
+}
+
+QQuickItem *View::rowButton(int pageIndex, const QString &label) const
+{
+    const QList<QQuickItem *> items = textItems(page(pageIndex));
+    for (QQuickItem *button : items) {
+        const auto *row = button->property("row").value<QObject *>();
+        if (row != nullptr && row->property("label").toString() == label)
+            return button;
+    }
+    qFatal("No button in the row %s", qPrintable(label));
+}
+
+QQuickItem *View::contentOf(const QString &popup) const
+{
+    return property(popup, "contentItem").value<QQuickItem *>();
+}
+
 QList<QQuickItem *> textItems(QQuickItem *top)
 {
     QList<QQuickItem *> found;
@@ -90,5 +132,16 @@ QStringList texts(const QList<QQuickItem *> &items)
     QStringList shown;
     for (const QQuickItem *item : items)
         shown.append(item->property("text").toString());
+    return shown;
+}
+
+QStringList offered(QObject *dropDown)
+{
+    QStringList shown;
+    for (int i = 0; i < dropDown->property("count").toInt(); ++i) {
+        QString text;
+        QMetaObject::invokeMethod(dropDown, "textAt", Q_RETURN_ARG(QString, text), Q_ARG(int, i));
+        shown.append(text);
+    }
     return shown;
 }

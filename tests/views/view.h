@@ -15,12 +15,18 @@ class ScriptedController : public QObject
 public:
     QVariantList drives;
     QVariantList templates;
+    QVariantList devices;
     QVariantMap settings;
     QString moviesLocation;
     QString version = QStringLiteral("1.8.0");
 
+    QStringList ports;          ///< every port that it was given
+    QList<QVariantMap> updates; ///< every map that it was to store
+    QList<QStringList> flashed; ///< port and image of every firmware update
+
     /// Appends an entry as the controller gives it, a JSON object.
     static void append(QVariantList *entries, const QString &key, const QString &value);
+    void addDevice(const QString &name, const QString &serial, const QString &manufacturer);
 
 public slots:
     QVariantList getDrives() { return drives; }
@@ -28,9 +34,10 @@ public slots:
     QVariantMap getSettings() { return settings; }
     QVariant getMoviesLocation() { return moviesLocation; }
     QVariant getVersion() { return version; }
-    QVariantList getDevices() { return {}; }
-    void setPort(const QVariant & /*port*/) {}
-    void updateSettings(const QVariantMap & /*changed*/) {}
+    QVariantList getDevices() { return devices; }
+    void setPort(const QVariant &port) { ports.append(port.toString()); }
+    void updateSettings(const QVariantMap &changed);
+    void updateFirmware(const QString &port, const QString &filePath) { flashed.append({port, filePath}); }
 };
 
 /// The program's window, shown on the test's screen.
@@ -52,13 +59,29 @@ public:
     [[nodiscard]] QVariant property(const QString &objectName, const char *name) const;
 
     /// Calls a function of the window as a signal of the controller does.
-    QVariant call(const char *function) const;
+    template <typename... Arguments>
+    QVariant call(const char *function, const Arguments &...arguments) const
+    {
+        QVariant result;
+        if (!QMetaObject::invokeMethod(window_, function, Q_RETURN_ARG(QVariant, result),
+                                       Q_ARG(QVariant, QVariant(arguments))...))
+            qFatal("The window has no function %s", function);
+        return result;
+    }
     void updateCardProgress(const QVariant &card, const QVariant &from, const QVariant &to,
                             const QVariant &value, const QVariant &text) const;
 
     /// Clicks into the middle of a control.
     void click(const QString &objectName) const;
     void click(const QQuickItem *target) const;
+
+    /// Brings page 0, 1 or 2 to the front. False if it doesn't come to rest there.
+    [[nodiscard]] bool showPage(int index) const;
+    [[nodiscard]] QQuickItem *page(int index) const;
+    /// The button at the end of the row `label` of a page.
+    [[nodiscard]] QQuickItem *rowButton(int pageIndex, const QString &label) const;
+    [[nodiscard]] bool isOpen(const QString &popup) const { return property(popup, "opened").toBool(); }
+    [[nodiscard]] QQuickItem *contentOf(const QString &popup) const;
 
 private:
     QQmlApplicationEngine engine_;
@@ -70,3 +93,5 @@ private:
 /// of its choice isn't among them.
 [[nodiscard]] QList<QQuickItem *> textItems(QQuickItem *top);
 [[nodiscard]] QStringList texts(const QList<QQuickItem *> &items);
+/// The entries that a drop-down offers.
+[[nodiscard]] QStringList offered(QObject *dropDown);

@@ -1,0 +1,491 @@
+#include "tests/views/view.h"
+
+#include <QSignalSpy>
+#include <QtTest>
+
+namespace {
+
+using Devices = QList<QStringList>;
+
+const QString hint =
+    QStringLiteral("Please connect the camera with a Micro-USB cable and tap the record button twice.");
+const QString dataCombo = QStringLiteral("devicesComboData");
+const QString settingsCombo = QStringLiteral("devicesComboSettings");
+
+void equip(ScriptedController *controller)
+{
+    controller->addDevice(QStringLiteral("ttyS0"), QStringLiteral("A1"), QStringLiteral("Maker"));
+    controller->addDevice(QStringLiteral("ttyUSB0"), QStringLiteral("KELPORA7"), QStringLiteral("Kelpora"));
+    controller->moviesLocation = QStringLiteral("/home/user/Movies");
+}
+
+} // namespace
+
+class TestCopyDataPage : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void texts();
+    void preselection_data();
+    void preselection();
+    void devicesAreOfferedBySerialAndManufacturer();
+    void refreshingDevices();
+    void thePortAtTheStart_data();
+    void thePortAtTheStart();
+    void theHint_data();
+    void theHint();
+    void typingMirrorsOneWay_data();
+    void typingMirrorsOneWay();
+    void ready_data();
+    void ready();
+    void copyData_data();
+    void copyData();
+    void eraseMemory_data();
+    void eraseMemory();
+    void theEraseMemoryPopup();
+    void theEraseMemoryPopupClosesOnlyByItsButtons_data();
+    void theEraseMemoryPopupClosesOnlyByItsButtons();
+    void progress_data();
+    void progress();
+    void theLastReportFreesTheWindow();
+    void tabReachesEveryControl();
+};
+
+void TestCopyDataPage::texts()
+{
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QCOMPARE(::texts(textItems(view.page(1))),
+             (QStringList{"Connection:", "Device", "Refresh Devices", "", "Destination:", "Folder", "...",
+                          "Project Name", "Copy Data", "Erase Memory", "Progress:", "Data", ""}));
+    QCOMPARE(view.property("destinationDataText", "text").toString(), controller.moviesLocation);
+    QCOMPARE(view.property("projectNameDataText", "text").toString(), QString());
+    QCOMPARE(view.property("dataProgressBar", "from").toDouble(), 0.0);
+    QCOMPARE(view.property("dataProgressBar", "to").toDouble(), 3.0);
+    QCOMPARE(view.property("dataProgressBar", "value").toDouble(), 0.0);
+}
+
+void TestCopyDataPage::preselection_data()
+{
+    QTest::addColumn<Devices>("devices");
+    QTest::addColumn<int>("chosen");
+    QTest::newRow("none") << Devices{} << -1;
+    QTest::newRow("KELPORA before FTDI") << Devices{{"a", "FTDI1", "m"}, {"b", "xKELPORAx", "m"}} << 1;
+    QTest::newRow("the first KELPORA")
+        << Devices{{"a", "x", "m"}, {"b", "KELPORA2", "m"}, {"c", "KELPORA1", "m"}} << 1;
+    QTest::newRow("FTDI where there is no KELPORA")
+        << Devices{{"a", "x", "m"}, {"b", "y", "m"}, {"c", "1FTDI", "m"}, {"d", "FTDI", "m"}} << 2;
+    QTest::newRow("neither leaves the choice that the drop-down has")
+        << Devices{{"a", "x", "m"}, {"b", "y", "m"}} << -1;
+    QTest::newRow("not by the manufacturer or the name")
+        << Devices{{"a", "x", "m"}, {"KELPORA", "y", "KELPORA"}, {"FTDI", "z", "FTDI"}} << -1;
+    QTest::newRow("not in small letters")
+        << Devices{{"a", "x", "m"}, {"b", "kelpora", "m"}, {"c", "ftdi", "m"}} << -1;
+}
+
+void TestCopyDataPage::preselection()
+{
+    QFETCH(Devices, devices);
+    QFETCH(int, chosen);
+    ScriptedController controller;
+    for (const QStringList &device : devices)
+        controller.addDevice(device.at(0), device.at(1), device.at(2));
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    for (const QString &combo : {dataCombo, settingsCombo})
+        QCOMPARE(view.property(combo, "currentIndex").toInt(), chosen);
+}
+
+void TestCopyDataPage::devicesAreOfferedBySerialAndManufacturer()
+{
+    ScriptedController controller;
+    equip(&controller);
+    controller.addDevice(QStringLiteral("cu.x"), QString(), QString());
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    for (const QString &combo : {dataCombo, settingsCombo})
+        QCOMPARE(offered(view.object(combo)), (QStringList{"A1 (Maker)", "KELPORA7 (Kelpora)", " ()"}));
+}
+
+void TestCopyDataPage::refreshingDevices()
+{
+    ScriptedController controller;
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    equip(&controller);
+    QVERIFY(view.showPage(1));
+    view.click(QStringLiteral("refreshDevicesDataButton"));
+    for (const QString &combo : {dataCombo, settingsCombo}) {
+        QCOMPARE(view.property(combo, "count").toInt(), 2);
+        QCOMPARE(view.property(combo, "currentIndex").toInt(), 1);
+    }
+    controller.devices.clear();
+    QVERIFY(view.showPage(2));
+    view.click(QStringLiteral("refreshDevicesSettingsButton"));
+    for (const QString &combo : {dataCombo, settingsCombo}) {
+        QCOMPARE(view.property(combo, "count").toInt(), 0);
+        QCOMPARE(view.property(combo, "currentIndex").toInt(), -1);
+    }
+    QCOMPARE(view.property("connectButton", "enabled").toBool(), false);
+}
+
+void TestCopyDataPage::thePortAtTheStart_data()
+{
+    QTest::addColumn<Devices>("devices");
+    QTest::addColumn<QStringList>("ports");
+    QTest::newRow("the chosen one") << Devices{{"ttyA", "x", "m"}, {"ttyB", "KELPORA", "m"}}
+                                    << QStringList{"ttyB"};
+    QTest::newRow("left alone without devices") << Devices{} << QStringList{};
+}
+
+void TestCopyDataPage::thePortAtTheStart()
+{
+    QFETCH(Devices, devices);
+    QFETCH(QStringList, ports);
+    ScriptedController controller;
+    for (const QStringList &device : devices)
+        controller.addDevice(device.at(0), device.at(1), device.at(2));
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QCOMPARE(controller.ports, ports);
+    QCOMPARE(view.call("getSelectedDataDeviceName").toString(), ports.value(0));
+    QCOMPARE(view.call("getSelectedSettingsDeviceName").toString(), ports.value(0));
+    QCOMPARE(controller.ports, ports + ports + ports);
+}
+
+void TestCopyDataPage::theHint_data()
+{
+    QTest::addColumn<int>("dataIndex");
+    QTest::addColumn<int>("settingsIndex");
+    QTest::addColumn<bool>("busy");
+    QTest::addColumn<bool>("shown");
+    QTest::newRow("with a device") << 0 << 0 << false << false;
+    QTest::newRow("it follows the settings' device") << -1 << 0 << false << false;
+    QTest::newRow("not this page's") << 0 << -1 << false << true;
+    QTest::newRow("while a job runs") << 0 << 0 << true << true;
+}
+
+void TestCopyDataPage::theHint()
+{
+    QFETCH(int, dataIndex);
+    QFETCH(int, settingsIndex);
+    QFETCH(bool, busy);
+    QFETCH(bool, shown);
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    view.object(dataCombo)->setProperty("currentIndex", dataIndex);
+    view.object(settingsCombo)->setProperty("currentIndex", settingsIndex);
+    view.window()->setProperty("dataCopying", busy);
+    for (const int page : {1, 2})
+        QCOMPARE(::texts(textItems(view.page(page))).count(hint), shown ? 1 : 0);
+}
+
+void TestCopyDataPage::typingMirrorsOneWay_data()
+{
+    QTest::addColumn<int>("page");
+    QTest::addColumn<QString>("typedInto");
+    QTest::addColumn<QString>("other");
+    QTest::addColumn<bool>("mirrored");
+    QTest::newRow("the folder of the files") << 0 << "destinationFilesText"
+                                             << "destinationDataText" << true;
+    QTest::newRow("the project of the files") << 0 << "projectNameText"
+                                              << "projectNameDataText" << true;
+    QTest::newRow("the folder of the data") << 1 << "destinationDataText"
+                                            << "destinationFilesText" << false;
+    QTest::newRow("the project of the data") << 1 << "projectNameDataText"
+                                             << "projectNameText" << false;
+}
+
+void TestCopyDataPage::typingMirrorsOneWay()
+{
+    QFETCH(int, page);
+    QFETCH(QString, typedInto);
+    QFETCH(QString, other);
+    QFETCH(bool, mirrored);
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QVERIFY(view.showPage(page));
+    const QString before = view.property(other, "text").toString();
+    view.click(typedInto);
+    QTest::keyClick(view.window(), Qt::Key_A, Qt::ControlModifier);
+    for (const char key : {'r', 'e', 'e', 'f'})
+        QTest::keyClick(view.window(), key);
+    QCOMPARE(view.property(typedInto, "text").toString(), QStringLiteral("reef"));
+    QCOMPARE(view.property(other, "text").toString(), mirrored ? QStringLiteral("reef") : before);
+    QTest::keyClick(view.window(), Qt::Key_Backspace);
+    QCOMPARE(view.property(other, "text").toString(), mirrored ? QStringLiteral("ree") : before);
+}
+
+void TestCopyDataPage::ready_data()
+{
+    QTest::addColumn<int>("device");
+    QTest::addColumn<QString>("folder");
+    QTest::addColumn<QString>("busy");
+    QTest::addColumn<bool>("copy");
+    QTest::addColumn<bool>("erase");
+    QTest::newRow("a device and a folder") << 0 << "/dst"
+                                           << "" << true << true;
+    QTest::newRow("no device") << -1 << "/dst"
+                               << "" << false << false;
+    QTest::newRow("no folder") << 1 << ""
+                               << "" << false << true;
+    QTest::newRow("a controller job runs") << 0 << "/dst"
+                                           << "dataCopying" << false << false;
+    QTest::newRow("a card is busy") << 0 << "/dst"
+                                    << "cardTwoCopying" << true << true;
+}
+
+void TestCopyDataPage::ready()
+{
+    QFETCH(int, device);
+    QFETCH(QString, folder);
+    QFETCH(QString, busy);
+    QFETCH(bool, copy);
+    QFETCH(bool, erase);
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    view.object(dataCombo)->setProperty("currentIndex", device);
+    // The other page's device says nothing here.
+    view.object(settingsCombo)->setProperty("currentIndex", device < 0 ? 0 : -1);
+    view.object(QStringLiteral("destinationDataText"))->setProperty("text", folder);
+    if (!busy.isEmpty())
+        QVERIFY(view.window()->setProperty(busy.toLatin1().constData(), true));
+    QCOMPARE(view.call("readyToCopyData").toBool(), copy);
+    QCOMPARE(view.call("readyToEraseMemory").toBool(), erase);
+    QCOMPARE(view.property("copyDataButton", "enabled").toBool(), copy);
+    QCOMPARE(view.property("eraseMemoryButton", "enabled").toBool(), erase);
+    // The handlers check again.
+    const bool running = busy == QLatin1String("dataCopying");
+    QSignalSpy copies(view.window(), SIGNAL(copyData(QString, QString, QString)));
+    view.call("copyDataClicked");
+    QCOMPARE(copies.size(), copy ? 1 : 0);
+    QCOMPARE(view.window()->property("dataCopying").toBool(), copy || running);
+    view.window()->setProperty("dataCopying", running);
+    QSignalSpy erasures(view.window(), SIGNAL(eraseMemory(QString)));
+    view.call("eraseMemoryClicked", true);
+    QCOMPARE(erasures.size(), erase ? 1 : 0);
+    QCOMPARE(view.window()->property("dataCopying").toBool(), erase || running);
+}
+
+void TestCopyDataPage::copyData_data()
+{
+    QTest::addColumn<int>("device");
+    QTest::addColumn<QString>("folder");
+    QTest::addColumn<QString>("project");
+    QTest::addColumn<QVariantList>("arguments");
+    QTest::newRow("with a project") << 1 << "/d s t/\u00fc"
+                                    << "reef" << QVariantList{"ttyUSB0", "/d s t/\u00fc", "reef"};
+    QTest::newRow("another device, without a project") << 0 << "/dst"
+                                                       << "" << QVariantList{"ttyS0", "/dst", ""};
+}
+
+void TestCopyDataPage::copyData()
+{
+    QFETCH(int, device);
+    QFETCH(QString, folder);
+    QFETCH(QString, project);
+    QFETCH(QVariantList, arguments);
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QVERIFY(view.showPage(1));
+    view.object(dataCombo)->setProperty("currentIndex", device);
+    view.object(settingsCombo)->setProperty("currentIndex", 1 - device);
+    view.object(QStringLiteral("destinationDataText"))->setProperty("text", folder);
+    view.object(QStringLiteral("projectNameDataText"))->setProperty("text", project);
+    // The page's own fields count, not those of the files.
+    view.object(QStringLiteral("destinationFilesText"))->setProperty("text", "/other");
+    view.object(QStringLiteral("projectNameText"))->setProperty("text", "other");
+    controller.ports.clear();
+    QSignalSpy requests(view.window(), SIGNAL(copyData(QString, QString, QString)));
+    view.click(QStringLiteral("copyDataButton"));
+    QCOMPARE(requests.size(), 1);
+    QCOMPARE(requests.first(), arguments);
+    QCOMPARE(controller.ports, QStringList{arguments.first().toString()});
+    QCOMPARE(view.window()->property("dataCopying").toBool(), true);
+    for (const char *button : {"copyDataButton", "eraseMemoryButton", "connectButton", "exitButton"})
+        QCOMPARE(view.property(button, "enabled").toBool(), false);
+    view.click(QStringLiteral("copyDataButton"));
+    QCOMPARE(requests.size(), 1);
+}
+
+void TestCopyDataPage::eraseMemory_data()
+{
+    QTest::addColumn<bool>("checked");
+    QTest::addColumn<bool>("erase");
+    QTest::newRow("erase") << true << true;
+    QTest::newRow("erase, but the box is empty") << false << true;
+    QTest::newRow("cancel") << true << false;
+}
+
+void TestCopyDataPage::eraseMemory()
+{
+    QFETCH(bool, checked);
+    QFETCH(bool, erase);
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QVERIFY(view.showPage(1));
+    QSignalSpy requests(view.window(), SIGNAL(eraseMemory(QString)));
+    view.click(QStringLiteral("eraseMemoryButton"));
+    const QString popup = QStringLiteral("eraseMemoryPopup");
+    QTRY_VERIFY(view.isOpen(popup));
+    if (!checked)
+        view.click(QStringLiteral("eraseMemoryBox"));
+    QCOMPARE(view.property("eraseMemoryBox", "checked").toBool(), checked);
+    view.click(popup + (erase ? "EraseButton" : "CancelButton"));
+    const bool emitted = checked && erase;
+    QCOMPARE(requests.size(), emitted ? 1 : 0);
+    if (emitted)
+        QCOMPARE(requests.first(), QVariantList{"ttyUSB0"});
+    QCOMPARE(view.window()->property("dataCopying").toBool(), emitted);
+    QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
+}
+
+void TestCopyDataPage::theEraseMemoryPopup()
+{
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QVERIFY(view.showPage(1));
+    view.click(QStringLiteral("eraseMemoryButton"));
+    const QString popup = QStringLiteral("eraseMemoryPopup");
+    QTRY_VERIFY(view.isOpen(popup));
+    QCOMPARE(::texts(textItems(view.contentOf(popup))),
+             (QStringList{"Please check all that apply:", "Erase memory. This can't be undone.", "Erase",
+                          "Cancel"}));
+    QCOMPARE(view.property("eraseMemoryBox", "checked").toBool(), true);
+    QCOMPARE(view.property(popup, "modal").toBool(), true);
+    QCOMPARE(QPointF(view.property(popup, "x").toDouble(), view.property(popup, "y").toDouble()),
+             QPointF(100, 100));
+}
+
+void TestCopyDataPage::theEraseMemoryPopupClosesOnlyByItsButtons_data()
+{
+    QTest::addColumn<bool>("key");
+    QTest::newRow("not by Escape") << true;
+    QTest::newRow("not by a press outside") << false;
+}
+
+void TestCopyDataPage::theEraseMemoryPopupClosesOnlyByItsButtons()
+{
+    QFETCH(bool, key);
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QVERIFY(view.showPage(1));
+    view.click(QStringLiteral("eraseMemoryButton"));
+    const QString popup = QStringLiteral("eraseMemoryPopup");
+    QTRY_VERIFY(view.isOpen(popup));
+    QSignalSpy requests(view.window(), SIGNAL(eraseMemory(QString)));
+    if (key)
+        QTest::keyClick(view.window(), Qt::Key_Escape);
+    else
+        QTest::mouseClick(view.window(), Qt::LeftButton, Qt::NoModifier, {350, 850});
+    QTest::qWait(50);
+    QVERIFY(view.isOpen(popup));
+    // The button that does no harm has the keyboard.
+    QTest::keyClick(view.window(), Qt::Key_Space);
+    QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
+    QCOMPARE(requests.size(), 0);
+}
+
+void TestCopyDataPage::progress_data()
+{
+    QTest::addColumn<int>("from");
+    QTest::addColumn<int>("to");
+    QTest::addColumn<int>("value");
+    QTest::addColumn<bool>("running");
+    QTest::newRow("at the start") << 0 << 3 << 0 << true;
+    QTest::newRow("a relayed message") << 0 << 2 << 1 << true;
+    QTest::newRow("another start of the range") << 2 << 8 << 4 << true;
+    QTest::newRow("at the end") << 0 << 3 << 3 << false;
+    QTest::newRow("past the end") << 0 << 3 << 4 << false;
+    QTest::newRow("an error at once") << 0 << 0 << 0 << false;
+}
+
+void TestCopyDataPage::progress()
+{
+    QFETCH(int, from);
+    QFETCH(int, to);
+    QFETCH(int, value);
+    QFETCH(bool, running);
+    for (const bool openBefore : {false, true}) {
+        ScriptedController controller;
+        equip(&controller);
+        const View view(&controller);
+        QVERIFY(view.isShown());
+        const QString wait = QStringLiteral("waitPopup");
+        if (openBefore) {
+            QMetaObject::invokeMethod(view.object(wait), "open");
+            QTRY_VERIFY(view.isOpen(wait));
+            view.object(wait)->setProperty("text", "before");
+        }
+        const QString text = QStringLiteral("Run %1 <b>&amp;</b>");
+        view.call("updateDataProgress", from, to, value, text);
+        QCOMPARE(view.property("dataProgressBar", "from").toDouble(), double(from));
+        QCOMPARE(view.property("dataProgressBar", "to").toDouble(), double(to));
+        QCOMPARE(view.property("dataProgressBar", "value").toDouble(), double(qMin(value, to)));
+        QCOMPARE(view.property("dataProgressText", "text").toString(), text);
+        QCOMPARE(view.property("settingsProgressText", "text").toString(), QString());
+        QCOMPARE(view.window()->property("dataCopying").toBool(), running);
+        QCOMPARE(view.property(wait, "text").toString(), running ? text : QString());
+        QTRY_COMPARE(view.property(wait, "visible").toBool(), running);
+        QTRY_COMPARE(view.isOpen(wait), running);
+    }
+}
+
+void TestCopyDataPage::theLastReportFreesTheWindow()
+{
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QVERIFY(view.showPage(1));
+    view.click(QStringLiteral("copyDataButton"));
+    view.call("updateDataProgress", 0, 3, 1, QStringLiteral("Run 1"));
+    QTRY_VERIFY(view.isOpen(QStringLiteral("waitPopup")));
+    const QStringList buttons = {"copyDataButton", "eraseMemoryButton", "connectButton", "exitButton"};
+    for (const QString &button : buttons)
+        QCOMPARE(view.property(button, "enabled").toBool(), false);
+    view.call("updateDataProgress", 0, 3, 3, QStringLiteral("Done"));
+    for (const QString &button : buttons)
+        QCOMPARE(view.property(button, "enabled").toBool(), true);
+    QTRY_COMPARE(view.property("waitPopup", "visible").toBool(), false);
+}
+
+void TestCopyDataPage::tabReachesEveryControl()
+{
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QVERIFY(view.showPage(1));
+    view.item(dataCombo)->forceActiveFocus(Qt::TabFocusReason);
+    QStringList reached;
+    for (int i = 0; i < 7; ++i) {
+        const QQuickItem *focused = view.window()->activeFocusItem();
+        reached.append(focused->objectName().isEmpty() ? focused->property("text").toString()
+                                                       : focused->objectName());
+        QTest::keyClick(view.window(), Qt::Key_Tab);
+    }
+    QCOMPARE(reached, (QStringList{"devicesComboData", "refreshDevicesDataButton", "destinationDataText",
+                                   "...", "projectNameDataText", "copyDataButton", "eraseMemoryButton"}));
+    QCOMPARE(view.window()->activeFocusItem()->objectName(), QStringLiteral("exitButton"));
+}
+
+QTEST_MAIN(TestCopyDataPage)
+#include "tst_copydatapage.moc"
