@@ -315,11 +315,12 @@ void endGroup(pid_t group)
 /// Waits for the program; passes on what asks it to end, and insists after a while.
 int await(pid_t child, const sigset_t &signals)
 {
-    constexpr timespec unlimited{3600, 0};
-    constexpr timespec patience{5, 0};
+    constexpr std::time_t forever = 3600;
+    constexpr std::time_t patience = 5;
     bool asked = false;
     for (;;) {
-        const timespec &limit = asked ? patience : unlimited;
+        timespec limit{};
+        limit.tv_sec = asked ? patience : forever;
         const int signal = sigtimedwait(&signals, nullptr, &limit);
         int status = 0;
         if (waitpid(child, &status, WNOHANG) == child) {

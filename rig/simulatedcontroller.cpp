@@ -138,7 +138,7 @@ SimulatedController::Lines SimulatedController::settingsAnswer() const
 
 SimulatedController::Lines SimulatedController::clockAnswer() const
 {
-    const std::time_t now = static_cast<std::time_t>(clock());
+    const auto now = static_cast<std::time_t>(clock());
     std::tm utc{};
     gmtime_r(&now, &utc);
     char body[64];

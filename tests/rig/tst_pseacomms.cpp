@@ -32,6 +32,7 @@ QByteArray sentences(const std::vector<std::string> &bodies)
 std::vector<std::string> lines(const std::vector<std::string> &bodies)
 {
     std::vector<std::string> made;
+    made.reserve(bodies.size());
     for (const std::string &body : bodies)
         made.push_back(makeSentence(body) + "\r\n");
     return made;
