@@ -315,12 +315,12 @@ void endGroup(pid_t group)
 /// Waits for the program; passes on what asks it to end, and insists after a while.
 int await(pid_t child, const sigset_t &signals)
 {
-    constexpr std::time_t forever = 3600;
+    constexpr std::time_t unlimited = 3600;
     constexpr std::time_t patience = 5;
     bool asked = false;
     for (;;) {
         timespec limit{};
-        limit.tv_sec = asked ? patience : forever;
+        limit.tv_sec = asked ? patience : unlimited;
         const int signal = sigtimedwait(&signals, nullptr, &limit);
         int status = 0;
         if (waitpid(child, &status, WNOHANG) == child) {

@@ -10,8 +10,6 @@ Page {
 
     // The window gives the page its size; rows that asked for theirs would go round in a circle.
     implicitWidth: 0
-    // One that stands beside the window is no stop for the keyboard.
-    visible: !SwipeView.view || Math.abs(x - SwipeView.view.contentItem.contentX) < width - 1
     padding: 20
     topPadding: 12
     bottomPadding: 0

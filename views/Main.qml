@@ -374,7 +374,7 @@ ApplicationWindow {
         anchors.fill: parent
         currentIndex: tabBar.currentIndex
 
-        Loader {
+        PageLoader {
             id: copyFilesLoader
 
             active: root.framed
@@ -404,7 +404,7 @@ ApplicationWindow {
             }
         }
 
-        Loader {
+        PageLoader {
             id: copyDataLoader
 
             active: root.framed
@@ -423,7 +423,7 @@ ApplicationWindow {
             }
         }
 
-        Loader {
+        PageLoader {
             id: settingsLoader
 
             active: root.framed
