@@ -575,7 +575,8 @@ ApplicationWindow {
     Connections {
         target: root
         enabled: !root.framed
-        function onFrameSwapped() { root.framed = true }
+        // The frame is handed over to be drawn right after this.
+        function onAfterAnimating() { Qt.callLater(() => root.framed = true) }
     }
 
     onReadyChanged: {

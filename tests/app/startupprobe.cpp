@@ -22,7 +22,7 @@ void report()
     line("version", QCoreApplication::applicationVersion().toUtf8());
 }
 
-/// Waits for the program's window, reports and closes it as its user would.
+/// Waits until the program's window has its pages, reports and closes it as its user would.
 class Probe : public QObject
 {
     Q_OBJECT
@@ -39,7 +39,7 @@ private:
     {
         const QWindowList windows = QGuiApplication::topLevelWindows();
         for (QWindow *window : windows) {
-            if (window->isVisible()) {
+            if (window->property("ready").toBool()) {
                 timer_.stop();
                 report();
                 window->close();
