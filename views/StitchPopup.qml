@@ -34,8 +34,9 @@ Popup {
 
     /// Fills the fields from a calibration; what it lacks stays.
     function showCalibration(data) {
-        if (data["RadiansAngles"] !== undefined)
-            radiansBox.checked = !!data["RadiansAngles"] && data["RadiansAngles"] !== "0"
+        const radians = data["RadiansAngles"]
+        if (radians !== undefined)
+            radiansBox.checked = !!radians && !["0", "false"].includes(String(radians).toLowerCase())
         root.forEachField((key, field) => {
             if (data[key] !== undefined && data[key] !== null)
                 field.text = String(data[key])
