@@ -4,6 +4,33 @@
 #include <QQmlContext>
 #include <QtTest>
 
+namespace {
+
+QQuickItem *itemBelow(const QQuickItem *top, const QString &objectName)
+{
+    const QList<QQuickItem *> children = top->childItems();
+    for (QQuickItem *child : children) {
+        QQuickItem *found = child->objectName() == objectName ? child : itemBelow(child, objectName);
+        if (found != nullptr)
+            return found;
+    }
+    return nullptr;
+}
+
+/// What a repeater makes has a visual parent only.
+QQuickItem *repeatedItem(const QObject *window, const QString &objectName)
+{
+    const QList<QQuickItem *> items = window->findChildren<QQuickItem *>();
+    for (const QQuickItem *item : items) {
+        QQuickItem *found = itemBelow(item, objectName);
+        if (found != nullptr)
+            return found;
+    }
+    return nullptr;
+}
+
+} // namespace
+
 void ScriptedController::append(QVariantList *entries, const QString &key, const QString &value)
 {
     entries->append(QJsonObject{{QStringLiteral("key"), key}, {QStringLiteral("value"), value}});
@@ -40,6 +67,8 @@ View::View(ScriptedController *controller)
 QObject *View::object(const QString &objectName) const
 {
     auto *found = window_->findChild<QObject *>(objectName);
+    if (found == nullptr)
+        found = repeatedItem(window_, objectName);
     if (found == nullptr)
         qFatal("The window has no %s", qPrintable(objectName));
     return found;
