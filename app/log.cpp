@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QSysInfo>
 
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 
@@ -31,6 +32,26 @@ QString lineTemplate(QtMsgType type)
     return QStringLiteral("%1 Info: %2");
 }
 
+/// The local time. Its part down to the second is kept for the lines of that second: each look at the local
+/// time may ask the system's files which zone this is, and a dump logs a line for every dataset.
+QString timeStamp()
+{
+    constexpr qint64 msPerSecond = 1000;
+    // Plain types: a line may be logged while the thread's objects are being destroyed.
+    thread_local qint64 lastSecond = -1;
+    thread_local std::array<char, 32> lastText{};
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    if (now / msPerSecond != lastSecond) {
+        const QString text =
+            QDateTime::fromMSecsSinceEpoch(now).toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+        qstrncpy(lastText.data(), text.toLatin1().constData(), static_cast<uint>(lastText.size()));
+        lastSecond = now / msPerSecond;
+    }
+    return QStringLiteral("%1.%2")
+        .arg(QLatin1String(lastText.data()))
+        .arg(now % msPerSecond, 3, 10, QLatin1Char('0'));
+}
+
 bool append(const QString &path, const QByteArray &text)
 {
     QFile file(path);
@@ -42,7 +63,7 @@ bool append(const QString &path, const QByteArray &text)
 
 void AppMessageHandler(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
-    const QString time = QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
+    const QString time = timeStamp();
     const QString text = QString::fromUtf8(message.toLocal8Bit());
     if (type == QtFatalMsg)
         std::abort();
