@@ -10,7 +10,9 @@ from gi.repository import Gio, GLib  # noqa: E402
 Error = GLib.Error
 
 _ACCESSIBLE = "org.a11y.atspi.Accessible"
+_VALUE = "org.a11y.atspi.Value"
 _ACTIVE = 1
+_CHECKED = 4
 _SCREEN = 0
 _TIMEOUT_MS = 10000
 
@@ -62,7 +64,10 @@ class Accessible:
 
     def is_active(self):
         """Of a window: whether it has the keyboard."""
-        return bool(self._call(_ACCESSIBLE, "GetState")[0][0] & 1 << _ACTIVE)
+        return self._is(_ACTIVE)
+
+    def is_checked(self):
+        return self._is(_CHECKED)
 
     def place(self):
         """Left, top, width and height on the screen."""
@@ -71,12 +76,25 @@ class Accessible:
     def text(self):
         return self._call("org.a11y.atspi.Text", "GetText", "(ii)", 0, -1)[0]
 
-    def press(self):
-        actions = [action[0] for action in self._call("org.a11y.atspi.Action", "GetActions")[0]]
-        self._call("org.a11y.atspi.Action", "DoAction", "(i)", actions.index("Press"))
+    def value(self):
+        return self._property("CurrentValue", _VALUE)
 
-    def _property(self, name):
-        return self._call("org.freedesktop.DBus.Properties", "Get", "(ss)", _ACCESSIBLE, name)[0]
+    def set_value(self, value):
+        self._call("org.freedesktop.DBus.Properties", "Set", "(ssv)", _VALUE, "CurrentValue",
+                   GLib.Variant("d", value))
+
+    def press(self):
+        self.act("Press")
+
+    def act(self, action):
+        actions = [entry[0] for entry in self._call("org.a11y.atspi.Action", "GetActions")[0]]
+        self._call("org.a11y.atspi.Action", "DoAction", "(i)", actions.index(action))
+
+    def _is(self, state):
+        return bool(self._call(_ACCESSIBLE, "GetState")[0][0] & 1 << state)
+
+    def _property(self, name, interface=_ACCESSIBLE):
+        return self._call("org.freedesktop.DBus.Properties", "Get", "(ss)", interface, name)[0]
 
     def _call(self, interface, method, signature=None, *arguments):
         return _call(self.bus_name, self.path, interface, method, signature, *arguments)

@@ -66,8 +66,13 @@ class Program:
     def end(self):
         """Ends the process if a test left it."""
         if self.process and self.is_running():
-            self.process.kill()
-            self.process.wait()
+            # A rig takes its device away before it goes.
+            self.process.terminate()
+            try:
+                self.process.wait(10)
+            except subprocess.TimeoutExpired:
+                self.process.kill()
+                self.process.wait()
 
     def log(self):
         """The lines of the log file."""
@@ -87,11 +92,23 @@ class Program:
         if not self.is_running():
             raise RuntimeError("The program ended at its start:\n" + self.errors())
         for application in bus.desktop().children():
-            if application.process() == self.process.pid:
+            if self._is_ours(application.process()):
                 for frame in application.children():
                     if frame.is_active():
                         return Window(frame)
         return None
+
+    def _is_ours(self, pid):
+        """Whether that is the process that was started, or the program that it runs."""
+        while pid > 1:
+            if pid == self.process.pid:
+                return True
+            try:
+                with open("/proc/{}/stat".format(pid)) as file:
+                    pid = int(file.read().rsplit(")", 1)[1].split()[1])
+            except OSError:
+                return False
+        return False
 
 
 class Window:
@@ -113,6 +130,18 @@ class Window:
         """Presses a button through its action, as an assistive tool does."""
         self.find("push button", button).press()
 
+    def turn_to(self, page):
+        """Turns to a page by its tab, and waits until it stands still."""
+        self.click("page tab", page)
+        control = self.find("push button", {"Copy Data": "Erase Memory", "Settings": "Connect"}.get(page, page))
+        left, _, width, _ = self.frame.place()
+        seen = []
+
+        def still():
+            seen.append(control.place()[0])
+            return left <= seen[-1] < left + width and seen[-5:] == [seen[-1]] * 5
+        wait_until(still, 5, "the page {!r}".format(page))
+
     def click(self, role, name):
         """Clicks into the middle of a control with the mouse."""
         left, top, width, height = self.find(role, name).place()
@@ -133,9 +162,26 @@ class Window:
         """The entry that a drop-down shows."""
         return self.find("combo box", box).description()
 
-    def progress(self, card):
-        """What stands below the bar of card 1, 2 or 3."""
-        return self.find("label", description="Card {}".format(card)).name()
+    def choose(self, box, place):
+        """Chooses the entry at `place` (0, ...) of a drop-down from the keyboard."""
+        self.click("combo box", box)
+        _xdotool("key", "Home", *["Down"] * place, "Return")
+
+    def is_checked(self, box):
+        return self.find("check box", box).is_checked()
+
+    def beside(self, label):
+        """The last text in the row that begins with `label`, whatever it is just now."""
+        left, top, _, height = self.find("label", label).place()
+        middle = top + height // 2
+        row = [(place[0], found) for found, place in self._labels() if place[0] > left
+               and place[1] <= middle < place[1] + place[3] and place[0] < left + self.frame.place()[2] - 20]
+        return max(row, key=lambda entry: entry[0])[1].name()
+
+    def progress(self, row):
+        """What stands below a bar: of card 1, 2 or 3, or of the row "Data" or "Settings"."""
+        name = "Card {}".format(row) if isinstance(row, int) else row
+        return self.find("label", description=name).name()
 
     def is_bright(self, button):
         """Whether a button is drawn as one that can be used. The accessibility bus doesn't say: this
@@ -158,6 +204,13 @@ class Window:
     def screenshot(self, path):
         place = "{2}x{3}+{0}+{1}".format(*self.frame.place())
         subprocess.run(["import", "-silent", "-window", "root", "-crop", place, "+repage", path], check=True)
+
+    def _labels(self, accessible=None):
+        accessible = accessible or self.frame
+        if accessible.role() == "label":
+            yield accessible, accessible.place()
+        for child in accessible.children():
+            yield from self._labels(child)
 
     def _search(self, accessible, role, name, description):
         if accessible.role() == role and name in (None, accessible.name()) \
