@@ -5,6 +5,7 @@ import functools
 import operator
 import os
 import re
+import secrets
 import shutil
 
 _DUMP_COLUMNS = "Number,Id,Datetime,Timestamp,Runtime,Type,Depth,Temperature,Heading,Roll,Pitch\r\n"
@@ -22,7 +23,9 @@ class Rig:
 
     def __init__(self, folder, *options):
         self.transcript = os.path.join(folder, "transcript")
-        self.options = options
+        # Whoever holds a port locks its name for the whole machine, whichever world it is mocked in.
+        self.port = "ttyUSB" + secrets.token_hex(4)
+        self.options = ["--port", self.port, *options]
 
     def environment(self):
         return {}

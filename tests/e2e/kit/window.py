@@ -193,6 +193,10 @@ class Window:
                                check=True, stdout=subprocess.PIPE).stdout
         return float(value) > 0.75
 
+    def shows(self, text):
+        """Whether such a label is there just now, as those of an open popup are."""
+        return self._search(self.frame, "label", text, None) is not None
+
     def wait_bright(self, button, bright=True, seconds=5):
         wait_until(lambda: self.is_bright(button) == bright, seconds,
                    "{!r} to look {}".format(button, "enabled" if bright else "disabled"))
