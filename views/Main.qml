@@ -373,6 +373,8 @@ ApplicationWindow {
 
         anchors.fill: parent
         currentIndex: tabBar.currentIndex
+        // As a stop of its own it would hand the keyboard back to the control that had it last, over and over.
+        activeFocusOnTab: false
 
         PageLoader {
             id: copyFilesLoader
