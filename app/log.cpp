@@ -7,6 +7,7 @@
 #include <QDebug>
 #include <QDir>
 #include <QFile>
+#include <QLocale>
 #include <QSysInfo>
 
 #include <array>
@@ -42,8 +43,9 @@ QString timeStamp()
     thread_local std::array<char, 32> lastText{};
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
     if (now / msPerSecond != lastSecond) {
+        // In the same digits everywhere, whatever the user's locale.
         const QString text =
-            QDateTime::fromMSecsSinceEpoch(now).toString(QStringLiteral("yyyy-MM-dd hh:mm:ss"));
+            QLocale::c().toString(QDateTime::fromMSecsSinceEpoch(now), QStringLiteral("yyyy-MM-dd hh:mm:ss"));
         qstrncpy(lastText.data(), text.toLatin1().constData(), static_cast<uint>(lastText.size()));
         lastSecond = now / msPerSecond;
     }

@@ -65,7 +65,7 @@ FormPage {
         RowButton {
             text: "Now"
             row: dateRow
-            onClicked: dateRow.text = Qt.formatDateTime(new Date(), "yyyy-MM-dd hh:mm:ss")
+            onClicked: dateRow.text = new Date().toLocaleString(Qt.locale("C"), "yyyy-MM-dd hh:mm:ss")
         }
     }
     PageRow {
