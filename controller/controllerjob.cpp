@@ -24,6 +24,9 @@ void ControllerJob::run()
         report(greetingFailure());
     else
         work(link);
+    // A job that failed half-way must not look as if it still ran: the view would wait for it for ever.
+    if (last_.value < last_.to)
+        report({last_.from, last_.to, last_.to, last_.text});
 }
 
 Progress ControllerJob::refusal() const
@@ -36,7 +39,8 @@ Progress ControllerJob::greetingFailure() const
     return {0, 1, 1, QStringLiteral("Error: Could not send init command.")};
 }
 
-void ControllerJob::report(const Progress &progress) const
+void ControllerJob::report(const Progress &progress)
 {
+    last_ = progress;
     request_.report(progress);
 }

@@ -38,8 +38,9 @@ protected:
     /// What to report when the greeting can't be sent.
     [[nodiscard]] virtual Progress greetingFailure() const;
 
-    void report(const Progress &progress) const;
+    void report(const Progress &progress);
 
 private:
     ControllerRequest request_;
+    Progress last_;
 };

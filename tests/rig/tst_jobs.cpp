@@ -115,7 +115,8 @@ QStringList failureOf(const QString &job)
         return {"0,2,1 Erasing memory ...", "0,2,2 Error erasing memory: " + error};
     if (job == QLatin1String("off"))
         return {"0,2,1 Turning off ...", "0,2,2 Error turning off: " + error};
-    return {"0,2,1 Counting datasets ...", "0,2,1 Error: Could not read available data."};
+    return {"0,2,1 Counting datasets ...", "0,2,1 Error: Could not read available data.",
+            "0,2,2 Error: Could not read available data."};
 }
 
 const QByteArray heading =
