@@ -13,6 +13,7 @@ ComboBox {
         verticalAlignment: Text.AlignVCenter
         text: root.displayText
         elide: Text.ElideMiddle
+        textFormat: Text.PlainText
         Accessible.ignored: true
     }
 }

@@ -22,12 +22,10 @@ Popup {
             font.bold: true
         }
 
-        Label {
+        PopupText {
             id: message
 
-            objectName: "messageText"
-            Layout.preferredWidth: 400
-            wrapMode: Text.Wrap
+            labelName: "messageText"
         }
 
         Button {

@@ -37,6 +37,8 @@ PageRow {
             Layout.fillWidth: true
             Layout.preferredWidth: 0
             elide: Text.ElideMiddle
+            maximumLineCount: 1
+            textFormat: Text.PlainText
             Accessible.description: root.label
         }
     }

@@ -22,12 +22,11 @@ Popup {
             font.bold: true
         }
 
-        Label {
+        PopupText {
             id: message
 
-            objectName: "waitText"
-            Layout.preferredWidth: 400
-            wrapMode: Text.Wrap
+            labelName: "waitText"
+            followsEnd: true
         }
     }
 }
