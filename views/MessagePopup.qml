@@ -28,7 +28,7 @@ Popup {
             labelName: "messageText"
         }
 
-        Button {
+        PopupButton {
             Layout.alignment: Qt.AlignRight
             text: "Ok"
             focus: true

@@ -32,7 +32,7 @@ Popup {
             Layout.alignment: Qt.AlignRight
             spacing: 8
 
-            Button {
+            PopupButton {
                 objectName: root.objectName + "EraseButton"
                 text: "Erase"
                 onClicked: {
@@ -40,7 +40,7 @@ Popup {
                     root.close()
                 }
             }
-            Button {
+            PopupButton {
                 objectName: root.objectName + "CancelButton"
                 text: "Cancel"
                 focus: true

@@ -83,6 +83,7 @@ Popup {
                 id: serialnumberText
 
                 objectName: "serialnumber"
+                focus: true
                 Layout.fillWidth: true
                 selectByMouse: true
                 Accessible.name: "Your Kelpora 360 serial"
@@ -91,9 +92,9 @@ Popup {
         RowLayout {
             spacing: 8
 
-            Button { Layout.fillWidth: true; objectName: "downloadAnglesButton"; text: "Download"; onClicked: root.downloadClicked(serialnumberText.text) }
-            Button { Layout.fillWidth: true; objectName: "defaultAnglesButton"; text: "Defaults"; onClicked: root.fillDefaults() }
-            Button { Layout.fillWidth: true; objectName: "resetAnglesButton"; text: "Reset"; onClicked: root.resetClicked() }
+            PopupButton { Layout.fillWidth: true; objectName: "downloadAnglesButton"; text: "Download"; onClicked: root.downloadClicked(serialnumberText.text) }
+            PopupButton { Layout.fillWidth: true; objectName: "defaultAnglesButton"; text: "Defaults"; onClicked: root.fillDefaults() }
+            PopupButton { Layout.fillWidth: true; objectName: "resetAnglesButton"; text: "Reset"; onClicked: root.resetClicked() }
         }
 
         AnglesRow { label: "Camera:"; texts: ["1", "2", "3"] }
@@ -128,7 +129,7 @@ Popup {
             Layout.alignment: Qt.AlignRight
             spacing: 8
 
-            Button {
+            PopupButton {
                 objectName: "saveAnglesButton"
                 text: "Save"
                 onClicked: {
@@ -136,7 +137,7 @@ Popup {
                     root.close()
                 }
             }
-            Button {
+            PopupButton {
                 objectName: "cancelAnglesButton"
                 text: "Cancel"
                 onClicked: root.close()
