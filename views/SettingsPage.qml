@@ -51,11 +51,13 @@ FormPage {
     Heading { text: "Camera Settings:" }
     PageRow {
         label: "Firmware:"
-        Label { id: firmwareText; objectName: "firmwareText"; Layout.fillWidth: true; text: "-" }
+        Layout.preferredHeight: 30
+        Label { id: firmwareText; objectName: "firmwareText"; Layout.fillWidth: true; text: "-"; textFormat: Text.PlainText }
     }
     PageRow {
         label: "Battery:"
-        Label { id: batteryText; objectName: "batteryText"; Layout.fillWidth: true; text: "-" }
+        Layout.preferredHeight: 30
+        Label { id: batteryText; objectName: "batteryText"; Layout.fillWidth: true; text: "-"; textFormat: Text.PlainText }
     }
     TextRow {
         id: dateRow
@@ -118,10 +120,11 @@ FormPage {
     }
     PageRow {
         label: "E1 Firmware"
-        ComboBox {
+        ChoiceBox {
             id: e1FirmwareCombo
 
             objectName: "e1FirmwareCombo"
+            textRole: ""
             Layout.fillWidth: true
             model: ["0.26", "0.29", "0.30 (in beta, not officially supported)"]
             Accessible.name: "E1 Firmware"
