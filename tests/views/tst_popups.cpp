@@ -21,6 +21,11 @@ private slots:
     void theWaitClosesOnlyByTheProgram();
     void keepsPressesFromTheWindow_data();
     void keepsPressesFromTheWindow();
+    void longTextsStayInTheWindow_data();
+    void longTextsStayInTheWindow();
+    void textsAreShownAsTheyAreWritten();
+    void enterPressesTheButton_data();
+    void enterPressesTheButton();
 
 private:
     static bool open(const View &view, const QString &popup);
@@ -139,6 +144,71 @@ void TestPopups::keepsPressesFromTheWindow()
     QVERIFY(open(view, popup));
     view.click(QStringLiteral("exitButton"));
     QVERIFY(view.window()->isVisible());
+}
+
+void TestPopups::longTextsStayInTheWindow_data()
+{
+    QTest::addColumn<QString>("popup");
+    QTest::addColumn<QString>("label");
+    QTest::addColumn<bool>("endShown");
+    QTest::newRow("the message shows its first lines") << "messagePopup"
+                                                       << "messageText" << false;
+    QTest::newRow("the wait shows its last lines") << "waitPopup"
+                                                   << "waitText" << true;
+}
+
+void TestPopups::longTextsStayInTheWindow()
+{
+    QFETCH(QString, popup);
+    QFETCH(QString, label);
+    QFETCH(bool, endShown);
+    ScriptedController controller;
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QVERIFY(open(view, popup));
+    for (const int lines : {1, 500}) {
+        view.object(popup)->setProperty("text", QStringLiteral("Writing a page ... done.\n").repeated(lines));
+        const QQuickItem *content = contentOf(view, popup);
+        QTRY_VERIFY(content->mapToScene(QPointF(0, content->height())).y() < view.window()->height());
+        const QQuickItem *text = view.item(label);
+        const QQuickItem *shown = text->parentItem()->parentItem();
+        const double top = text->mapToItem(shown, QPointF(0, 0)).y();
+        const double bottom = text->mapToItem(shown, QPointF(0, text->height())).y();
+        QTRY_COMPARE(lines == 1 || endShown, bottom < shown->height() + 1);
+        QCOMPARE(lines == 1 || !endShown, top > -1);
+    }
+}
+
+void TestPopups::textsAreShownAsTheyAreWritten()
+{
+    ScriptedController controller;
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    const int plainText = 0;
+    for (const char *label : {"messageText", "waitText", "card1ProgressText", "dataProgressText",
+                              "settingsProgressText", "firmwareText", "batteryText"})
+        QCOMPARE(view.property(QLatin1String(label), "textFormat").toInt(), plainText);
+}
+
+void TestPopups::enterPressesTheButton_data()
+{
+    QTest::addColumn<int>("key");
+    QTest::newRow("Return") << int(Qt::Key_Return);
+    QTest::newRow("Enter of the number pad") << int(Qt::Key_Enter);
+    QTest::newRow("the space bar") << int(Qt::Key_Space);
+}
+
+void TestPopups::enterPressesTheButton()
+{
+    QFETCH(int, key);
+    ScriptedController controller;
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    for (const char *popup : {"messagePopup", "eraseCardsPopup", "eraseMemoryPopup"}) {
+        QVERIFY(open(view, QLatin1String(popup)));
+        QTest::keyClick(view.window(), static_cast<Qt::Key>(key));
+        QTRY_COMPARE(view.property(QLatin1String(popup), "visible").toBool(), false);
+    }
 }
 
 QTEST_MAIN(TestPopups)

@@ -1,0 +1,281 @@
+#include "tests/views/view.h"
+
+#include <QSignalSpy>
+#include <QtTest>
+
+namespace {
+
+const char *const eraseSignature = SIGNAL(eraseCards(QString, QString, QString, bool, bool));
+const QString popup = QStringLiteral("eraseCardsPopup");
+const QStringList cardCombos = {QStringLiteral("card1Combo"), QStringLiteral("card2Combo"),
+                                QStringLiteral("card3Combo")};
+
+void equip(ScriptedController *controller)
+{
+    for (const char *card : {"1", "2", "3"})
+        ScriptedController::append(&controller->drives, QStringLiteral("/m/") + QLatin1String(card),
+                                   QStringLiteral("KELPORA360_") + QLatin1String(card));
+}
+
+bool openPopup(const View &view)
+{
+    view.click(QStringLiteral("eraseCardsButton"));
+    return QTest::qWaitFor([&] { return view.isOpen(popup); });
+}
+
+} // namespace
+
+class TestEraseCards : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void thePopup();
+    void answers_data();
+    void answers();
+    void cancel();
+    void cards_data();
+    void cards();
+    void ready_data();
+    void ready();
+    void theReportsSetTheFlags();
+    void closesOnlyByItsButtons_data();
+    void closesOnlyByItsButtons();
+    void tabStaysInThePopup();
+    void tabReachesEveryControlOfThePage();
+};
+
+void TestEraseCards::thePopup()
+{
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QVERIFY(openPopup(view));
+    QCOMPARE(::texts(textItems(view.contentOf(popup))),
+             (QStringList{"Please check all that apply:", "Erase cards. This can't be undone.",
+                          "Write sync configuration files", "Erase", "Cancel"}));
+    QCOMPARE(view.property("eraseCardsBox", "checked").toBool(), true);
+    QCOMPARE(view.property("syncConfigBox", "checked").toBool(), true);
+    QCOMPARE(view.property(popup, "modal").toBool(), true);
+    QCOMPARE(QPointF(view.property(popup, "x").toDouble(), view.property(popup, "y").toDouble()),
+             QPointF(100, 100));
+}
+
+void TestEraseCards::answers_data()
+{
+    QTest::addColumn<bool>("erase");
+    QTest::addColumn<bool>("sync");
+    QTest::newRow("both") << true << true;
+    QTest::newRow("erase alone") << true << false;
+    QTest::newRow("configuration alone") << false << true;
+    QTest::newRow("neither") << false << false;
+}
+
+void TestEraseCards::answers()
+{
+    QFETCH(bool, erase);
+    QFETCH(bool, sync);
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QVERIFY(openPopup(view));
+    if (!erase)
+        view.click(QStringLiteral("eraseCardsBox"));
+    if (!sync)
+        view.click(QStringLiteral("syncConfigBox"));
+    QSignalSpy requests(view.window(), eraseSignature);
+    view.click(popup + QStringLiteral("EraseButton"));
+    QCOMPARE(requests.size(), 1);
+    QCOMPARE(requests.first(), (QVariantList{"/m/1", "/m/2", "/m/3", erase, sync}));
+    QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
+    // Only the reports of the cards raise the flags.
+    for (const char *flag : {"cardOneCopying", "cardTwoCopying", "cardThreeCopying"})
+        QCOMPARE(view.window()->property(flag).toBool(), false);
+}
+
+void TestEraseCards::cancel()
+{
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QVERIFY(openPopup(view));
+    QSignalSpy requests(view.window(), eraseSignature);
+    view.click(popup + QStringLiteral("CancelButton"));
+    QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
+    QCOMPARE(requests.size(), 0);
+}
+
+void TestEraseCards::cards_data()
+{
+    QTest::addColumn<QList<int>>("chosen");
+    QTest::addColumn<QVariantList>("roots");
+    QTest::newRow("three") << QList<int>{0, 1, 2} << QVariantList{"/m/1", "/m/2", "/m/3"};
+    QTest::newRow("the second alone") << QList<int>{-1, 0, -1} << QVariantList{"", "/m/1", ""};
+    QTest::newRow("the third alone") << QList<int>{-1, -1, 2} << QVariantList{"", "", "/m/3"};
+    QTest::newRow("in another order") << QList<int>{2, 0, -1} << QVariantList{"/m/3", "/m/1", ""};
+}
+
+void TestEraseCards::cards()
+{
+    QFETCH(QList<int>, chosen);
+    QFETCH(QVariantList, roots);
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    for (int i = 0; i < cardCombos.size(); ++i)
+        view.object(cardCombos.at(i))->setProperty("currentIndex", chosen.at(i));
+    QVERIFY(openPopup(view));
+    QSignalSpy requests(view.window(), eraseSignature);
+    view.click(popup + QStringLiteral("EraseButton"));
+    QCOMPARE(requests.size(), 1);
+    QCOMPARE(requests.first(), roots + QVariantList({true, true}));
+}
+
+void TestEraseCards::ready_data()
+{
+    QTest::addColumn<QList<int>>("chosen");
+    QTest::addColumn<QString>("busy");
+    QTest::addColumn<bool>("ready");
+    QTest::newRow("three cards") << QList<int>{0, 1, 2} << "" << true;
+    QTest::newRow("the first alone") << QList<int>{0, -1, -1} << "" << true;
+    QTest::newRow("the second alone") << QList<int>{-1, 0, -1} << "" << true;
+    QTest::newRow("the third alone") << QList<int>{-1, -1, 0} << "" << true;
+    QTest::newRow("no card") << QList<int>{-1, -1, -1} << "" << false;
+    QTest::newRow("the first card is busy") << QList<int>{0, 1, 2} << "cardOneCopying" << false;
+    QTest::newRow("the second card is busy") << QList<int>{0, 1, 2} << "cardTwoCopying" << false;
+    QTest::newRow("the third card is busy") << QList<int>{0, 1, 2} << "cardThreeCopying" << false;
+    QTest::newRow("a controller job runs") << QList<int>{0, 1, 2} << "dataCopying" << true;
+}
+
+void TestEraseCards::ready()
+{
+    QFETCH(QList<int>, chosen);
+    QFETCH(QString, busy);
+    QFETCH(bool, ready);
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    for (int i = 0; i < cardCombos.size(); ++i)
+        view.object(cardCombos.at(i))->setProperty("currentIndex", chosen.at(i));
+    // No folder is needed.
+    view.object(QStringLiteral("destinationFilesText"))->setProperty("text", "");
+    if (!busy.isEmpty())
+        QVERIFY(view.window()->setProperty(busy.toLatin1().constData(), true));
+    QCOMPARE(view.call("readyToEraseCards").toBool(), ready);
+    QCOMPARE(view.property("eraseCardsButton", "enabled").toBool(), ready);
+    QSignalSpy requests(view.window(), eraseSignature);
+    view.call("eraseCardsClicked", true, false);
+    QCOMPARE(requests.size(), ready ? 1 : 0);
+}
+
+void TestEraseCards::theReportsSetTheFlags()
+{
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QVERIFY(openPopup(view));
+    view.click(popup + QStringLiteral("EraseButton"));
+    view.updateCardProgress(2, 0, 2, 1, QStringLiteral("Erasing"));
+    QCOMPARE(view.window()->property("cardTwoCopying").toBool(), true);
+    QCOMPARE(view.property("card2ProgressText", "text").toString(), QStringLiteral("Erasing"));
+    QCOMPARE(view.property("eraseCardsButton", "enabled").toBool(), false);
+    QCOMPARE(view.property("exitButton", "enabled").toBool(), false);
+    view.updateCardProgress(2, 0, 2, 2, QStringLiteral("Erased and prepared."));
+    QCOMPARE(view.window()->property("cardTwoCopying").toBool(), false);
+    QCOMPARE(view.property("eraseCardsButton", "enabled").toBool(), true);
+    QCOMPARE(view.property("exitButton", "enabled").toBool(), true);
+}
+
+void TestEraseCards::closesOnlyByItsButtons_data()
+{
+    QTest::addColumn<bool>("key");
+    QTest::newRow("not by Escape") << true;
+    QTest::newRow("not by a press outside") << false;
+}
+
+void TestEraseCards::closesOnlyByItsButtons()
+{
+    QFETCH(bool, key);
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QVERIFY(openPopup(view));
+    QSignalSpy requests(view.window(), eraseSignature);
+    if (key)
+        QTest::keyClick(view.window(), Qt::Key_Escape);
+    else
+        QTest::mouseClick(view.window(), Qt::LeftButton, Qt::NoModifier, {350, 850});
+    QTest::qWait(50);
+    QVERIFY(view.isOpen(popup));
+    // The button that does no harm has the keyboard.
+    QTest::keyClick(view.window(), Qt::Key_Space);
+    QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
+    QCOMPARE(requests.size(), 0);
+}
+
+void TestEraseCards::tabStaysInThePopup()
+{
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QVERIFY(openPopup(view));
+    view.item(QStringLiteral("eraseCardsBox"))->forceActiveFocus(Qt::TabFocusReason);
+    QStringList reached;
+    for (int i = 0; i < 5; ++i) {
+        reached.append(view.window()->activeFocusItem()->objectName());
+        QTest::keyClick(view.window(), Qt::Key_Tab);
+    }
+    QCOMPARE(reached, (QStringList{"eraseCardsBox", "syncConfigBox", popup + "EraseButton",
+                                   popup + "CancelButton", "eraseCardsBox"}));
+}
+
+void TestEraseCards::tabReachesEveryControlOfThePage()
+{
+    ScriptedController controller;
+    equip(&controller);
+    ScriptedController::append(&controller.templates, QStringLiteral("/t/x.kava"), QStringLiteral("x"));
+    controller.moviesLocation = QStringLiteral("/movies");
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    const QStringList expected = {"card1Combo",
+                                  "...",
+                                  "card2Combo",
+                                  "...",
+                                  "card3Combo",
+                                  "...",
+                                  "refreshCardsButton",
+                                  "eraseCardsButton",
+                                  "destinationFilesText",
+                                  "...",
+                                  "projectNameText",
+                                  "Change",
+                                  "templateCombo",
+                                  "...",
+                                  "refreshTemplatesButton",
+                                  "copyFilesButton",
+                                  "exitButton",
+                                  "Copy Files",
+                                  "Copy Data",
+                                  "Settings",
+                                  "card1Combo"};
+    view.item(expected.first())->forceActiveFocus(Qt::TabFocusReason);
+    QStringList reached;
+    for (int i = 0; i < expected.size(); ++i) {
+        const QQuickItem *focused = view.window()->activeFocusItem();
+        reached.append(focused->objectName().isEmpty() ? focused->property("text").toString()
+                                                       : focused->objectName());
+        QTest::keyClick(view.window(), Qt::Key_Tab);
+    }
+    QCOMPARE(reached, expected);
+}
+
+QTEST_MAIN(TestEraseCards)
+#include "tst_erasecards.moc"
