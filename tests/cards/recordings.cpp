@@ -60,7 +60,7 @@ QStringList visibleBelow(const QString &folder)
     return filesBelow(folder).filter(QRegularExpression(QStringLiteral("(^|/)[^./][^/]*$")));
 }
 
-void emptyFolder(const QString &folder)
+void clearFolder(const QString &folder)
 {
     QDir(folder).removeRecursively();
     QDir().mkpath(folder);

@@ -18,4 +18,4 @@
 [[nodiscard]] QStringList visibleBelow(const QString &folder);
 
 /// Deletes everything in `folder` but not the folder.
-void emptyFolder(const QString &folder);
+void clearFolder(const QString &folder);

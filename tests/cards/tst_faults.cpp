@@ -444,7 +444,7 @@ void TestFaults::aKilledImport()
 
     int cutShort = 0;
     for (int kill = 0; kill < kills; ++kill) {
-        emptyFolder(target);
+        clearFolder(target);
         QProcess process;
         process.start(QStringLiteral(CARDCOPY),
                       {QStringLiteral("import"), QStringLiteral("1"), workspace.path(QStringLiteral("card")),
