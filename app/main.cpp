@@ -94,7 +94,7 @@ int main(int argc, char *argv[])
     const bool stopped = AppController::waitForJobs(stopTimeoutMs);
     shutDownCamera(controller);
     if (!stopped)
-        qWarning("Leaving while the disk is still busy.");
+        qWarning("Leaving while a job still runs.");
     qInfo("Application end");
     // A worker that hangs in the system's disk calls must not meet destroyed objects, nor be waited for.
     if (!stopped)

@@ -40,7 +40,7 @@ Publish renameNoReplace(const QString &from, const QString &to)
         return Publish::Done;
     if (errno == EEXIST)
         return Publish::Exists;
-    if (errno != EINVAL && errno != ENOSYS)
+    if (errno != EINVAL && errno != ENOSYS && errno != EPERM)
         return Publish::Failed;
 
     if (::link(source.constData(), target.constData()) == 0) {

@@ -42,7 +42,9 @@ CardListing listCard(const QString &root, const StopFlag &stop)
     const auto enter = [&](const fs::path &path) {
         std::error_code error;
         open.push_back({path, fs::directory_iterator(path, error)});
-        if (error)
+        // The folder that a file system keeps for itself is root's alone.
+        const bool ownFolder = path.filename() == "lost+found" && open.size() == 2;
+        if (error && !(ownFolder && error == std::errc::permission_denied))
             listing.unreadable.append(text(path));
     };
     enter(fs::u8path(QDir(root).absolutePath().toStdString()));
@@ -58,15 +60,15 @@ CardListing listCard(const QString &root, const StopFlag &stop)
             listing.unreadable.append(text(open.back().path));
 
         const std::string name = entry.path().filename().u8string();
-        std::error_code unknown;
-        // The last is the file system's own, and root's alone.
-        if (name.front() == '.' || name == "lost+found")
+        if (name.front() == '.')
             continue;
-        if (!isText(name))
+        std::error_code unknown;
+        const fs::file_type type = fs::symlink_status(entry.path(), unknown).type();
+        if (!isText(name) || type == fs::file_type::none)
             listing.unreadable.append(text(entry.path()));
-        else if (entry.symlink_status(unknown).type() == fs::file_type::directory)
+        else if (type == fs::file_type::directory)
             enter(entry.path());
-        else if (entry.is_regular_file(unknown))
+        else if (fs::is_regular_file(entry.path(), unknown))
             listing.files.append(text(entry.path()));
     }
     return listing;

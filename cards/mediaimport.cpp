@@ -142,8 +142,9 @@ QStringList MediaImport::listFiles()
 
 void MediaImport::copyListed(const QString &path, int position, int totalFiles, Counts *counts)
 {
+    releaseHeld();
     report_({0, totalFiles + 1, position, QStringLiteral("Copying ") + path});
-    holding_ = position == totalFiles;
+    holding_ = position >= totalFiles - 1;
     const QDir source(request_.sourceDir);
     const QDir target(request_.targetDir);
     if (path.endsWith(videoExtension)) {
@@ -250,6 +251,13 @@ void MediaImport::tell(const Progress &progress)
         report_(progress);
 }
 
+void MediaImport::releaseHeld()
+{
+    for (const Progress &progress : qAsConst(held_))
+        report_(progress);
+    held_.clear();
+}
+
 /// The one end of an import that began: the summary is given only for what is on disk.
 bool MediaImport::finish(const Counts &counts)
 {
@@ -263,8 +271,7 @@ bool MediaImport::finish(const Counts &counts)
         report_({0, 1, 1, QStringLiteral("Error: ") + reason + copied});
         return false;
     }
-    for (const Progress &progress : qAsConst(held_))
-        report_(progress);
+    releaseHeld();
     qInfo().noquote() << QStringLiteral("Card %1: copied ").arg(request_.card) + copied;
     const QString incomplete =
         wholeCardSeen_ ? QString() : QStringLiteral("Error: Part of the card could not be read. ");

@@ -78,6 +78,7 @@ private:
     void placePicture(const QString &videoPath);
     void writeProject(const ImportProjects::Writer &writer, const QString &takePath) const;
     void tell(const Progress &progress);
+    void releaseHeld();
     bool finish(const Counts &counts);
 
     ImportRequest request_;
@@ -87,8 +88,8 @@ private:
     VolumeFlush flush_;
     QStringList written_;
     bool wholeCardSeen_ = true;
-    /// The last file's reports wait for the disk: their value has passed its maximum, which says that the job
-    /// has ended.
+    /// The reports of the last two files have a value at or past its maximum, by which the view takes the
+    /// card for idle. They are held back until the next file begins, or everything is on disk.
     bool holding_ = false;
     QVector<Progress> held_;
 };

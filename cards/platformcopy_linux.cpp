@@ -62,7 +62,9 @@ public:
 private:
     static bool isUnsupported(int error)
     {
-        return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == EBADF;
+        return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP ||
+               error == EBADF || error == EPERM || error == EACCES || error == EREMOTEIO ||
+               error == ETXTBSY || error == EIO;
     }
 
     ssize_t attempt(off_t offset, std::size_t size)
@@ -123,7 +125,7 @@ Stretch nextStretch(int file, off_t from)
     if (begin < 0)
         return errno == ENXIO ? Stretch{from, from, true} : Stretch{from, unknownEnd, false};
     const off_t end = ::lseek(file, begin, SEEK_HOLE);
-    return {begin, end < 0 ? unknownEnd : end, false};
+    return {begin, end <= begin ? unknownEnd : end, false};
 }
 
 bool isWriteError(int error)

@@ -31,7 +31,15 @@ bool copyContent(QFile &source, QFile &target, const StopFlag &stop)
 
 void copyAttributes(QFile &source, QFile &target)
 {
-    static_cast<void>(::fcopyfile(source.handle(), target.handle(), nullptr, COPYFILE_STAT));
+    // Not with fcopyfile(): a recording that was locked in the camera would lock the copy before it has its
+    // name.
+    struct stat status = {};
+    if (::fstat(source.handle(), &status) != 0)
+        return;
+    constexpr mode_t permissionBits = 0777;
+    static_cast<void>(::fchmod(target.handle(), status.st_mode & permissionBits));
+    const struct timespec times[2] = {status.st_atimespec, status.st_mtimespec};
+    static_cast<void>(::futimens(target.handle(), times));
 }
 
 VolumeFlush::~VolumeFlush() = default;
@@ -50,7 +58,10 @@ bool VolumeFlush::finish(const QStringList &files, const StopFlag &stop) const
         if (!file.exists())
             return false;
         if (file.open(QIODevice::ReadOnly))
-            flushed = ::fcntl(file.handle(), last ? F_FULLFSYNC : F_BARRIERFSYNC) != -1 && flushed;
+            // Network and some foreign volumes know only the plain flush.
+            flushed = (::fcntl(file.handle(), last ? F_FULLFSYNC : F_BARRIERFSYNC) != -1 ||
+                       ::fsync(file.handle()) == 0) &&
+                      flushed;
     }
     return flushed;
 }

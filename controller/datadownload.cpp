@@ -5,6 +5,7 @@
 
 #include <QDebug>
 #include <QDir>
+#include <QFileInfo>
 #include <QLocale>
 #include <QSaveFile>
 
@@ -34,17 +35,19 @@ RunFile beginRun(const QString &path)
     return file;
 }
 
-/// Gives the file its name; 1 when it stands there whole.
-int endRun(RunFile *file)
+/// Gives the file of the run that ended its name.
+void endRun(RunFile *file, RunFiles *files)
 {
     const RunFile ended = std::move(*file);
     if (!ended)
-        return 0;
-    if (ended->commit())
-        return 1;
+        return;
+    if (ended->commit()) {
+        ++files->written;
+        return;
+    }
+    ++files->failed;
     qWarning().noquote() << "Data: Could not write"
                          << ended->fileName() + QStringLiteral(": ") + ended->errorString();
-    return 0;
 }
 
 } // namespace
@@ -60,7 +63,7 @@ Progress DataDownload::refusal() const
 {
     if (!targetDir_.isEmpty())
         return {};
-    qWarning("Data: Please choose destination");
+    qInfo("Data: Please choose destination");
     return {0, 1, 1, QStringLiteral("Error: Please choose destination")};
 }
 
@@ -82,27 +85,36 @@ void DataDownload::work(PSEAComms &link)
     }
     report({0, 2, 1, QStringLiteral("Reading %1 datasets ...").arg(link.numData_)});
     QStringList lines;
-    const bool complete = link.readData(lines);
-    const int files = writeRuns(lines, targetDir_, projectName_);
-    const QString wrote =
-        QStringLiteral("Wrote %1 records to %2 files in %3").arg(lines.size()).arg(files).arg(targetDir_);
-    report({0, 2, 2,
-            complete ? wrote : QStringLiteral("Error: The controller did not send all data. ") + wrote});
+    // A damaged line may be noise; it was a dataset if one is missing in the end.
+    const bool complete = link.readData(lines) && (link.damagedLines_ == 0 || lines.size() >= link.numData_);
+    const RunFiles files = writeRuns(lines, targetDir_, projectName_, complete);
+    QString text;
+    if (!complete)
+        text = QStringLiteral("Error: The controller did not send all data. ");
+    else if (files.failed > 0)
+        text = QStringLiteral("Error: Not every file could be written. ");
+    text += QStringLiteral("Wrote %1 records to %2 files in %3")
+                .arg(lines.size())
+                .arg(files.written)
+                .arg(targetDir_);
+    report({0, 2, 2, text});
 }
 
-int writeRuns(const QStringList &lines, const QString &targetDir, const QString &projectName)
+RunFiles writeRuns(const QStringList &lines, const QString &targetDir, const QString &projectName,
+                   bool complete)
 {
+    RunFiles files;
     RunFile file;
     int startNumber = 0;
     int startTime = 0;
-    int files = 0;
     for (const QString &line : lines) {
         Record record(line);
         if (record.type == 's') {
-            files += endRun(&file);
+            endRun(&file, &files);
             startNumber = record.number;
             startTime = record.timestamp;
             file = beginRun(QDir(targetDir).filePath(runFileName(record, projectName)));
+            files.failed += file ? 0 : 1;
             continue;
         }
         record.correctTimestamp(startTime);
@@ -110,5 +122,12 @@ int writeRuns(const QStringList &lines, const QString &targetDir, const QString 
         if (file)
             file->write(record.toCSV().toUtf8());
     }
-    return files + endRun(&file);
+    if (file && !complete && QFileInfo::exists(file->fileName())) {
+        qWarning().noquote() << "Data: Kept the older" << file->fileName();
+        file->cancelWriting();
+        ++files.failed;
+        file.reset();
+    }
+    endRun(&file, &files);
+    return files;
 }

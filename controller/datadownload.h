@@ -21,6 +21,15 @@ private:
     QString projectName_;
 };
 
-/// Writes a dump's lines into CSV files, one per run, in `targetDir`; returns the number of files. Entries
-/// before the first start entry, and those of a run whose file can't be written, are dropped.
-[[nodiscard]] int writeRuns(const QStringList &lines, const QString &targetDir, const QString &projectName);
+/// How many runs got their file, and how many did not.
+struct RunFiles
+{
+    int written = 0;
+    int failed = 0;
+};
+
+/// Writes a dump's lines into CSV files, one per run, in `targetDir`. Entries before the first start entry,
+/// and those of a run whose file can't be written, are dropped. Of a dump that is not `complete` the last run
+/// replaces no file: the one that stands there may be whole.
+[[nodiscard]] RunFiles writeRuns(const QStringList &lines, const QString &targetDir,
+                                 const QString &projectName, bool complete = true);

@@ -18,6 +18,7 @@ constexpr int baudRate = QSerialPort::Baud115200;
 constexpr int readsPerAnswer = 4;
 constexpr int piecesPerLine = 3;
 constexpr int versionAttempts = 5;
+constexpr unsigned long dataFields = 9;
 constexpr qint32 defaultGeneration = 29;
 constexpr double leastVoltage = 0.5;
 
@@ -235,7 +236,10 @@ bool PSEAComms::requireOpen()
 bool PSEAComms::send(Nmea &sentence)
 {
     sentence.AddChecksum();
-    return writeLine(QString::fromStdString(sentence.GetSentence()));
+    if (writeLine(QString::fromStdString(sentence.GetSentence())))
+        return true;
+    lastError_ = isOpen() ? exchangeError : closedError;
+    return false;
 }
 
 bool PSEAComms::send(const std::string &address)
@@ -390,6 +394,7 @@ bool PSEAComms::readData(QStringList &lines)
     lastError_.clear();
     if (!send("$PSEADUMP"))
         return false;
+    damagedLines_ = 0;
     bool begun = false;
     // Silence, not the number of lines, ends a dump without its end message.
     int fruitless = 0;
@@ -400,13 +405,18 @@ bool PSEAComms::readData(QStringList &lines)
         else
             fruitless = 0;
         Nmea sentence(line.toStdString());
-        if (line.isEmpty() || !sentence.ChecksumValidate())
+        if (line.isEmpty())
             continue;
+        if (!sentence.ChecksumValidate()) {
+            ++damagedLines_;
+            qWarning().noquote() << "Damaged line skipped:" << line.trimmed();
+            continue;
+        }
         if (isMessage(sentence, 4, "DATA END")) {
             qInfo("All data read");
             return true;
         }
-        if (!isSentence(sentence, "$PSEADATA", 1))
+        if (!isSentence(sentence, "$PSEADATA", dataFields))
             continue;
         const int number = sentence.FieldAsInt(1);
         if (number < 1)

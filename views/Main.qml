@@ -208,9 +208,11 @@ ApplicationWindow {
             return
         }
         const data = response.data
-        if (response.success === true && response.data !== null && typeof response.data === "object") {
-            stitchLoader.item.showCalibration(response.data)
+        if (response.success === true && data !== null && typeof data === "object") {
+            stitchLoader.item.showCalibration(data)
             root.saveStitchSettings()
+        } else if (response.success === true) {
+            console.warn("The calibration service's answer holds no calibration.")
         }
         root.messagePopup.text = response.message === undefined ? "" : String(response.message)
         root.messagePopup.open()

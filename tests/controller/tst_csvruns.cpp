@@ -15,6 +15,12 @@
 
 namespace {
 
+/// How many files writeRuns() makes of a whole dump.
+int filesOf(const QStringList &lines, const QString &folder, const QString &project)
+{
+    return writeRuns(lines, folder, project).written;
+}
+
 constexpr int start_flag = 1;
 constexpr int video = 2 + 8;
 constexpr int photo = 2 + 16;
@@ -67,6 +73,7 @@ private slots:
     void names();
     void namesInTheUsersZone();
     void theSameInEveryLocale();
+    void aCutOffDumpKeepsAnOlderFile();
     void entriesBeforeTheFirstStartAreLost();
     void otherLinesOfADump();
     void noStartWritesNoFile_data();
@@ -95,7 +102,7 @@ void TestCsvRuns::oneFileForEachRun()
     const QStringList lines{dataset(10, start_flag, evening), entry(11, evening, 1),
                             entry(12, evening, 2, photo),     dataset(13, start_flag, morning),
                             entry(14, morning, 60),           dataset(15, start_flag, morning + 3600)};
-    QCOMPARE(writeRuns(lines, place.makeFolder(QStringLiteral("out")), QString()), 3);
+    QCOMPARE(filesOf(lines, place.makeFolder(QStringLiteral("out")), QString()), 3);
 
     const QMap<QString, QByteArray> expected{
         {QStringLiteral("kelpora360_20190221-204600.csv"),
@@ -140,10 +147,10 @@ void TestCsvRuns::names()
 
     const Workspace place;
     place.makeFolder(QStringLiteral("out/kelpora360_a"));
-    QCOMPARE(writeRuns(run(evening, 1), place.path(QStringLiteral("out")), project), 1);
+    QCOMPARE(filesOf(run(evening, 1), place.path(QStringLiteral("out")), project), 1);
     QCOMPARE(place.tree(QStringLiteral("out")).keys(), QStringList(file));
     // A folder given with a slash at its end is the same folder.
-    QCOMPARE(writeRuns(run(evening, 0), place.path(QStringLiteral("out/")), project), 1);
+    QCOMPARE(filesOf(run(evening, 0), place.path(QStringLiteral("out/")), project), 1);
     QCOMPARE(place.tree(QStringLiteral("out")).keys(), QStringList(file));
 }
 
@@ -153,11 +160,30 @@ void TestCsvRuns::namesInTheUsersZone()
     ::tzset();
     const Workspace place;
     QCOMPARE(
-        writeRuns(run(evening, 0) + run(1561975200, 0), place.makeFolder(QStringLiteral("out")), QString()),
-        2);
+        filesOf(run(evening, 0) + run(1561975200, 0), place.makeFolder(QStringLiteral("out")), QString()), 2);
     QCOMPARE(place.tree(QStringLiteral("out")).keys(),
              QStringList({QStringLiteral("kelpora360_20190221-214600.csv"),
                           QStringLiteral("kelpora360_20190701-120000.csv")}));
+}
+
+void TestCsvRuns::aCutOffDumpKeepsAnOlderFile()
+{
+    const Workspace place;
+    const QString folder = place.makeFolder(QStringLiteral("out"));
+    QCOMPARE(filesOf(run(evening, 20), folder, {}), 1);
+    const QMap<QString, QByteArray> before = place.tree(QStringLiteral("out"));
+
+    // The first run ended within the dump, the second one may not have.
+    const RunFiles files = writeRuns(run(evening - 3600, 2) + run(evening, 5), folder, {}, false);
+    QCOMPARE(files.written, 1);
+    QCOMPARE(files.failed, 1);
+    QCOMPARE(place.read(QStringLiteral("out/") + before.firstKey()), before.first());
+    QCOMPARE(place.tree(QStringLiteral("out")).size(), 2);
+
+    // Where nothing stands yet, what had arrived is kept.
+    const RunFiles fresh = writeRuns(run(evening + 3600, 5), folder, {}, false);
+    QCOMPARE(fresh.written, 1);
+    QCOMPARE(fresh.failed, 0);
 }
 
 void TestCsvRuns::theSameInEveryLocale()
@@ -179,7 +205,7 @@ void TestCsvRuns::entriesBeforeTheFirstStartAreLost()
 {
     const Workspace place;
     const QStringList early{entry(1, evening, 1), entry(2, evening, 2, photo)};
-    QCOMPARE(writeRuns(early + run(evening, 1), place.makeFolder(QStringLiteral("out")), QString()), 1);
+    QCOMPARE(filesOf(early + run(evening, 1), place.makeFolder(QStringLiteral("out")), QString()), 1);
     QCOMPARE(place.read(QStringLiteral("out/kelpora360_20190221-204600.csv")),
              heading() + "1,2,2019-02-21 20:46:45,1550782005,1,v,1.5,20,270,-3,4\r\n");
 }
@@ -192,7 +218,7 @@ void TestCsvRuns::otherLinesOfADump()
     lines.append(dataset(6, 0, 16));
     // Its number may lie below the start's after a wrap of the log.
     lines.append(entry(2, evening, 3));
-    QCOMPARE(writeRuns(lines, place.makeFolder(QStringLiteral("out")), QString()), 1);
+    QCOMPARE(filesOf(lines, place.makeFolder(QStringLiteral("out")), QString()), 1);
     QCOMPARE(place.read(QStringLiteral("out/kelpora360_20190221-204600.csv")),
              heading() + "1,6,2019-02-21 19:46:24,1550778384,-3620, ,1.5,20,270,-3,4\r\n"
                          "-3,2,2019-02-21 20:46:47,1550782007,3,v,1.5,20,270,-3,4\r\n");
@@ -213,7 +239,7 @@ void TestCsvRuns::noStartWritesNoFile()
     QFETCH(QStringList, lines);
 
     const Workspace place;
-    QCOMPARE(writeRuns(lines, place.makeFolder(QStringLiteral("out")), QString()), 0);
+    QCOMPARE(filesOf(lines, place.makeFolder(QStringLiteral("out")), QString()), 0);
     QCOMPARE(place.tree(QStringLiteral("out")).size(), 0);
 }
 
@@ -221,7 +247,7 @@ void TestCsvRuns::twoRunsInAMinuteLeaveTheSecond()
 {
     const Workspace place;
     const QStringList lines = run(evening, 3) + run(evening + 10, 1);
-    QCOMPARE(writeRuns(lines, place.makeFolder(QStringLiteral("out")), QString()), 2);
+    QCOMPARE(filesOf(lines, place.makeFolder(QStringLiteral("out")), QString()), 2);
     const QMap<QString, QByteArray> second{
         {QStringLiteral("kelpora360_20190221-204600.csv"),
          heading() + "1,2,2019-02-21 20:46:55,1550782015,1,v,1.5,20,270,-3,4\r\n"}};
@@ -233,7 +259,7 @@ void TestCsvRuns::anExistingFileIsReplaced()
     const Workspace place;
     place.write(QStringLiteral("out/kelpora360_20190221-204600.csv"), QByteArray(100000, 'x'));
     place.write(QStringLiteral("out/kelpora360_20190221-204700.csv"), "another");
-    QCOMPARE(writeRuns(run(evening, 0), place.path(QStringLiteral("out")), QString()), 1);
+    QCOMPARE(filesOf(run(evening, 0), place.path(QStringLiteral("out")), QString()), 1);
     QCOMPARE(place.read(QStringLiteral("out/kelpora360_20190221-204600.csv")), heading());
     QCOMPARE(place.read(QStringLiteral("out/kelpora360_20190221-204700.csv")), QByteArray("another"));
     QCOMPARE(place.tree(QStringLiteral("out")).size(), 2);
@@ -263,7 +289,7 @@ void TestCsvRuns::aFileThatCannotBeBegun()
     place.makeFolder(QStringLiteral("taken/kelpora360_%1.csv").arg(evening_name));
     const QMap<QString, QByteArray> before = place.tree(QString());
     const MessageLog log;
-    QCOMPARE(writeRuns(run(evening, 2), place.path(folder), project), 0);
+    QCOMPARE(filesOf(run(evening, 2), place.path(folder), project), 0);
     QCOMPARE(place.tree(QString()), before);
     QCOMPARE(MessageLog::lines(QStringLiteral("warning")).size(), 1);
     QVERIFY(MessageLog::lines(QStringLiteral("warning"))
@@ -277,7 +303,7 @@ void TestCsvRuns::oneRunThatCannotBeWrittenLosesNoOther()
     place.makeFolder(QStringLiteral("out/kelpora360_%1.csv").arg(evening_name));
     const QStringList lines = run(evening - 3600, 1) + run(evening, 5) + run(evening + 3600, 1);
     const MessageLog log;
-    QCOMPARE(writeRuns(lines, place.path(QStringLiteral("out")), QString()), 2);
+    QCOMPARE(filesOf(lines, place.path(QStringLiteral("out")), QString()), 2);
     QCOMPARE(place.tree(QStringLiteral("out")).keys(),
              QStringList({QStringLiteral("kelpora360_20190221-194600.csv"),
                           QStringLiteral("kelpora360_20190221-214600.csv")}));
@@ -292,7 +318,7 @@ void TestCsvRuns::aReadOnlyVolume()
     place.write(QStringLiteral("out/kelpora360_20190221-204600.csv"), "before");
     QVERIFY(volume.makeReadOnly());
     const MessageLog log;
-    QCOMPARE(writeRuns(run(evening, 1), place.path(QStringLiteral("out")), QString()), 0);
+    QCOMPARE(filesOf(run(evening, 1), place.path(QStringLiteral("out")), QString()), 0);
     QCOMPARE(MessageLog::lines(QStringLiteral("warning")).size(), 1);
     QCOMPARE(place.read(QStringLiteral("out/kelpora360_20190221-204600.csv")), QByteArray("before"));
 }
@@ -305,7 +331,7 @@ void TestCsvRuns::aFullVolumeLeavesNoHalfFile()
     // The second run doesn't fit; the third does again, once what there was of the second is gone.
     const QStringList lines = run(evening - 3600, 10) + run(evening, 5000) + run(evening + 3600, 10);
     const MessageLog log;
-    QCOMPARE(writeRuns(lines, place.path(QStringLiteral("out")), QString()), 2);
+    QCOMPARE(filesOf(lines, place.path(QStringLiteral("out")), QString()), 2);
     QCOMPARE(MessageLog::lines(QStringLiteral("warning")).size(), 1);
     QVERIFY(MessageLog::lines(QStringLiteral("warning")).first().contains(evening_name));
     const QMap<QString, QByteArray> files = place.tree(QStringLiteral("out"));
@@ -323,7 +349,7 @@ void TestCsvRuns::aFullVolumeKeepsTheFileOfThatName()
     const QByteArray before = "an earlier download\r\n";
     place.write(QStringLiteral("out/kelpora360_20190221-204600.csv"), before);
     const MessageLog log;
-    QCOMPARE(writeRuns(run(evening, 5000), place.path(QStringLiteral("out")), QString()), 0);
+    QCOMPARE(filesOf(run(evening, 5000), place.path(QStringLiteral("out")), QString()), 0);
     QCOMPARE(place.tree(QStringLiteral("out")),
              (QMap<QString, QByteArray>{{QStringLiteral("kelpora360_20190221-204600.csv"), before}}));
 }
@@ -335,7 +361,7 @@ void TestCsvRuns::aReaderNeverMeetsAHalfFile()
     constexpr int entries = 3000;
     const QStringList lines = run(evening, entries);
     // Both whole contents that the name may stand for.
-    QCOMPARE(writeRuns(lines, folder, QString()), 1);
+    QCOMPARE(filesOf(lines, folder, QString()), 1);
     const QString name = QStringLiteral("out/kelpora360_20190221-204600.csv");
     const QByteArray whole = place.read(name);
     QCOMPARE(whole.count('\n'), 1 + entries);
@@ -365,7 +391,7 @@ void TestCsvRuns::aReaderNeverMeetsAHalfFile()
         std::this_thread::yield();
     int files = 0;
     for (int i = 0; i < 10; ++i) {
-        files += writeRuns(lines, folder, QString());
+        files += filesOf(lines, folder, QString());
         if (i % 2 == 0)
             QFile::remove(place.path(name));
     }

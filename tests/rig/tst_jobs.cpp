@@ -150,6 +150,7 @@ private slots:
     void cutOffDumps();
     void anExistingFileIsReplaced();
     void anUnwritableFolder();
+    void aDamagedDatasetIsMissed();
     void aFullDisk();
     void noReaderMeetsAHalfWrittenFile();
 };
@@ -483,7 +484,7 @@ void TestJobs::noDestination()
     Told told;
     DataDownload(told.request(), QString(), QString()).run();
     QCOMPARE(told.all, QStringList{"0,1,1 Error: Please choose destination"});
-    QVERIFY(MessageLog::lines().contains(QStringLiteral("warning: Data: Please choose destination")));
+    QVERIFY(MessageLog::lines().contains(QStringLiteral("info: Data: Please choose destination")));
     QCOMPARE(rig.received(), std::string());
 }
 
@@ -567,11 +568,31 @@ void TestJobs::anUnwritableFolder()
     Told told;
     QStringList shown;
     makeJob(QStringLiteral("download"), told.request(), &shown, file)->run();
-    QCOMPARE(told.all.last(), "0,2,2 Wrote 4 records to 0 files in " + file);
+    QCOMPARE(told.all.last(),
+             "0,2,2 Error: Not every file could be written. Wrote 4 records to 0 files in " + file);
     QCOMPARE(workspace.read(QStringLiteral("file")), QByteArray("kept"));
     QCOMPARE(
         MessageLog::lines(QStringLiteral("warning")).filter(QStringLiteral("Data: Could not write")).size(),
         1);
+}
+
+void TestJobs::aDamagedDatasetIsMissed()
+{
+    Faults faults;
+    // The third answer of a run is a dataset: the greeting has none, the count has one.
+    faults.badChecksumEvery = 3;
+    SimulatedRig rig(rigWith(faults));
+    const Workspace workspace;
+    const QString folder = workspace.makeFolder(QStringLiteral("logs"));
+    const MessageLog log;
+    Told told;
+    QStringList shown;
+    makeJob(QStringLiteral("download"), told.request(), &shown, folder)->run();
+    QVERIFY2(told.all.last().startsWith("0,2,2 Error: The controller did not send all data. Wrote "),
+             qPrintable(told.all.last()));
+    QVERIFY(!MessageLog::lines(QStringLiteral("warning"))
+                 .filter(QStringLiteral("Damaged line skipped: $PSEA"))
+                 .isEmpty());
 }
 
 void TestJobs::aFullDisk()
@@ -588,7 +609,8 @@ void TestJobs::aFullDisk()
     QStringList shown;
     const QString folder = workspace.path(QStringLiteral("disk"));
     makeJob(QStringLiteral("download"), told.request(), &shown, folder)->run();
-    QCOMPARE(told.all.last(), "0,2,2 Wrote 2001 records to 0 files in " + folder);
+    QCOMPARE(told.all.last(),
+             "0,2,2 Error: Not every file could be written. Wrote 2001 records to 0 files in " + folder);
     QCOMPARE(workspace.tree(QStringLiteral("disk")).size(), 1);
     QCOMPARE(workspace.read(name), old);
 }
