@@ -1,6 +1,7 @@
 """The accessibility bus (AT-SPI 2), asked directly: a client library's cache would lag behind the window."""
 
 import functools
+import os
 
 import gi
 
@@ -71,7 +72,10 @@ class Accessible:
 
     def place(self):
         """Left, top, width and height on the screen."""
-        return self._call("org.a11y.atspi.Component", "GetExtents", "(u)", _SCREEN)[0]
+        # The toolkit tells its own pixels, whatever they were scaled by.
+        scale = float(os.environ.get("QT_SCALE_FACTOR", "1"))
+        place = self._call("org.a11y.atspi.Component", "GetExtents", "(u)", _SCREEN)[0]
+        return tuple(round(scale * length) for length in place)
 
     def text(self):
         return self._call("org.a11y.atspi.Text", "GetText", "(ii)", 0, -1)[0]

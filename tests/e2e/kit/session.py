@@ -30,12 +30,13 @@ _MOUNT_WRAPPERS = [
 ]
 
 
-def enter(screen=True):
-    """Returns inside the session; `screen` False keeps the display that the user sits at."""
+def enter(screen=True, size="1280x1024"):
+    """Returns inside the session; `screen` False keeps the display that the user sits at, else there is a virtual
+    one of `size`."""
     if _INSIDE in os.environ:
         _adopt_orphans()
         if not why_not():
-            _start(screen)
+            _start(screen, size)
         return
     wrapper = []
     mode = os.environ.get(MODE) or "mounted"
@@ -137,7 +138,7 @@ def _signal(pid, sign):
         pass
 
 
-def _start(screen):
+def _start(screen, size):
     if not screen:
         return
     # Nothing of the user's desktop may steer the window.
@@ -150,7 +151,7 @@ def _start(screen):
                        "XDG_CACHE_HOME": os.path.join(runtime, "cache"),
                        "XDG_CONFIG_HOME": os.path.join(runtime, "config")})
     os.environ["DISPLAY"] = ":" + _answer("the screen", lambda out: [
-        "Xvfb", "-displayfd", out, "-screen", "0", "1280x1024x24", "-nolisten", "tcp", "-noreset"])
+        "Xvfb", "-displayfd", out, "-screen", "0", size + "x24", "-nolisten", "tcp", "-noreset"])
     os.environ["DBUS_SESSION_BUS_ADDRESS"] = _answer("the session bus", lambda out: [
         "dbus-daemon", "--session", "--nofork", "--print-address", out])
     quiet = {"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}

@@ -1,0 +1,147 @@
+#!/usr/bin/python3
+"""Folders and files chosen in dialogs that really open. Where the platform has none the toolkit draws its own,
+so that the dialogs are the same on every machine."""
+
+import os
+import xml.etree.ElementTree as ET
+
+from kit import expected, recordings, testing
+from kit.popups import FileDialog
+
+SOURCE = "Choose a directory"
+DESTINATION = "Choose the target directory"
+TEMPLATE = "Select a stitching template"
+
+
+def entry(folder):
+    return "{0} ({0})".format(folder)
+
+
+class Choosers(testing.WindowTest):
+    def new_folder(self, name):
+        path = os.path.join(self.folder, name)
+        os.makedirs(path)
+        return path
+
+    def choose(self, window, button, title, path):
+        window.press(button)
+        FileDialog(self.program, title).choose(path)
+
+    def choices(self, window):
+        return [window.choice("Card {}".format(card)) for card in (1, 2, 3)]
+
+    def wait_choices(self, window, wanted):
+        try:
+            self.wait_until(lambda: self.choices(window) == wanted, 5, "the cards")
+        except TimeoutError:
+            self.assertEqual(self.choices(window), wanted)
+
+    def wait_folder(self, window, wanted):
+        try:
+            self.wait_until(lambda: window.text("Folder") == wanted, 5, "the folder")
+        except TimeoutError:
+            self.assertEqual(window.text("Folder"), wanted)
+
+    def wait_template(self, window, wanted):
+        try:
+            self.wait_until(lambda: window.choice("Template") == wanted, 5, "the template")
+        except TimeoutError:
+            self.assertEqual(window.choice("Template"), wanted)
+
+    def test_a_chosen_destination_is_used(self):
+        chosen = self.new_folder("50% of the reef")
+        cards = self.insert_cards()
+        recordings.write(cards[1], "CLIP0001.MOV", b"clip")
+        window = self.start()
+        self.choose(window, "Folder ...", DESTINATION, chosen)
+        self.wait_folder(window, chosen)
+        window.press("Copy Files")
+        self.summaries(window)
+        self.assertEqual(recordings.tree(chosen)["CLIP0001_cam1.MOV"], b"clip")
+        self.assertEqual(recordings.tree(self.destination), {})
+        window.wait_bright("Exit")
+        self.assertEqual(self.exit(window), 0)
+
+    def test_a_dialog_can_be_cancelled_and_opened_again(self):
+        chosen = self.new_folder("chosen")
+        window = self.start()
+        window.press("Folder ...")
+        FileDialog(self.program, DESTINATION).cancel()
+        self.assertEqual(window.text("Folder"), self.destination)
+        self.choose(window, "Folder ...", DESTINATION, chosen)
+        self.wait_folder(window, chosen)
+
+    def test_chosen_sources_are_copied_and_keep_the_other_choices(self):
+        cards = self.insert_cards()
+        backup = self.new_folder("a card's backup")
+        other = self.new_folder("other")
+        recordings.fill(backup, 1)
+        recordings.fill(other, 3)
+        recordings.fill(cards[2], 2)
+        window = self.start()
+        self.choose(window, "Card 1 ...", SOURCE, backup)
+        self.wait_choices(window, [entry(backup), entry(cards[2]), entry(cards[3])])
+        self.choose(window, "Card 3 ...", SOURCE, other)
+        self.wait_choices(window, [entry(backup), entry(cards[2]), entry(other)])
+        wanted = expected.Destination()
+        counts = wanted.add_import({1: backup, 2: cards[2], 3: other})
+        window.press("Copy Files")
+        self.assertEqual(self.summaries(window),
+                         ["Copied {}/{} videos and {}/{} photos.".format(*counts[card]) for card in (1, 2, 3)])
+        found = recordings.tree(self.destination)
+        found.pop("Kelpora360.log", None)
+        self.assertEqual(sorted(found), sorted(wanted.files))
+        self.assertEqual([name for name in found if found[name] != wanted.files[name]], [])
+        window.wait_bright("Exit")
+        window.press("Refresh Cards")
+        self.wait_choices(window, [entry(cards[card]) for card in (1, 2, 3)])
+
+    def test_a_card_without_a_choice_takes_the_new_folder_too(self):
+        cards = {card: self.reader.insert("KELPORA360_{}".format(card)) for card in (1, 2)}
+        chosen = self.new_folder("chosen")
+        window = self.start()
+        self.wait_choices(window, [entry(cards[1]), entry(cards[2]), ""])
+        self.choose(window, "Card 1 ...", SOURCE, chosen)
+        self.wait_choices(window, [entry(chosen), entry(cards[2]), entry(chosen)])
+
+    def test_a_chosen_template_is_used(self):
+        cards = self.insert_cards()
+        for card, folder in cards.items():
+            recordings.fill(folder, card)
+        recordings.write(self.program.templates, "Installed.kava", self.sample("Rig.kava"))
+        mine = self.new_folder("my templates")
+        template = self.sample("Rig.kava").replace(b'name="', b'name="mine ')
+        for name, data in (("Mine.kava", template), ("Mine.jpg", self.sample("Rig.jpg"))):
+            recordings.write(mine, name, data)
+        window = self.start()
+        self.assertEqual(window.choice("Template"), "Installed")
+        path = os.path.join(mine, "Mine.kava")
+        self.choose(window, "Template ...", TEMPLATE, path)
+        self.wait_template(window, path)
+        angles = {camera: {"yaw": "-0", "pitch": "0", "roll": "-90", "offset_x": "-20", "offset_y": "0"}
+                  for camera in (1, 2, 3)}
+        wanted = expected.Destination(template, self.sample("Rig.jpg"), angles)
+        wanted.add_import(cards)
+        window.press("Copy Files")
+        self.summaries(window)
+        window.wait_bright("Exit")
+        found = recordings.tree(self.destination)
+        for name, project in wanted.projects.items():
+            self.assertEqual(expected.canonical(ET.fromstring(found[name])), expected.canonical(project), name)
+        # An import leaves a template that was chosen elsewhere in the templates folder.
+        window.press("Refresh Templates")
+        self.wait_template(window, "Mine")
+
+    def test_a_chosen_template_goes_when_the_list_is_read_again(self):
+        recordings.write(self.program.templates, "Installed.kava", self.sample("Rig.kava"))
+        path = os.path.join(self.new_folder("my templates"), "Mine.kava")
+        recordings.write(os.path.dirname(path), "Mine.kava", self.sample("Rig.kava"))
+        window = self.start()
+        self.choose(window, "Template ...", TEMPLATE, path)
+        self.wait_template(window, path)
+        window.press("Refresh Templates")
+        self.wait_template(window, "Installed")
+
+
+if __name__ == "__main__":
+    testing.main()
