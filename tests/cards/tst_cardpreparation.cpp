@@ -1,8 +1,8 @@
 #include "app/appcontroller.h"
 #include "cards/cardpreparation.h"
 #include "cards/platformerase.h"
-#include "tests/support/plainuser.h"
 #include "tests/support/messagelog.h"
+#include "tests/support/plainuser.h"
 #include "tests/support/testmain.h"
 #include "tests/support/workspace.h"
 
