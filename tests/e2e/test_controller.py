@@ -96,7 +96,7 @@ class ControllerTest(testing.WindowTest):
         self.wait_until(lambda: self.window.beside("Firmware:") != "-", 5, "the firmware")
         self.assertEqual(self.rows(), shown)
         self.assertEqual(self.window.is_checked("LED is on while recording"), led)
-        self.assertEqual(self.window.find("combo box", "E1 Firmware").children()[0].text(), generation)
+        self.assertEqual(self.window.choice("E1 Firmware"), generation)
 
     def rows(self):
         return {row: self.window.beside(row) for row in SHOWN}
@@ -112,7 +112,7 @@ class ControllerTest(testing.WindowTest):
         window.find("slider", "Photo interval").act("Increase")
         window.find("slider", "Photo timeout").set_value(35)
         window.choose("E1 Firmware", 1)
-        self.wait_until(lambda: window.find("combo box", "E1 Firmware").children()[0].text() == "0.29", 5, "0.29")
+        self.wait_until(lambda: window.choice("E1 Firmware") == "0.29", 5, "0.29")
         self.finish("Settings", "Save Settings", "Success. Settings saved.", SAVE)
         self.read({**SHOWN, "Video interval": "0.7 seconds", "Photo interval": "13 seconds",
                    "Photo timeout": "35 minutes"}, True, "0.29")
