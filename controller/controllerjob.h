@@ -18,7 +18,7 @@ struct ControllerRequest
 };
 
 /// A job on the controller: opens the port, greets the controller so that it sounds, works, closes the port.
-/// Every path ends with exactly one final report.
+/// Every path ends with one report at its maximum; a failure told below it is repeated there.
 class ControllerJob
 {
     Q_DISABLE_COPY(ControllerJob)
