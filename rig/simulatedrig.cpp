@@ -17,9 +17,9 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 /// How often to look whether the program has read all before the cable is pulled, and how many looks in a
-/// row must find nothing: bytes take a moment from the far end to the near end.
+/// row must find nothing: on a busy machine bytes take a while from the far end to the near end.
 constexpr milliseconds lookGap{5};
-constexpr int quietLooksWanted = 4;
+constexpr int quietLooksWanted = 20;
 
 } // namespace
 
