@@ -2,6 +2,7 @@
 
 #include "app/paths.h"
 #include "app/settings.h"
+#include "app/threadpriority.h"
 #include "cards/cardpreparation.h"
 #include "cards/drives.h"
 #include "cards/filecopy.h"
@@ -110,6 +111,8 @@ void AppController::copyFiles(QString card1, QString card2, QString card3, QStri
     for (const QString &card : {card1, card2, card3}) {
         ++cardIndex;
         QtConcurrent::run([this, cardIndex, card, targetDir, templatePath, projectName] {
+            // Three cards fill every core; a window that waits for its turn looks hung.
+            lowerThreadPriority();
             copyFilesWorker(cardIndex, card, targetDir, templatePath, projectName);
         });
     }

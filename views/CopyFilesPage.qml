@@ -34,9 +34,14 @@ FormPage {
 
     /// Shows the progress of card 1, 2 or 3; other numbers are ignored.
     function showProgress(cardNumber, from, to, value, text) {
-        const rows = [card1Progress, card2Progress, card3Progress]
-        if (cardNumber >= 1 && cardNumber <= rows.length)
-            rows[cardNumber - 1].show(from, to, value, text)
+        if (cardNumber >= 1 && cardNumber <= pace.rows.length)
+            pace.show(cardNumber - 1, from, to, value, text)
+    }
+
+    ProgressPace {
+        id: pace
+
+        rows: [card1Progress, card2Progress, card3Progress]
     }
 
     Heading { text: "Source:" }

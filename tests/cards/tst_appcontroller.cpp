@@ -11,11 +11,13 @@
 #include <QElapsedTimer>
 #include <QJsonObject>
 #include <QMetaMethod>
+#include <QMutex>
 #include <QRegularExpression>
 #include <QThread>
 #include <QThreadPool>
 #include <QTimer>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -23,6 +25,10 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+
+#ifdef Q_OS_LINUX
+#include <sys/resource.h>
+#endif
 
 namespace {
 
@@ -151,6 +157,7 @@ private slots:
     void roomForFourJobs();
     void threeImportsRunAtTheSameTime();
     void reportsReachTheMainThreadInOrder();
+    void importsGiveWayToTheWindow();
     void argumentsOfAReport();
     void theFirstImportStartsInTheLog();
     void slotsThatAreLeftEmpty_data();
@@ -371,6 +378,29 @@ void TestAppController::reportsReachTheMainThreadInOrder()
                           QStringLiteral("0 1 2 Copied ") + path + QStringLiteral(" correctly."),
                           QStringLiteral("0 1 1 Copied 1/1 videos and 0/0 photos.")}));
     QCOMPARE(queued.value(2), QStringList{QStringLiteral("0 0 0 Error: Please choose source")});
+}
+
+void TestAppController::importsGiveWayToTheWindow()
+{
+#ifdef Q_OS_LINUX
+    const Workspace workspace;
+    AppController controller;
+    QList<int> niceness;
+    QMutex mutex;
+    connect(
+        &controller, &AppController::updateCardProgress, this,
+        [&] {
+            const QMutexLocker lock(&mutex);
+            niceness.append(::getpriority(PRIO_PROCESS, 0));
+        },
+        Qt::DirectConnection);
+    import(controller, {QString(), QString(), QString()}, workspace.path(QStringLiteral("dst")));
+    const int lowest = 19;
+    const int expected = std::min(::getpriority(PRIO_PROCESS, 0) + 10, lowest);
+    QCOMPARE(niceness, (QList<int>{expected, expected, expected}));
+#else
+    QSKIP("Read from the system as Linux tells it");
+#endif
 }
 
 void TestAppController::argumentsOfAReport()

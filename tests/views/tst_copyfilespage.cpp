@@ -107,6 +107,7 @@ private slots:
     void progressOfOtherNumbersIsIgnored_data();
     void progressOfOtherNumbersIsIgnored();
     void theLastReportsOfThreeCardsEndTheImport();
+    void reportsInQuickSuccession();
 };
 
 void TestCopyFilesPage::theWindow()
@@ -594,6 +595,41 @@ void TestCopyFilesPage::theLastReportsOfThreeCardsEndTheImport()
     view.updateCardProgress(2, 0, 5, 2, QStringLiteral("Copying /media/b/CLIP0001.MOV"));
     QCOMPARE(flags(view), (QList<bool>{false, true, false}));
     QCOMPARE(view.property(QStringLiteral("exitButton"), "enabled").toBool(), false);
+}
+
+void TestCopyFilesPage::reportsInQuickSuccession()
+{
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    const auto text = [&view](int card) {
+        return view.property(QStringLiteral("card%1ProgressText").arg(card), "text").toString();
+    };
+    const auto value = [&view](int card) {
+        return view.property(QStringLiteral("card%1ProgressBar").arg(card), "value").toInt();
+    };
+    view.call("copyFilesClicked");
+    for (int file = 1; file <= 500; ++file) {
+        view.updateCardProgress(1, 0, 501, file, QStringLiteral("Copying %1").arg(file));
+        view.updateCardProgress(3, 0, 501, file, QStringLiteral("Copying %1").arg(file));
+    }
+    // Not every one of them is drawn, but the last one is, soon.
+    QVERIFY(value(1) < 500);
+    QTRY_COMPARE_WITH_TIMEOUT(value(1), 500, 1000);
+    QCOMPARE(text(1), QStringLiteral("Copying 500"));
+    QCOMPARE(value(3), 500);
+    QCOMPARE(flags(view), (QList<bool>{true, true, true}));
+
+    // An end is shown at once, and nothing that was said before it comes after it.
+    for (int file = 1; file <= 500; ++file)
+        view.updateCardProgress(1, 0, 501, file, QStringLiteral("Copying %1").arg(file));
+    view.updateCardProgress(1, 0, 1, 1, QStringLiteral("Copied 501/501 videos and 0/0 photos."));
+    QCOMPARE(text(1), QStringLiteral("Copied 501/501 videos and 0/0 photos."));
+    QCOMPARE(flags(view), (QList<bool>{false, true, true}));
+    QTest::qWait(300);
+    QCOMPARE(text(1), QStringLiteral("Copied 501/501 videos and 0/0 photos."));
+    QCOMPARE(value(1), 1);
 }
 
 QTEST_MAIN(TestCopyFilesPage)

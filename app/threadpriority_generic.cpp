@@ -1,0 +1,8 @@
+#include "app/threadpriority.h"
+
+#include <QThread>
+
+void lowerThreadPriority()
+{
+    QThread::currentThread()->setPriority(QThread::LowPriority);
+}
