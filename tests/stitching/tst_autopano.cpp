@@ -354,6 +354,8 @@ void TestAutopano::photoNames_data()
         {"A_n_cam1.DNGB_n_cam1.DNG", "A_n_cam2.DNGB_n_cam2.DNG", "A_n_cam3.DNGB_n_cam3.DNG"});
     row("the other extension is left alone", "day/A.JPG.DNG", "", "day/A.JPG_giga.DNG.pano",
         {"A.JPG_cam1.DNG", "A.JPG_cam2.DNG", "A.JPG_cam3.DNG"});
+    row("an extension in lower case is not found", "day/img.dng", "reef", "day/img.dng",
+        {"img.dng", "img.dng", "img.dng"});
     row("a placeholder in the name is filled too", "day/A.JPG", "a%2b", "day/A_a.JPGb_giga.JPG.pano",
         {"A_a.JPGb_cam1.JPG", "A_a.JPGb_cam2.JPG", "A_a.JPGb_cam3.JPG"});
 }
