@@ -21,19 +21,6 @@ bool isLink(const QString &path)
     return QFileInfo(path).isSymLink();
 }
 
-/// Opens a file for reading and writing without emptying it; writes `text` at its start. True if it opened.
-/// A symbolic link is never opened: it could lead out of the card.
-bool writeAtStart(const QString &path, const QByteArray &text = {})
-{
-    if (isLink(path))
-        return false;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadWrite))
-        return false;
-    file.write(text);
-    return true;
-}
-
 } // namespace
 
 CardPreparation::CardPreparation(int card, QString root, ProgressReport report)
@@ -57,6 +44,8 @@ void CardPreparation::run(bool erase, bool createSyncConfig)
         report_({0, 2, 1, QStringLiteral("Erasing")});
         eraseCard();
         status = QStringLiteral("Erased");
+        if (!QDir(root_).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot))
+            warn("Card %1: not everything could be removed from %2.");
         log("Erased card %1 (%2)");
     }
     if (createSyncConfig) {
@@ -67,8 +56,19 @@ void CardPreparation::run(bool erase, bool createSyncConfig)
     }
     writeMarkers();
     // The card may be pulled as soon as it says that it is ready.
-    static_cast<void>(flush.finish({QDir(root_).filePath(labelFile)}, StopFlag()));
+    if (!flush.finish({QDir(root_).filePath(labelFile)}, StopFlag()) || !written_)
+        warn("Card %1: not everything could be written to %2.");
     report_({0, 2, 2, status});
+}
+
+/// Opens a file for reading and writing without emptying it; writes `text` at its start. True if it opened.
+/// A symbolic link is never opened: it could lead out of the card.
+bool CardPreparation::writeAtStart(const QString &path, const QByteArray &text)
+{
+    QFile file(path);
+    const bool opened = !isLink(path) && file.open(QIODevice::ReadWrite);
+    written_ = opened && file.write(text) == text.size() && file.flush() && written_;
+    return opened;
 }
 
 void CardPreparation::eraseCard() const
@@ -86,21 +86,23 @@ void CardPreparation::eraseCard() const
         root.rmdir(folder);
 }
 
-void CardPreparation::writeSyncConfig() const
+void CardPreparation::writeSyncConfig()
 {
     const QDir root(root_);
     if (!root.exists(configFolder))
         root.mkdir(configFolder);
     const QString folder = root.filePath(configFolder);
     const QString path = QDir(folder).filePath(QStringLiteral("cfg"));
-    if (isLink(folder) || isLink(path))
+    if (isLink(folder) || isLink(path)) {
+        written_ = false;
         return;
+    }
     writeAtStart(path, "multi.auto_ena=1\nrecord.tl_enable=0\n");
     QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::ReadUser | QFileDevice::ReadGroup |
                                     QFileDevice::ReadOther);
 }
 
-void CardPreparation::writeMarkers() const
+void CardPreparation::writeMarkers()
 {
     const QDir root(root_);
     if (writeAtStart(root.filePath(QStringLiteral("360_0%1").arg(card_))))
@@ -121,8 +123,12 @@ void CardPreparation::writeMarkers() const
         log("Created AutoRun file on card %1 (%2)");
 }
 
-/// Logs `text` with %1 filled by the card's number and %2 by its folder.
 void CardPreparation::log(const char *text) const
 {
     qInfo().noquote() << QString::fromLatin1(text).arg(card_).arg(root_);
+}
+
+void CardPreparation::warn(const char *text) const
+{
+    qWarning().noquote() << QString::fromLatin1(text).arg(card_).arg(root_);
 }

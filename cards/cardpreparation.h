@@ -18,11 +18,15 @@ public:
 
 private:
     void eraseCard() const;
-    void writeSyncConfig() const;
-    void writeMarkers() const;
+    void writeSyncConfig();
+    void writeMarkers();
+    bool writeAtStart(const QString &path, const QByteArray &text = {});
+    /// Logs `text` with %1 filled by the card's number and %2 by its folder.
     void log(const char *text) const;
+    void warn(const char *text) const;
 
     int card_;
     QString root_;
     ProgressReport report_;
+    bool written_ = true; ///< everything so far
 };
