@@ -8,8 +8,8 @@
 #include <QFileInfo>
 #include <QLocale>
 #include <QSaveFile>
+#include <QSet>
 
-#include <memory>
 #include <utility>
 
 namespace {
@@ -21,34 +21,76 @@ QString runFileName(const Record &start, const QString &projectName)
                                  : QStringLiteral("kelpora360_%1_%2.csv").arg(projectName).arg(date);
 }
 
-/// The CSV file of one run; null while none is begun.
-using RunFile = std::unique_ptr<QSaveFile>;
-
-RunFile beginRun(const QString &path)
+/// Whether `content` is all that the file holds, and perhaps more.
+bool continues(const QByteArray &content, const QString &path)
 {
-    auto file = std::make_unique<QSaveFile>(path);
-    if (!file->open(QIODevice::WriteOnly)) {
-        qWarning().noquote() << "Data: Could not write" << path + QStringLiteral(": ") + file->errorString();
-        return nullptr;
-    }
-    file->write(Record::headingCSV().toUtf8());
-    return file;
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) && content.startsWith(file.readAll());
 }
 
-/// Gives the file of the run that ended its name.
-void endRun(RunFile *file, RunFiles *files)
+/// Writes the runs of one dump, each when it has ended.
+class RunWriter
 {
-    const RunFile ended = std::move(*file);
-    if (!ended)
-        return;
-    if (ended->commit()) {
-        ++files->written;
-        return;
+public:
+    /// A dump that isn't `complete` may lack lines in any run, which shift what follows them.
+    explicit RunWriter(bool complete)
+        : complete_(complete)
+    {
     }
-    ++files->failed;
-    qWarning().noquote() << "Data: Could not write"
-                         << ended->fileName() + QStringLiteral(": ") + ended->errorString();
-}
+
+    void begin(const QString &path)
+    {
+        path_ = path;
+        content_ = Record::headingCSV().toUtf8();
+        whole_ = true;
+    }
+
+    /// The entry that comes next doesn't follow the last one: a start may be among those that are missing.
+    void skip() { whole_ = false; }
+
+    void add(const Record &record)
+    {
+        if (!path_.isEmpty())
+            content_ += record.toCSV().toUtf8();
+    }
+
+    /// Gives the run that ended its file.
+    void end()
+    {
+        if (path_.isEmpty())
+            return;
+        if (!complete_ && !ours_.contains(path_) && QFileInfo::exists(path_) &&
+            !(whole_ && continues(content_, path_))) {
+            qWarning().noquote() << "Data: Kept the older" << path_;
+            ++files_.kept;
+        } else if (write()) {
+            ours_.insert(path_);
+            ++files_.written;
+        } else {
+            ++files_.failed;
+        }
+        path_.clear();
+    }
+
+    [[nodiscard]] const RunFiles &files() const { return files_; }
+
+private:
+    [[nodiscard]] bool write() const
+    {
+        QSaveFile file(path_);
+        if (file.open(QIODevice::WriteOnly) && file.write(content_) == content_.size() && file.commit())
+            return true;
+        qWarning().noquote() << "Data: Could not write" << path_ + QStringLiteral(": ") + file.errorString();
+        return false;
+    }
+
+    bool complete_;
+    QString path_; ///< empty while no run is begun
+    QByteArray content_;
+    bool whole_ = true;  ///< no entry missing so far
+    QSet<QString> ours_; ///< written from this dump: of two runs with one name the second replaces the first
+    RunFiles files_;
+};
 
 } // namespace
 
@@ -85,49 +127,52 @@ void DataDownload::work(PSEAComms &link)
     }
     report({0, 2, 1, QStringLiteral("Reading %1 datasets ...").arg(link.numData_)});
     QStringList lines;
-    // A damaged line may be noise; it was a dataset if one is missing in the end.
-    const bool complete = link.readData(lines) && (link.damagedLines_ == 0 || lines.size() >= link.numData_);
+    // A damaged line may have been noise, and an end message may come too early or not at all: what counts is
+    // whether all that was announced is here.
+    static_cast<void>(link.readData(lines));
+    const bool complete = lines.size() + link.unnumberedData_ >= link.numData_;
     const RunFiles files = writeRuns(lines, targetDir_, projectName_, complete);
-    QString text;
+    QStringList text;
+    if (!complete || files.failed > 0)
+        text << QStringLiteral("Error:");
     if (!complete)
-        text = QStringLiteral("Error: The controller did not send all data. ");
-    else if (files.failed > 0)
-        text = QStringLiteral("Error: Not every file could be written. ");
-    text += QStringLiteral("Wrote %1 records to %2 files in %3")
+        text << QStringLiteral("The controller did not send all data.");
+    if (files.kept > 0)
+        text << QStringLiteral("Older files were kept.");
+    if (files.failed > 0)
+        text << QStringLiteral("Not every file could be written.");
+    text << QStringLiteral("Wrote %1 records to %2 files in %3")
                 .arg(lines.size())
                 .arg(files.written)
                 .arg(targetDir_);
-    report({0, 2, 2, text});
+    report({0, 2, 2, text.join(QLatin1Char(' '))});
 }
 
 RunFiles writeRuns(const QStringList &lines, const QString &targetDir, const QString &projectName,
                    bool complete)
 {
-    RunFiles files;
-    RunFile file;
+    RunWriter runs(complete);
     int startNumber = 0;
     int startTime = 0;
+    int previous = 0;
     for (const QString &line : lines) {
         Record record(line);
+        if (!complete && record.type != 's' && record.number != previous + 1) {
+            qWarning("Data: Nothing between the datasets %d and %d.", previous, record.number);
+            runs.skip();
+        }
+        previous = record.number;
         if (record.type == 's') {
-            endRun(&file, &files);
+            runs.end();
             startNumber = record.number;
             startTime = record.timestamp;
-            file = beginRun(QDir(targetDir).filePath(runFileName(record, projectName)));
-            files.failed += file ? 0 : 1;
+            runs.begin(QDir(targetDir).filePath(runFileName(record, projectName)));
             continue;
         }
         record.correctTimestamp(startTime);
         record.number -= startNumber;
-        if (file)
-            file->write(record.toCSV().toUtf8());
+        runs.add(record);
     }
-    if (file && !complete && QFileInfo::exists(file->fileName())) {
-        qWarning().noquote() << "Data: Kept the older" << file->fileName();
-        file->cancelWriting();
-        ++files.failed;
-        file.reset();
-    }
-    endRun(&file, &files);
-    return files;
+    runs.end();
+    return runs.files();
 }

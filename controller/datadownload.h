@@ -21,15 +21,16 @@ private:
     QString projectName_;
 };
 
-/// How many runs got their file, and how many did not.
+/// What became of a dump's runs.
 struct RunFiles
 {
     int written = 0;
-    int failed = 0;
+    int failed = 0; ///< the file could not be written
+    int kept = 0;   ///< an older file was left alone
 };
 
 /// Writes a dump's lines into CSV files, one per run, in `targetDir`. Entries before the first start entry,
-/// and those of a run whose file can't be written, are dropped. Of a dump that is not `complete` the last run
-/// replaces no file: the one that stands there may be whole.
+/// and those of a run whose file can't be written, are dropped. A dump that is not `complete` replaces an
+/// older file only by a run without gaps that goes on from all that the older one holds.
 [[nodiscard]] RunFiles writeRuns(const QStringList &lines, const QString &targetDir,
                                  const QString &projectName, bool complete = true);

@@ -22,6 +22,9 @@ constexpr unsigned long dataFields = 9;
 constexpr qint32 defaultGeneration = 29;
 constexpr double leastVoltage = 0.5;
 
+/// No sentence is as long: so many bytes without a line end come from something else, and are a piece.
+constexpr qint64 longestPiece = 512;
+
 /// The longest wait between two looks at the stop flag.
 constexpr int sliceMs = 200;
 
@@ -193,7 +196,7 @@ bool PSEAComms::waitForData(int timeoutMs)
 {
     QElapsedTimer timer;
     timer.start();
-    while (!port_.canReadLine() && !interrupted()) {
+    while (!port_.canReadLine() && port_.bytesAvailable() < longestPiece && !interrupted()) {
         const qint64 before = port_.bytesAvailable();
         const int left = timeoutMs - static_cast<int>(timer.elapsed());
         if (left <= 0)
@@ -394,21 +397,22 @@ bool PSEAComms::readData(QStringList &lines)
     lastError_.clear();
     if (!send("$PSEADUMP"))
         return false;
-    damagedLines_ = 0;
-    bool begun = false;
-    // Silence, not the number of lines, ends a dump without its end message.
-    int fruitless = 0;
-    while (fruitless < readsPerAnswer && !interrupted()) {
+    unnumberedData_ = 0;
+    // Before the first data set four reads are the limit. After it, no number of lines ends a dump without
+    // its end message, but as much time as four silent reads take does.
+    int reads = 0;
+    QElapsedTimer sinceData;
+    const auto isLate = [&] {
+        return sinceData.isValid() ? sinceData.elapsed() >= readsPerAnswer * qint64{timeouts_.dump}
+                                   : reads >= readsPerAnswer;
+    };
+    while (!isLate() && !interrupted()) {
+        ++reads;
         const QString line = readLine(timeouts_.dump, piecesPerLine);
-        if (line.isEmpty() || !begun)
-            ++fruitless;
-        else
-            fruitless = 0;
-        Nmea sentence(line.toStdString());
         if (line.isEmpty())
             continue;
+        Nmea sentence(line.toStdString());
         if (!sentence.ChecksumValidate()) {
-            ++damagedLines_;
             qWarning().noquote() << "Damaged line skipped:" << line.trimmed();
             continue;
         }
@@ -416,13 +420,18 @@ bool PSEAComms::readData(QStringList &lines)
             qInfo("All data read");
             return true;
         }
-        if (!isSentence(sentence, "$PSEADATA", dataFields))
+        if (!isSentence(sentence, "$PSEADATA", 1))
             continue;
         const int number = sentence.FieldAsInt(1);
-        if (number < 1)
+        if (number < 1) {
+            ++unnumberedData_;
             continue;
-        begun = true;
-        fruitless = 0;
+        }
+        if (sentence.NumFields() < dataFields) {
+            qWarning().noquote() << "Short data set skipped:" << line.trimmed();
+            continue;
+        }
+        sinceData.start();
         emit newMessage(QStringLiteral("Reading dataset %1 of %2").arg(number).arg(numData_));
         lines.append(line);
     }

@@ -73,7 +73,8 @@ private slots:
     void names();
     void namesInTheUsersZone();
     void theSameInEveryLocale();
-    void aCutOffDumpKeepsAnOlderFile();
+    void whatADumpWithGapsReplaces_data();
+    void whatADumpWithGapsReplaces();
     void entriesBeforeTheFirstStartAreLost();
     void otherLinesOfADump();
     void noStartWritesNoFile_data();
@@ -166,24 +167,56 @@ void TestCsvRuns::namesInTheUsersZone()
                           QStringLiteral("kelpora360_20190701-120000.csv")}));
 }
 
-void TestCsvRuns::aCutOffDumpKeepsAnOlderFile()
+void TestCsvRuns::whatADumpWithGapsReplaces_data()
 {
+    QTest::addColumn<QStringList>("before");
+    QTest::addColumn<QStringList>("dump");
+    QTest::addColumn<int>("written");
+    QTest::addColumn<int>("kept");
+    QTest::addColumn<QStringList>("after"); // as a whole dump would write it
+    const QStringList nothing;
+    const QStringList first = run(evening, 20);
+    const QStringList second = run(evening + 3600, 20);
+    const auto begin = [&first](int lines) { return QStringList(first.mid(0, lines)); };
+    const auto without = [](QStringList lines, int index) {
+        lines.removeAt(index);
+        return lines;
+    };
+
+    QTest::newRow("where nothing stands, what had arrived is kept")
+        << nothing << begin(6) << 1 << 0 << begin(6);
+    QTest::newRow("a run cut short replaces no longer one") << first << begin(6) << 0 << 1 << first;
+    QTest::newRow("a run cut short replaces a shorter one") << begin(4) << begin(18) << 1 << 0 << begin(18);
+    QTest::newRow("the same again") << first << first << 1 << 0 << first;
+    QTest::newRow("an entry is missing in the first of two runs")
+        << first + second << without(first, 10) + second << 1 << 1 << first + second;
+    QTest::newRow("an entry is missing and others have come")
+        << begin(15) << without(first, 10) << 0 << 1 << begin(15);
+    QTest::newRow("a start is missing, which puts two runs into one")
+        << first + second << without(first + second, 21) << 0 << 1 << first + second;
+    QTest::newRow("two runs of one name, the second replaces the first")
+        << nothing << run(evening, 3) + run(evening + 1, 2) << 2 << 0 << run(evening + 1, 2);
+}
+
+void TestCsvRuns::whatADumpWithGapsReplaces()
+{
+    QFETCH(QStringList, before);
+    QFETCH(QStringList, dump);
+    QFETCH(int, written);
+    QFETCH(int, kept);
+    QFETCH(QStringList, after);
     const Workspace place;
+    filesOf(after, place.makeFolder(QStringLiteral("expected")), {});
     const QString folder = place.makeFolder(QStringLiteral("out"));
-    QCOMPARE(filesOf(run(evening, 20), folder, {}), 1);
-    const QMap<QString, QByteArray> before = place.tree(QStringLiteral("out"));
+    filesOf(before, folder, {});
 
-    // The first run ended within the dump, the second one may not have.
-    const RunFiles files = writeRuns(run(evening - 3600, 2) + run(evening, 5), folder, {}, false);
-    QCOMPARE(files.written, 1);
-    QCOMPARE(files.failed, 1);
-    QCOMPARE(place.read(QStringLiteral("out/") + before.firstKey()), before.first());
-    QCOMPARE(place.tree(QStringLiteral("out")).size(), 2);
-
-    // Where nothing stands yet, what had arrived is kept.
-    const RunFiles fresh = writeRuns(run(evening + 3600, 5), folder, {}, false);
-    QCOMPARE(fresh.written, 1);
-    QCOMPARE(fresh.failed, 0);
+    const MessageLog log;
+    const RunFiles files = writeRuns(dump, folder, {}, false);
+    QCOMPARE(place.tree(QStringLiteral("out")), place.tree(QStringLiteral("expected")));
+    QCOMPARE(files.written, written);
+    QCOMPARE(files.kept, kept);
+    QCOMPARE(files.failed, 0);
+    QCOMPARE(MessageLog::lines().filter(QStringLiteral("warning: Data: Kept the older")).size(), kept);
 }
 
 void TestCsvRuns::theSameInEveryLocale()

@@ -2,6 +2,7 @@
 #include "controller/datadownload.h"
 #include "controller/memoryjobs.h"
 #include "controller/settingsjobs.h"
+#include "rig/sentence.h"
 #include "tests/rig/rigtest.h"
 #include "tests/support/messagelog.h"
 #include "tests/support/volumes.h"
@@ -151,6 +152,9 @@ private slots:
     void anExistingFileIsReplaced();
     void anUnwritableFolder();
     void aDamagedDatasetIsMissed();
+    void whatCountsAsAllData_data();
+    void whatCountsAsAllData();
+    void anOlderFileStays();
     void aFullDisk();
     void noReaderMeetsAHalfWrittenFile();
 };
@@ -494,8 +498,8 @@ void TestJobs::cutOffDumps_data()
     QTest::addColumn<int>("kept");
     QTest::newRow("the cable is pulled after the third line") << 0 << 3;
     QTest::newRow("the controller falls silent after the third line") << 1 << 3;
-    QTest::newRow("there is no end message") << 2 << 8;
-    QTest::newRow("the program closes") << 3 << 8;
+    QTest::newRow("all but the end message came") << 2 << 8;
+    QTest::newRow("all but the end message came when the program closes") << 3 << 8;
 }
 
 void TestJobs::cutOffDumps()
@@ -530,8 +534,8 @@ void TestJobs::cutOffDumps()
         QVERIFY2(timer.elapsed() < 500 + endsWithinMs, qPrintable(QString::number(timer.elapsed())));
     QCOMPARE(told.all.filter(QStringLiteral("> Reading dataset")).size(), kept);
     QCOMPARE(told.all.last(),
-             QStringLiteral(
-                 "0,2,2 Error: The controller did not send all data. Wrote %1 records to %2 files in %3")
+             QStringLiteral("0,2,2 %1Wrote %2 records to %3 files in %4")
+                 .arg(kept == 8 ? QString() : QStringLiteral("Error: The controller did not send all data. "))
                  .arg(kept)
                  .arg(kept == 8 ? 2 : 1)
                  .arg(folder));
@@ -593,6 +597,68 @@ void TestJobs::aDamagedDatasetIsMissed()
     QVERIFY(!MessageLog::lines(QStringLiteral("warning"))
                  .filter(QStringLiteral("Damaged line skipped: $PSEA"))
                  .isEmpty());
+}
+
+void TestJobs::whatCountsAsAllData_data()
+{
+    QTest::addColumn<int>("announced");
+    QTest::addColumn<QStringList>("dump");
+    QTest::addColumn<QString>("report"); // up to the folder
+    const QString start = QStringLiteral("PSEADATA,1,1,1550782004,0,20,0,0,0,0");
+    const QString second = QStringLiteral("PSEADATA,2,10,3637,1,20,0,0,0,0");
+    const QString unnumbered = QStringLiteral("PSEADATA,0,10,3638,1,20,0,0,0,0");
+    const QString end = QStringLiteral("PSEAMSG,1,PSEADUMP,MEMORY,DATA END");
+    const QString missing = QStringLiteral("Error: The controller did not send all data. ");
+    using List = QStringList;
+
+    QTest::newRow("as many as announced") << 2 << List{start, second, end} << "Wrote 2 records to 1 files";
+    QTest::newRow("more than announced") << 1 << List{start, second, end} << "Wrote 2 records to 1 files";
+    QTest::newRow("the end comes too early")
+        << 3 << List{start, second, end} << missing + "Wrote 2 records to 1 files";
+    QTest::newRow("one of them has no number of its own")
+        << 3 << List{start, second, unnumbered, end} << "Wrote 2 records to 1 files";
+    QTest::newRow("one of them is too short")
+        << 3 << List{start, second, "PSEADATA,3,10,3638,1", end} << missing + "Wrote 2 records to 1 files";
+    QTest::newRow("nothing but the end") << 3 << List{end} << missing + "Wrote 0 records to 0 files";
+}
+
+void TestJobs::whatCountsAsAllData()
+{
+    QFETCH(int, announced);
+    QFETCH(QStringList, dump);
+    QFETCH(QString, report);
+    SimulatedRig rig(rigWith({}));
+    rig.answerInstead("PSEANUMDUMP", {makeSentence("PSEANUMDATA," + std::to_string(announced)) + "\r\n"});
+    std::vector<std::string> answer;
+    for (const QString &body : dump)
+        answer.push_back(makeSentence(body.toStdString()) + "\r\n");
+    rig.answerInstead("PSEADUMP", answer);
+    const Workspace workspace;
+    const QString folder = workspace.makeFolder(QStringLiteral("logs"));
+    const MessageLog log;
+    Told told;
+    DataDownload(told.request(), folder, {}).run();
+    QCOMPARE(told.all.last(), "0,2,2 " + report + " in " + folder);
+}
+
+void TestJobs::anOlderFileStays()
+{
+    const Workspace workspace;
+    const QString name = QStringLiteral("logs/kelpora360_20190221-224600.csv");
+    const MessageLog log;
+    const auto download = [&workspace](int unplugAfter) {
+        SimulatedRig rig(rigWith(make([unplugAfter](Faults &f) { f.unplugAfter = unplugAfter; }), 1, 20));
+        Told told;
+        DataDownload(told.request(), workspace.path(QStringLiteral("logs")), {}).run();
+        return told.all.last();
+    };
+    workspace.makeFolder(QStringLiteral("logs"));
+    QVERIFY(download(-1).startsWith(QStringLiteral("0,2,2 Wrote 21 records to 1 files")));
+    const QByteArray whole = workspace.read(name);
+    QCOMPARE(download(5), "0,2,2 Error: The controller did not send all data. Older files were kept. "
+                          "Wrote 4 records to 0 files in " +
+                              workspace.path(QStringLiteral("logs")));
+    QCOMPARE(workspace.read(name), whole);
 }
 
 void TestJobs::aFullDisk()

@@ -1,5 +1,6 @@
 #include "app/job.h"
 #include "controller/pseacomms.h"
+#include "rig/mockedport.h"
 #include "rig/sentence.h"
 #include "tests/rig/rigtest.h"
 #include "tests/support/messagelog.h"
@@ -9,8 +10,11 @@
 #include <QJsonObject>
 #include <QtTest>
 
+#include <atomic>
+#include <chrono>
 #include <functional>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -62,6 +66,46 @@ struct Program
     {
         return MessageLog::lines(QStringLiteral("info")).filter(QRegularExpression("^readLine: ")).size();
     }
+};
+
+/// A device that isn't a controller and never falls silent.
+class Chatter
+{
+public:
+    /// Sends `first` once, then `again` every few milliseconds; raises `late` when that has gone on for
+    /// longer than any test should take.
+    Chatter(const QByteArray &first, const QByteArray &again, StopFlag *late)
+        : port_([] {
+            UsbIdentity identity;
+            identity.port = ownPort();
+            return identity;
+        }())
+    {
+        port_.plug();
+        thread_ = std::thread([this, first, again, late] {
+            QElapsedTimer timer;
+            timer.start();
+            for (QByteArray bytes = first; !done_; bytes = again) {
+                static_cast<void>(
+                    ::write(port_.farEnd(), bytes.constData(), static_cast<size_t>(bytes.size())));
+                std::this_thread::sleep_for(std::chrono::milliseconds(3));
+                if (timer.elapsed() > 10000)
+                    late->raise();
+            }
+        });
+    }
+    ~Chatter()
+    {
+        done_ = true;
+        thread_.join();
+    }
+    Chatter(const Chatter &) = delete;
+    Chatter &operator=(const Chatter &) = delete;
+
+private:
+    MockedPort port_;
+    std::atomic<bool> done_{false};
+    std::thread thread_;
 };
 
 struct Command
@@ -334,6 +378,8 @@ private slots:
     void answers();
     void dumps_data();
     void dumps();
+    void aDeviceThatNeverFallsSilent_data();
+    void aDeviceThatNeverFallsSilent();
     void realWaits();
     void beepReadsNoAnswer();
     void anUnopenedPort_data();
@@ -625,6 +671,8 @@ void TestPseaComms::dumps_data()
     QTest::newRow("the end alone") << List{end} << true << 1 << List{};
     QTest::newRow("data set 0 is neither reported nor kept")
         << List{data(0), data(1), data(0), end} << true << 4 << List{"1"};
+    QTest::newRow("a short data set isn't kept")
+        << List{data(1), "PSEADATA,2,10,16,1", data(3), end} << true << 4 << List{"1", "3"};
     QTest::newRow("a negative number isn't kept") << List{data(-1), data(1), end} << true << 3 << List{"1"};
     QTest::newRow("four reads without a data line end it")
         << List{"A", data(0), "B,1", "C", data(1), end} << false << 4 << List{};
@@ -669,6 +717,42 @@ void TestPseaComms::dumps()
     }
     QCOMPARE(program.link.lastError_, complete ? QString() : QString(exchangeError));
     QCOMPARE(MessageLog::lines(QStringLiteral("info")).contains(QStringLiteral("All data read")), complete);
+}
+
+void TestPseaComms::aDeviceThatNeverFallsSilent_data()
+{
+    QTest::addColumn<QByteArray>("first");
+    QTest::addColumn<QByteArray>("again");
+    QTest::addColumn<bool>("dump");
+    QTest::addColumn<int>("kept");
+    const QByteArray chatter(200, 'x');
+    const QByteArray data = sentences({"PSEADATA,1,10,16,1,2,3,4,5,6"});
+    QTest::newRow("bytes without a line end, to a command") << chatter << chatter << false << 0;
+    QTest::newRow("bytes without a line end, in a dump") << chatter << chatter << true << 0;
+    QTest::newRow("bytes without a line end, in a dump that has begun") << data << chatter << true << 1;
+    QTest::newRow("foreign lines in a dump that has begun") << data << QByteArray("hello\r\n") << true << 1;
+    QTest::newRow("damaged lines in a dump that has begun")
+        << data << QByteArray("$PSEADATA,2,10,16,1,2,3,4,5,6*00\r\n") << true << 1;
+}
+
+void TestPseaComms::aDeviceThatNeverFallsSilent()
+{
+    QFETCH(QByteArray, first);
+    QFETCH(QByteArray, again);
+    QFETCH(bool, dump);
+    QFETCH(int, kept);
+    StopFlag late;
+    const Chatter device(first, again, &late);
+    Program program(&late);
+    program.link.timeouts_ = {500, 500};
+    QVERIFY(program.link.open(portName()));
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY(!(dump ? program.link.readData(program.dumped) : program.link.off()));
+    QVERIFY(!late.isRaised());
+    // As long as four silent reads, and what the machine takes.
+    QVERIFY2(timer.elapsed() < 4 * 500 + endsWithinMs, qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(program.dumped.size(), kept);
 }
 
 /// The one test that waits as long as the program does.
