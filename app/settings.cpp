@@ -40,8 +40,13 @@ QVariantMap loadSettings()
 
     QVariantMap settings;
     const QStringList keys = file.allKeys();
-    for (const QString &key : keys)
-        settings.insert(key, file.value(key));
+    for (const QString &key : keys) {
+        // A comma that was typed into the file by hand makes a list.
+        const QVariant value = file.value(key);
+        settings.insert(key, value.type() == QVariant::StringList
+                                 ? QVariant(value.toStringList().join(QLatin1Char(',')))
+                                 : value);
+    }
     return settings;
 }
 

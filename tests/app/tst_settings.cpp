@@ -75,6 +75,7 @@ private slots:
     void init();
     void load_data();
     void load();
+    void aCommaTypedIntoTheFile();
     void store_data();
     void store();
     void textsSurvive_data();
@@ -127,6 +128,15 @@ void TestSettings::load()
 
     QCOMPARE(texts(loadSettings()), expected);
     QCOMPARE(stored(workspace), expected);
+}
+
+void TestSettings::aCommaTypedIntoTheFile()
+{
+    const Workspace workspace;
+    workspace.write(settingsFile, "[General]\nCamera1Yaw=1,5\n");
+    const QVariant yaw = loadSettings().value(QStringLiteral("Camera1Yaw"));
+    QCOMPARE(yaw.userType(), int{QMetaType::QString});
+    QCOMPARE(yaw.toString(), QStringLiteral("1,5"));
 }
 
 void TestSettings::store_data()
