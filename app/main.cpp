@@ -55,6 +55,16 @@ void shutDownCamera(AppController &controller)
     qInfo("Camera shut down");
 }
 
+/// The window shows a few small icons; the toolkit would reserve four megabytes for them. A variable that is
+/// set already holds.
+void keepTexturesSmall()
+{
+    for (const char *side : {"QSG_ATLAS_WIDTH", "QSG_ATLAS_HEIGHT"}) {
+        if (!qEnvironmentVariableIsSet(side))
+            qputenv(side, "512");
+    }
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -64,6 +74,7 @@ int main(int argc, char *argv[])
     AppScreen screen(settings.value(QStringLiteral("ScaleFactor"), 1.0).toDouble());
     screen.init(argc, argv);
     applyScaling(settings, screen);
+    keepTexturesSmall();
     settings.setValue(QStringLiteral("AppVersion"), app_version);
     settings.setValue(QStringLiteral("AppName"), app_name);
     settings.sync();

@@ -16,4 +16,6 @@ ComboBox {
         textFormat: Text.PlainText
         Accessible.ignored: true
     }
+    // As in FlatButton.
+    Component.onCompleted: root.background.layer.enabled = false
 }

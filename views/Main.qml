@@ -460,7 +460,7 @@ ApplicationWindow {
                 Layout.fillWidth: true
                 text: "Version " + appController.getVersion()
             }
-            Button {
+            FlatButton {
                 objectName: "exitButton"
                 text: "Exit"
                 enabled: root.readyToExit()

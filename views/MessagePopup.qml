@@ -3,15 +3,11 @@ import QtQuick.Controls 2.15
 import QtQuick.Layouts 1.15
 
 /// Tells the operator something; closes on "Ok", Escape or a press outside.
-Popup {
+ModalPopup {
     id: root
 
     property alias text: message.text
 
-    x: 100
-    y: 100
-    modal: true
-    focus: true
     closePolicy: Popup.CloseOnEscape | Popup.CloseOnPressOutside
 
     ColumnLayout {

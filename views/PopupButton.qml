@@ -1,8 +1,7 @@
 import QtQuick 2.15
-import QtQuick.Controls 2.15
 
 /// A button of a popup: Enter presses it like the space bar.
-Button {
+FlatButton {
     id: root
 
     Keys.onReturnPressed: root.clicked()

@@ -3,19 +3,13 @@ import QtQuick.Controls 2.15
 import QtQuick.Layouts 1.15
 
 /// Asks before something is erased: boxes to check, "Erase" and "Cancel". Closes only by its buttons.
-Popup {
+ModalPopup {
     id: root
 
     default property alias boxes: boxColumn.data
 
     signal accepted()
     signal rejected()
-
-    x: 100
-    y: 100
-    modal: true
-    focus: true
-    closePolicy: Popup.NoAutoClose
 
     ColumnLayout {
         spacing: 16

@@ -1,9 +1,8 @@
 import QtQuick 2.15
-import QtQuick.Controls 2.15
 import QtQuick.Layouts 1.15
 
 /// A button one column wide at the end of a row.
-Button {
+FlatButton {
     id: root
 
     required property PageRow row

@@ -3,7 +3,7 @@ import QtQuick.Controls 2.15
 import QtQuick.Layouts 1.15
 
 /// Edits the rig's angles. The fields are the popup's own until they are saved; closes only by its buttons.
-Popup {
+ModalPopup {
     id: root
 
     readonly property var angles: ["Yaw", "Pitch", "Roll", "OffsetX", "OffsetY"]
@@ -58,12 +58,7 @@ Popup {
             defaults[angle].forEach((value, index) => root.field(index + 1, angle).text = value)
     }
 
-    x: 100
-    y: 100
     width: 500
-    modal: true
-    focus: true
-    closePolicy: Popup.NoAutoClose
 
     ColumnLayout {
         anchors.left: parent.left

@@ -3,16 +3,10 @@ import QtQuick.Controls 2.15
 import QtQuick.Layouts 1.15
 
 /// Keeps the operator from the window while a job runs; only the program closes it.
-Popup {
+ModalPopup {
     id: root
 
     property alias text: message.text
-
-    x: 100
-    y: 100
-    modal: true
-    focus: true
-    closePolicy: Popup.NoAutoClose
 
     ColumnLayout {
         spacing: 16
