@@ -42,9 +42,8 @@ void CardPreparation::run(bool erase, bool createSyncConfig)
     QString status = QStringLiteral("No action");
     if (erase) {
         report_({0, 2, 1, QStringLiteral("Erasing")});
-        eraseCard();
         status = QStringLiteral("Erased");
-        if (!QDir(root_).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot))
+        if (!eraseCard())
             warn("Card %1: not everything could be removed from %2.");
         log("Erased card %1 (%2)");
     }
@@ -62,18 +61,20 @@ void CardPreparation::run(bool erase, bool createSyncConfig)
 }
 
 /// Opens a file for reading and writing without emptying it; writes `text` at its start. True if it opened.
-/// A symbolic link is never opened: it could lead out of the card.
+/// A symbolic link is never opened: it could lead out of the card. Nor is a pipe: it holds nothing.
 bool CardPreparation::writeAtStart(const QString &path, const QByteArray &text)
 {
     QFile file(path);
-    const bool opened = !isLink(path) && file.open(QIODevice::ReadWrite);
+    const QFileInfo present(path);
+    const bool opened =
+        !present.isSymLink() && (!present.exists() || present.isFile()) && file.open(QIODevice::ReadWrite);
     written_ = opened && file.write(text) == text.size() && file.flush() && written_;
     return opened;
 }
 
-void CardPreparation::eraseCard() const
+bool CardPreparation::eraseCard() const
 {
-    emptyFolder(root_);
+    const bool emptied = emptyFolder(root_);
     const QDir root(root_);
     const QStringList folders = {
         QStringLiteral("DCIM"),
@@ -84,6 +85,7 @@ void CardPreparation::eraseCard() const
     };
     for (const QString &folder : folders)
         root.rmdir(folder);
+    return emptied;
 }
 
 void CardPreparation::writeSyncConfig()

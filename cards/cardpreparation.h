@@ -17,7 +17,7 @@ public:
     void run(bool erase, bool createSyncConfig);
 
 private:
-    void eraseCard() const;
+    [[nodiscard]] bool eraseCard() const;
     void writeSyncConfig();
     void writeMarkers();
     bool writeAtStart(const QString &path, const QByteArray &text = {});

@@ -2,6 +2,8 @@
 
 #include <QStringList>
 
+#include <map>
+
 class QFile;
 class StopFlag;
 
@@ -26,15 +28,15 @@ public:
     VolumeFlush() = default;
     ~VolumeFlush();
 
-    /// To be called before anything is written: from here on the volume of the existing folder `folder` is
-    /// asked for write errors. Further calls do nothing.
+    /// To be called before anything is written there: from here on the volume of the existing folder `folder`
+    /// is asked for write errors. Does nothing for a volume that is watched.
     void watch(const QString &folder);
 
-    /// Returns once `files`, all on that volume, and the folders that name them are on disk. False if the
+    /// Returns once `files`, all on watched volumes, and the folders that name them are on disk. False if the
     /// volume has met a write error, a file is gone (as with a volume that was pulled out), or `stop` is
     /// raised first.
     [[nodiscard]] bool finish(const QStringList &files, const StopFlag &stop) const;
 
 private:
-    int volume_ = -1;
+    std::map<quint64, int> volumes_; ///< descriptors by device number, where the platform needs them
 };

@@ -128,9 +128,18 @@ Stretch nextStretch(int file, off_t from)
     return {begin, end <= begin ? unknownEnd : end, false};
 }
 
+/// Whether the disk could not write, rather than the file system not knowing such a request.
 bool isWriteError(int error)
 {
-    return error == EIO || error == ENOSPC || error == EDQUOT;
+    switch (error) {
+    case EINVAL:
+    case ESPIPE:
+    case ENOSYS:
+    case EOPNOTSUPP:
+        return false;
+    default:
+        return true;
+    }
 }
 
 /// Has the disk write [begin, end) and, with SYNC_FILE_RANGE_WAIT_*, waits for it. False if it could not be
@@ -246,15 +255,20 @@ void copyAttributes(QFile &source, QFile &target)
 
 VolumeFlush::~VolumeFlush()
 {
-    if (volume_ >= 0)
-        ::close(volume_);
+    for (const auto &volume : volumes_)
+        ::close(volume.second);
 }
 
 void VolumeFlush::watch(const QString &folder)
 {
+    const QByteArray path = QFile::encodeName(folder);
+    struct stat status = {};
+    if (::stat(path.constData(), &status) != 0 || volumes_.count(status.st_dev) > 0)
+        return;
     // syncfs() reports the errors since its descriptor was opened, to every descriptor once.
-    if (volume_ < 0)
-        volume_ = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int descriptor = ::open(path.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor >= 0)
+        volumes_[status.st_dev] = descriptor;
 }
 
 bool VolumeFlush::finish(const QStringList &files, const StopFlag &stop) const
@@ -265,7 +279,9 @@ bool VolumeFlush::finish(const QStringList &files, const StopFlag &stop) const
     for (const QString &path : files) {
         if (stop.isRaised())
             return false;
-        const int file = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+        // What stands there may have become something else, such as a pipe that would wait for its writer.
+        const int file =
+            ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
         if (file < 0) {
             // A copy keeps the permissions of its source, also those that forbid to read it. One that can't
             // be found went with the volume that it was written to.
@@ -274,10 +290,12 @@ bool VolumeFlush::finish(const QStringList &files, const StopFlag &stop) const
             return false;
         }
         struct stat status = {};
-        const bool settled = ::fstat(file, &status) == 0 && settle(file, 0, status.st_size, stop);
+        const bool settled =
+            ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) && settle(file, 0, status.st_size, stop);
         ::close(file);
         if (!settled)
             return false;
     }
-    return volume_ >= 0 && ::syncfs(volume_) == 0;
+    return !volumes_.empty() && std::all_of(volumes_.cbegin(), volumes_.cend(),
+                                            [](const auto &volume) { return ::syncfs(volume.second) == 0; });
 }

@@ -3,6 +3,7 @@
 
 #include <QFile>
 
+#include <cerrno>
 #include <copyfile.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -48,20 +49,33 @@ void VolumeFlush::watch(const QString & /*folder*/) {}
 
 bool VolumeFlush::finish(const QStringList &files, const StopFlag &stop) const
 {
+    // Network and some foreign volumes know only the plain flush.
+    const auto flush = [](int file, int request) {
+        return ::fcntl(file, request) != -1 || ::fsync(file) == 0;
+    };
+    int last = -1;
     bool flushed = true;
-    for (const QString &path : files) {
-        if (stop.isRaised())
-            return false;
-        QFile file(path);
-        const bool last = &path == &files.last();
-        // It went with the volume that it was written to.
-        if (!file.exists())
-            return false;
-        if (file.open(QIODevice::ReadOnly))
-            // Network and some foreign volumes know only the plain flush.
-            flushed = (::fcntl(file.handle(), last ? F_FULLFSYNC : F_BARRIERFSYNC) != -1 ||
-                       ::fsync(file.handle()) == 0) &&
-                      flushed;
+    for (auto path = files.cbegin(); path != files.cend() && flushed; ++path) {
+        // What stands there may have become something else, such as a pipe that would wait for its writer.
+        const int file =
+            ::open(QFile::encodeName(*path).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+        if (file < 0) {
+            // A copy keeps the permissions of its source, also those that forbid to read it. One that can't
+            // be found went with the volume that it was written to.
+            flushed = errno == EACCES;
+            continue;
+        }
+        struct stat status = {};
+        flushed = !stop.isRaised() && ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
+                  flush(file, F_BARRIERFSYNC);
+        if (last >= 0)
+            ::close(last);
+        last = file;
     }
+    if (last < 0)
+        return files.isEmpty();
+    // Has the disk empty its own cache, which holds the others too.
+    flushed = flushed && flush(last, F_FULLFSYNC);
+    ::close(last);
     return flushed;
 }

@@ -3,6 +3,6 @@
 #include <QString>
 
 /// Removes everything in `folder`, hidden and read-only files included, but not the folder itself. Follows no
-/// symbolic link and enters no other volume mounted below. What can't be removed stays. One implementation
-/// per platform.
-void emptyFolder(const QString &folder);
+/// symbolic link and enters no other volume mounted below. What can't be removed stays; false if anything
+/// did, or the folder can't be looked into. One implementation per platform.
+[[nodiscard]] bool emptyFolder(const QString &folder);

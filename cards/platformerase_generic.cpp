@@ -3,7 +3,7 @@
 #include <QDir>
 #include <QFile>
 
-void emptyFolder(const QString &folder)
+bool emptyFolder(const QString &folder)
 {
     const QDir root(folder);
     const QFileInfoList entries =
@@ -14,4 +14,6 @@ void emptyFolder(const QString &folder)
         else
             QFile::remove(entry.filePath());
     }
+    return root.isReadable() &&
+           root.isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
 }

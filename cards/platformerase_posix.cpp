@@ -58,26 +58,32 @@ struct stat statusOf(const Folder &folder)
     return status;
 }
 
-/// Removes the entries of `folder` that are no folders and returns the names of those that are.
-std::vector<std::string> removeFiles(const Folder &folder)
+/// Removes the entries of `folder` that are no folders and returns the names of those that are. Clears
+/// `emptied` if one stays, or the folder can't be listed.
+std::vector<std::string> removeFiles(const Folder &folder, bool *emptied)
 {
     std::vector<std::string> folders;
     DIR *listing = ::fdopendir(::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (listing == nullptr)
+    if (listing == nullptr) {
+        *emptied = false;
         return folders;
+    }
     std::vector<std::string> names;
+    errno = 0;
     while (const dirent *entry = ::readdir(listing)) {
         if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
             names.emplace_back(entry->d_name);
+        errno = 0;
     }
+    *emptied = *emptied && errno == 0;
     ::closedir(listing);
     for (std::string &name : names) {
         struct stat status = {};
         if (::fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
             S_ISDIR(status.st_mode))
             folders.push_back(std::move(name));
-        else
-            static_cast<void>(::unlinkat(folder.get(), name.c_str(), 0));
+        else if (::unlinkat(folder.get(), name.c_str(), 0) != 0)
+            *emptied = false;
     }
     return folders;
 }
@@ -93,7 +99,8 @@ public:
     {
     }
 
-    void run()
+    /// Whether everything went.
+    [[nodiscard]] bool run()
     {
         begin({}, 0);
         for (;;) {
@@ -102,8 +109,10 @@ public:
                 const std::string name = std::move(folders.back());
                 folders.pop_back();
                 enter(name);
-            } else if (levels_.size() == 1 || !leave()) {
-                return;
+            } else if (levels_.size() == 1) {
+                return emptied_;
+            } else if (!leave()) {
+                return false;
             }
         }
     }
@@ -119,7 +128,7 @@ private:
     void begin(const std::string &name, ino_t parent)
     {
         static_cast<void>(::fchmod(current_.get(), (statusOf(current_).st_mode & 07777) | S_IRWXU));
-        levels_.push_back({name, parent, removeFiles(current_)});
+        levels_.push_back({name, parent, removeFiles(current_, &emptied_)});
     }
 
     void enter(const std::string &name)
@@ -129,8 +138,10 @@ private:
             static_cast<void>(::fchmodat(current_.get(), name.c_str(), S_IRWXU, 0));
             child = openFolder(current_.get(), name.c_str());
         }
-        if (!child.isOpen() || statusOf(child).st_dev != volume_)
+        if (!child.isOpen() || statusOf(child).st_dev != volume_) {
+            emptied_ = false;
             return;
+        }
         const ino_t parent = statusOf(current_).st_ino;
         current_ = std::move(child);
         begin(name, parent);
@@ -145,20 +156,21 @@ private:
         if (!parent.isOpen() || statusOf(parent).st_ino != left.parent)
             return false;
         current_ = std::move(parent);
-        static_cast<void>(::unlinkat(current_.get(), left.name.c_str(), AT_REMOVEDIR));
+        if (::unlinkat(current_.get(), left.name.c_str(), AT_REMOVEDIR) != 0)
+            emptied_ = false;
         return true;
     }
 
     Folder current_;
     dev_t volume_;
     std::vector<Level> levels_;
+    bool emptied_ = true; ///< so far
 };
 
 } // namespace
 
-void emptyFolder(const QString &folder)
+bool emptyFolder(const QString &folder)
 {
     Folder root(::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (root.isOpen())
-        Eraser(std::move(root)).run();
+    return root.isOpen() && Eraser(std::move(root)).run();
 }

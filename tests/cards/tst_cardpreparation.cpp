@@ -176,6 +176,11 @@ QString logLine(const char *text, int card, const QString &root)
     return QStringLiteral("info: ") + QString::fromLatin1(text).arg(card).arg(root);
 }
 
+QString notEmptied(int card, const QString &root)
+{
+    return QStringLiteral("warning: Card %1: not everything could be removed from %2.").arg(card).arg(root);
+}
+
 QString cutShort(int card, const QString &root)
 {
     return QStringLiteral("warning: Card %1: not everything could be written to %2.").arg(card).arg(root);
@@ -262,6 +267,9 @@ private slots:
     void manyEntries_data();
     void manyEntries();
     void specialFiles();
+    void aPipeInTheLabelsPlace_data();
+    void aPipeInTheLabelsPlace();
+    void aCardThatCannotBeListed();
     void anotherVolumeIsNotEntered();
     void theControllerPreparesThreeOnItsThread();
     void theControllersCardsFollowTheirSlots_data();
@@ -568,8 +576,8 @@ void TestCardPreparation::failures()
         QCOMPARE(workspace.read(QStringLiteral("card/") + file), media);
     QStringList expected;
     if (folders.isEmpty())
-        expected << QStringLiteral("0 2 1 Erasing") << logLine("Erased card %1 (%2)", 1, root)
-                 << cutShort(1, root);
+        expected << QStringLiteral("0 2 1 Erasing") << notEmptied(1, root)
+                 << logLine("Erased card %1 (%2)", 1, root) << cutShort(1, root);
     else
         expected << QStringLiteral("0 2 1 Erasing") << logLine("Erased card %1 (%2)", 1, root)
                  << markerLines(1, root);
@@ -583,14 +591,12 @@ void TestCardPreparation::aWriteProtectedCard()
     SKIP_UNLESS_MOUNTED(medium);
     workspace.write(QStringLiteral("card/DCIM/A.MOV"), media);
     QVERIFY(medium.volume()->makeReadOnly());
-    QCOMPARE(
-        prepare(2, medium.root(), true, true),
-        (QStringList{
-            QStringLiteral("0 2 1 Erasing"),
-            QStringLiteral("warning: Card 2: not everything could be removed from %1.").arg(medium.root()),
-            logLine("Erased card %1 (%2)", 2, medium.root()), QStringLiteral("0 2 2 Creating config"),
-            logLine("Created config file on card %1 (%2)", 2, medium.root()), cutShort(2, medium.root()),
-            QStringLiteral("0 2 2 Erased and prepared.")}));
+    QCOMPARE(prepare(2, medium.root(), true, true),
+             (QStringList{QStringLiteral("0 2 1 Erasing"), notEmptied(2, medium.root()),
+                          logLine("Erased card %1 (%2)", 2, medium.root()),
+                          QStringLiteral("0 2 2 Creating config"),
+                          logLine("Created config file on card %1 (%2)", 2, medium.root()),
+                          cutShort(2, medium.root()), QStringLiteral("0 2 2 Erased and prepared.")}));
     QCOMPARE(workspace.tree(QStringLiteral("card")), (QMap<QString, QByteArray>{{"DCIM/A.MOV", media}}));
 }
 
@@ -875,6 +881,45 @@ void TestCardPreparation::specialFiles()
     prepare(1, root, true, false);
     QCOMPARE(workspace.tree(QStringLiteral("card")), markers(1));
     QCOMPARE(workspace.read(QStringLiteral("outside")), media);
+}
+
+void TestCardPreparation::aPipeInTheLabelsPlace_data()
+{
+    QTest::addColumn<bool>("linked");
+    QTest::newRow("itself") << false;
+    QTest::newRow("behind a link") << true;
+}
+
+void TestCardPreparation::aPipeInTheLabelsPlace()
+{
+    QFETCH(bool, linked);
+    const Workspace workspace;
+    const QString root = workspace.makeFolder(QStringLiteral("card"));
+    const QString label = root + QStringLiteral("/AutoRun.inf");
+    const QString pipe = linked ? workspace.path(QStringLiteral("pipe")) : label;
+    QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+    if (linked)
+        QVERIFY(link(pipe, label));
+    // What is asked for here is that it comes back.
+    const QStringList said = prepare(1, root, false, false);
+    QCOMPARE(said.mid(said.size() - 2), (QStringList{cutShort(1, root), "0 2 2 No action"}));
+    QVERIFY(said.filter(QStringLiteral("AutoRun")).isEmpty());
+}
+
+void TestCardPreparation::aCardThatCannotBeListed()
+{
+    const Workspace workspace;
+    const QString root = workspace.makeFolder(QStringLiteral("card"));
+    workspace.write(QStringLiteral("card/DCIM/A.MOV"), media);
+    QVERIFY(setMode(root, 0333));
+    QStringList said;
+    {
+        const PlainUser user;
+        said = prepare(1, root, true, false);
+    }
+    QVERIFY(setMode(root, 0755));
+    QVERIFY(said.contains(notEmptied(1, root)));
+    QCOMPARE(workspace.read(QStringLiteral("card/DCIM/A.MOV")), media);
 }
 
 void TestCardPreparation::anotherVolumeIsNotEntered()
