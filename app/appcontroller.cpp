@@ -23,6 +23,7 @@
 #include <QtConcurrent>
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 namespace {
@@ -276,8 +277,15 @@ void AppController::saveCameraSettingsWorker(QString port, QString date, PSEACon
 void AppController::copyFilesWorker(int cardIndex, QString sourceDir, QString targetDir, QString templatePath,
                                     QString projectName)
 {
-    if (mediaImport(cardIndex, sourceDir, targetDir, templatePath, projectName)->run())
-        countFinishedCard(targetDir);
+    try {
+        if (mediaImport(cardIndex, sourceDir, targetDir, templatePath, projectName)->run())
+            countFinishedCard(targetDir);
+    } catch (const std::exception &error) {
+        // Without a last report the window would stay locked.
+        const QString reason = QString::fromLocal8Bit(error.what());
+        qWarning().noquote() << QStringLiteral("Card %1: ").arg(cardIndex) + reason;
+        emit updateCardProgress(cardIndex, 0, 1, 1, QStringLiteral("Error: ") + reason);
+    }
 }
 
 void AppController::updateFirmwareWorker(QString port, QString filePath)

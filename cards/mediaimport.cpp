@@ -269,7 +269,7 @@ bool MediaImport::finish(const Counts &counts)
                                    : QStringLiteral("The destination reports a write error after ");
         qWarning().noquote() << QStringLiteral("Card %1: ").arg(request_.card) + reason + copied;
         report_({0, 1, 1, QStringLiteral("Error: ") + reason + copied});
-        return false;
+        return !stop_.isRaised();
     }
     releaseHeld();
     qInfo().noquote() << QStringLiteral("Card %1: copied ").arg(request_.card) + copied;

@@ -46,9 +46,8 @@ public:
     /// the import.
     MediaImport(ImportRequest request, ImportProjects projects, ProgressReport report, const StopFlag &stop);
 
-    /// Imports the whole card. True when it went through to its end with all that it wrote on disk, however
-    /// many files could not be copied; false when the request is invalid, the flag was raised, or the disk
-    /// failed.
+    /// Imports the whole card. True when it went through to its end, however many files could not be copied
+    /// or brought to the disk; false when the request is invalid or the flag was raised.
     bool run();
 
     /// Copies one video below `sourceDirectory`; `fileIndex` of `totalFiles` is what the report says. Returns

@@ -1,5 +1,8 @@
 #include "controller/controllerjob.h"
 
+#include <QDebug>
+
+#include <exception>
 #include <utility>
 
 ControllerJob::ControllerJob(ControllerRequest request)
@@ -10,6 +13,20 @@ ControllerJob::ControllerJob(ControllerRequest request)
 ControllerJob::~ControllerJob() = default;
 
 void ControllerJob::run()
+{
+    try {
+        exchange();
+    } catch (const std::exception &error) {
+        const QString reason = QString::fromLocal8Bit(error.what());
+        qWarning().noquote() << "The job failed:" << reason;
+        report({0, 1, 1, QStringLiteral("Error: ") + reason});
+    }
+    // A job that failed half-way must not look as if it still ran: the view would wait for it for ever.
+    if (last_.value < last_.to)
+        report({last_.from, last_.to, last_.to, last_.text});
+}
+
+void ControllerJob::exchange()
 {
     PSEAComms link(request_.stop);
     link.timeouts_ = request_.timeouts;
@@ -24,9 +41,6 @@ void ControllerJob::run()
         report(greetingFailure());
     else
         work(link);
-    // A job that failed half-way must not look as if it still ran: the view would wait for it for ever.
-    if (last_.value < last_.to)
-        report({last_.from, last_.to, last_.to, last_.text});
 }
 
 Progress ControllerJob::refusal() const

@@ -27,7 +27,7 @@ public:
     explicit ControllerJob(ControllerRequest request);
     virtual ~ControllerJob();
 
-    /// Runs the whole job on the calling thread.
+    /// Runs the whole job on the calling thread. Lets no exception out.
     void run();
 
 protected:
@@ -41,6 +41,8 @@ protected:
     void report(const Progress &progress);
 
 private:
+    void exchange();
+
     ControllerRequest request_;
     Progress last_;
 };

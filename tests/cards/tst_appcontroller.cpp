@@ -24,6 +24,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 
 #ifdef Q_OS_LINUX
@@ -142,6 +143,8 @@ QString declaration(const QMetaMethod &method)
 
 } // namespace
 
+Q_DECLARE_METATYPE(std::function<void(AppController &, const QString &)>)
+
 class TestAppController : public QObject
 {
     Q_OBJECT
@@ -151,6 +154,10 @@ private slots:
     void version();
     void port_data();
     void port();
+    void portsOfTheJobs_data();
+    void portsOfTheJobs();
+    void relayedMessages_data();
+    void relayedMessages();
     void quickQueries();
     void settingsAreStored();
     void exitAppLeavesTheEventLoop();
@@ -158,6 +165,7 @@ private slots:
     void threeImportsRunAtTheSameTime();
     void reportsReachTheMainThreadInOrder();
     void importsGiveWayToTheWindow();
+    void anImportThatThrows();
     void argumentsOfAReport();
     void theFirstImportStartsInTheLog();
     void slotsThatAreLeftEmpty_data();
@@ -267,6 +275,81 @@ void TestAppController::port()
     controller.setPort(QStringLiteral("before"));
     controller.setPort(chosen);
     QCOMPARE(controller.port(), stored);
+}
+
+void TestAppController::portsOfTheJobs_data()
+{
+    using Job = std::function<void(AppController &, const QString &)>;
+    QTest::addColumn<Job>("job");
+    QTest::addColumn<bool>("kept");
+    QTest::newRow("read") << Job([](AppController &c, const QString &p) { c.readCameraSettings(p); }) << true;
+    QTest::newRow("save") << Job([](AppController &c, const QString &p) {
+        c.saveCameraSettings(p, QString(), 1, 0.5, 2.25, 1.9, 29);
+    }) << false;
+    QTest::newRow("reset") << Job([](AppController &c, const QString &p) { c.resetCameraSettings(p); })
+                           << true;
+    QTest::newRow("download") << Job([](AppController &c, const QString &p) {
+        c.copyData(p, QStringLiteral("/nowhere"), QString());
+    }) << true;
+    QTest::newRow("erase") << Job([](AppController &c, const QString &p) { c.eraseMemory(p); }) << true;
+    QTest::newRow("turn off") << Job([](AppController &c, const QString &p) { c.turnOff(p); }) << true;
+}
+
+void TestAppController::portsOfTheJobs()
+{
+    using Job = std::function<void(AppController &, const QString &)>;
+    QFETCH(Job, job);
+    QFETCH(bool, kept);
+    const MessageLog log;
+    AppController controller;
+    QStringList told;
+    for (const auto progress :
+         {&AppController::updateDataProgress, &AppController::updateCameraSettingsProgress})
+        connect(&controller, progress, this,
+                [&](const QVariant &from, const QVariant &to, const QVariant &value, const QVariant &text) {
+                    told.append(reportLine(from.toInt(), to.toInt(), value.toInt(), text.toString()));
+                });
+    controller.setPort(QStringLiteral("chosen"));
+    for (const char *port : {"tty of the job", ""}) {
+        const QString name = QString::fromLatin1(port);
+        job(controller, name);
+        QCOMPARE(controller.port(), kept ? name : QStringLiteral("chosen"));
+        QVERIFY(AppController::waitForJobs(hangMilliseconds));
+        QCoreApplication::processEvents();
+        QCOMPARE(told, QStringList{QStringLiteral("0 1 1 Error: Could not open port %1.").arg(name)});
+        told.clear();
+    }
+}
+
+void TestAppController::relayedMessages_data()
+{
+    QTest::addColumn<QByteArray>("slot");
+    QTest::addColumn<QString>("signal");
+    QTest::newRow("data") << QByteArray("recvDataMessage") << "data";
+    QTest::newRow("settings") << QByteArray("recvSettingsMessage") << "settings";
+    QTest::newRow("firmware") << QByteArray("recvFirmwareMessage") << "firmware";
+}
+
+void TestAppController::relayedMessages()
+{
+    QFETCH(QByteArray, slot);
+    QFETCH(QString, signal);
+    AppController controller;
+    QStringList told;
+    const auto listen = [&](const QString &name, auto progress) {
+        connect(&controller, progress, this,
+                [&told, name](const QVariant &from, const QVariant &to, const QVariant &value,
+                              const QVariant &text) {
+                    told.append(name + QLatin1Char(' ') +
+                                reportLine(from.toInt(), to.toInt(), value.toInt(), text.toString()));
+                });
+    };
+    listen(QStringLiteral("data"), &AppController::updateDataProgress);
+    listen(QStringLiteral("settings"), &AppController::updateCameraSettingsProgress);
+    listen(QStringLiteral("firmware"), &AppController::updateFirmwareProgress);
+    QVERIFY(QMetaObject::invokeMethod(&controller, slot.constData(),
+                                      Q_ARG(QString, QStringLiteral("Reading dataset 1 of 4"))));
+    QCOMPARE(told, QStringList{signal + QStringLiteral(" 0 2 1 Reading dataset 1 of 4")});
 }
 
 void TestAppController::quickQueries()
@@ -401,6 +484,28 @@ void TestAppController::importsGiveWayToTheWindow()
 #else
     QSKIP("Read from the system as Linux tells it");
 #endif
+}
+
+void TestAppController::anImportThatThrows()
+{
+    const Workspace workspace;
+    const QStringList cards = writeCards(workspace);
+    const MessageLog log;
+    AppController controller;
+    const CardReports reports(controller);
+    std::atomic<bool> thrown{false};
+    connect(
+        &controller, &AppController::updateCardProgress, this,
+        [&](const QVariant &card) {
+            if (card.toInt() == 2 && !thrown.exchange(true))
+                throw std::runtime_error("no memory");
+        },
+        Qt::DirectConnection);
+    import(controller, cards, workspace.path(QStringLiteral("dst")));
+    QVERIFY(thrown);
+    QCOMPARE(reports.finalOf(2), QStringList{QStringLiteral("0 1 1 Error: no memory")});
+    QCOMPARE(reports.finalOf(1), QStringList{QStringLiteral("0 1 1 Copied 1/1 videos and 0/0 photos.")});
+    QVERIFY(MessageLog::lines().contains(QStringLiteral("warning: Card 2: no memory")));
 }
 
 void TestAppController::argumentsOfAReport()

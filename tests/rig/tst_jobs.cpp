@@ -15,6 +15,7 @@
 
 #include <atomic>
 #include <memory>
+#include <stdexcept>
 #include <thread>
 
 namespace {
@@ -143,6 +144,7 @@ private slots:
     void aSilentController();
     void aStop_data();
     void aStop();
+    void aJobThatThrows();
     void tryingAgain();
     void downloads_data();
     void downloads();
@@ -376,6 +378,23 @@ void TestJobs::aStop()
     closing.join();
     QVERIFY2(sinceStop.elapsed() < endsWithinMs, qPrintable(QString::number(sinceStop.elapsed())));
     QCOMPARE(told.all, failureOf(job));
+}
+
+void TestJobs::aJobThatThrows()
+{
+    class Throwing : public ControllerJob
+    {
+    public:
+        using ControllerJob::ControllerJob;
+
+    protected:
+        void work(PSEAComms & /*link*/) override {}
+        [[nodiscard]] Progress refusal() const override { throw std::runtime_error("no memory"); }
+    };
+    const MessageLog log;
+    Told told;
+    Throwing(told.request()).run();
+    QCOMPARE(told.all, QStringList{"0,1,1 Error: no memory"});
 }
 
 void TestJobs::tryingAgain()
