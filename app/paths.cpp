@@ -33,6 +33,9 @@ std::mutex &stringsMutex()
     return mutex;
 }
 
+/// Where `logFilePath` was derived from.
+QString logOrigin;
+
 QString remember(QString &stored, const QString &value)
 {
     const std::lock_guard<std::mutex> lock(stringsMutex());
@@ -133,8 +136,8 @@ QString getTemplateDir()
             besideApp.exists()
                 ? besideApp.absolutePath()
                 : QDir(getApplicationSupportPath()).absoluteFilePath(QStringLiteral("templates"));
-        remember(templatesPath, folder);
         qInfo() << "Template dir:" << folder;
+        remember(templatesPath, folder);
     });
     return remembered(templatesPath);
 }
@@ -142,6 +145,7 @@ QString getTemplateDir()
 QString getLogFilePath()
 {
     guarded([] {
+        remember(logOrigin, QStandardPaths::writableLocation(QStandardPaths::AppDataLocation));
         QString path = QDir(getApplicationSupportPath()).absoluteFilePath(logFileName);
         if (path.isEmpty())
             path = getAppPath() + QLatin1Char('/') + logFileName;
@@ -154,7 +158,10 @@ QString getLogFilePath()
 
 QString knownLogFilePath()
 {
-    return remembered(logFilePath);
+    // Another application name gives another folder.
+    return remembered(logOrigin) == QStandardPaths::writableLocation(QStandardPaths::AppDataLocation)
+               ? remembered(logFilePath)
+               : QString();
 }
 
 QString getUtilitiesDir()

@@ -40,7 +40,7 @@ constexpr const char *logFilePathLine = "Logfile path:\n";
 /// `logFilePath`. Every call appends logFilePathLine to that file.
 QString getLogFilePath();
 
-/// `logFilePath` as the last call found it; touches no file.
+/// `logFilePath` as the last call found it; empty if it would find another one now. Touches no file.
 [[nodiscard]] QString knownLogFilePath();
 
 /// "utilities" beside the application; the application folder itself if there is none.

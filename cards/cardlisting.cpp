@@ -3,6 +3,7 @@
 #include "app/job.h"
 
 #include <QDir>
+#include <QFileInfo>
 
 #include <filesystem>
 #include <string>
@@ -60,7 +61,7 @@ CardListing listCard(const QString &root, const StopFlag &stop)
             listing.unreadable.append(text(open.back().path));
 
         const std::string name = entry.path().filename().u8string();
-        if (name.front() == '.')
+        if (QFileInfo(text(entry.path())).isHidden())
             continue;
         std::error_code unknown;
         const fs::file_type type = fs::symlink_status(entry.path(), unknown).type();

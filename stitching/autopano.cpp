@@ -174,8 +174,11 @@ void supplyTemplate(int card, const QString &projectPath, const QString &folderT
     if (QFileInfo::exists(folderTemplate))
         return;
     QFile project(projectPath);
-    if (project.open(QIODevice::ReadOnly))
-        static_cast<void>(writeNewFile(folderTemplate, project.readAll()));
+    if (project.open(QIODevice::ReadOnly)) {
+        const QByteArray text = project.readAll();
+        if (project.error() == QFileDevice::NoError)
+            static_cast<void>(writeNewFile(folderTemplate, text));
+    }
     qInfo().noquote() << QStringLiteral("Card %1: copied template file %2.").arg(card).arg(folderTemplate);
 }
 

@@ -79,6 +79,7 @@ private slots:
     void texts();
     void contextNamesAFile();
     void everyMessageIsAppended();
+    void anotherSupportFolder();
     void fatalLeavesNoTrace();
     void logThatCannotBeOpened();
     void reset_data();
@@ -189,6 +190,16 @@ void TestLog::everyMessageIsAppended()
     QVERIFY(afterTwo.startsWith(afterOne + "Logfile path:\n"));
     QVERIFY(afterTwo.endsWith(" Info: two\n"));
     QCOMPARE(afterTwo.count('\n'), 5);
+}
+
+void TestLog::anotherSupportFolder()
+{
+    const Workspace workspace;
+    handle(workspace, QtInfoMsg, QStringLiteral("first"));
+    qputenv("XDG_DATA_HOME", QFile::encodeName(workspace.makeFolder(QStringLiteral("moved"))));
+    handle(workspace, QtInfoMsg, QStringLiteral("second"));
+    QVERIFY(workspace.read(logFile).endsWith(" Info: first\n"));
+    QVERIFY(workspace.read(QStringLiteral("moved/Kelpora 360/Kelpora360.log")).endsWith(" Info: second\n"));
 }
 
 void TestLog::fatalLeavesNoTrace()

@@ -253,6 +253,10 @@ void TestDrives::aVolumeThatDoesNotAnswerIsNotOffered()
     QVERIFY(::umount2(QFile::encodeName(path).constData(), MNT_DETACH) == 0);
     QVERIFY(known);
     QCOMPARE(found.size(), 0);
+
+    const TestVolume answers(path, 64, QStringLiteral("dead"));
+    SKIP_UNLESS_MOUNTED(answers);
+    QCOMPARE(values(drivesBelow(workspace.path()), "key"), QStringList{path});
 }
 
 void TestDrives::theMoviesFolder_data()

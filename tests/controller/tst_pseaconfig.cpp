@@ -71,6 +71,7 @@ void TestPseaConfig::fromUser_data()
     constexpr int least = std::numeric_limits<int>::min();
     QTest::newRow("whole seconds") << 1.0 << 2.0 << 30.0 << 1000 << 2000 << 30;
     QTest::newRow("half seconds") << 0.5 << 2.5 << 30.9 << 500 << 2500 << 30;
+    QTest::newRow("quarters, and a timeout with a fraction") << 0.5 << 2.25 << 1.9 << 500 << 2250 << 1;
     QTest::newRow("fractions of a millisecond are cut off") << 0.0019 << 1.9999 << 0.999 << 1 << 1999 << 0;
     QTest::newRow("negative values are cut toward zero") << -0.0019 << -1.9999 << -1.9 << -1 << -1999 << -1;
     QTest::newRow("zero") << 0.0 << 0.0 << 0.0 << 0 << 0 << 0;
