@@ -43,7 +43,7 @@ QString installTool(const QByteArray &script)
 
 QString a(int count)
 {
-    return QString(count, QLatin1Char('a'));
+    return {count, QLatin1Char('a')};
 }
 
 QString line(const Progress &progress)

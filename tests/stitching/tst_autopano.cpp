@@ -493,9 +493,10 @@ void TestAutopano::anglesInRadians()
         const bool video = qstrcmp(project, "day/A_autopano.kava") == 0;
         XmlNode *images =
             document.descendant(video ? QStringLiteral("kava/pano/images") : QStringLiteral("pano/images"));
-        QVERIFY(images != nullptr);
-        const auto camera = [images](int number) {
-            XmlNode *image = images->child(QStringLiteral("image"), number);
+        if (images == nullptr)
+            QFAIL(project);
+        const auto camera = [&images = *images](int number) {
+            XmlNode *image = images.child(QStringLiteral("image"), number);
             XmlNode *found = image != nullptr ? image->child(QStringLiteral("camera")) : nullptr;
             return found != nullptr ? found->attributes : decltype(found->attributes)();
         };
