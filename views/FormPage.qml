@@ -8,6 +8,8 @@ Page {
 
     default property alias rows: grid.data
 
+    // A page that stands beside the window is no stop for the keyboard.
+    visible: !SwipeView.view || Math.abs(x - SwipeView.view.contentItem.contentX) < width - 1
     // The window gives the page its size; rows that asked for theirs would go round in a circle.
     implicitWidth: 0
     padding: 20

@@ -6,21 +6,22 @@ ApplicationWindow {
     id: root
 
     /// The pages and popups come after the window's first frame: the operator sees at once that the program starts.
-    readonly property CopyFilesPage copyFilesPage: copyFilesLoader.item
-    readonly property CopyDataPage copyDataPage: copyDataLoader.item
-    readonly property SettingsPage settingsPage: settingsLoader.item
-    readonly property MessagePopup messagePopup: messagePopupLoader.item
-    readonly property WaitPopup waitPopup: waitPopupLoader.item
-    readonly property EraseCardsPopup eraseCardsPopup: eraseCardsPopupLoader.item
-    readonly property EraseMemoryPopup eraseMemoryPopup: eraseMemoryPopupLoader.item
-    readonly property bool ready: root.copyFilesPage && root.copyDataPage && root.settingsPage && root.messagePopup
-                                  && root.waitPopup && root.eraseCardsPopup && root.eraseMemoryPopup
+    /// Nothing here names their types, which would be loaded before it too.
+    readonly property var content: contentLoader.item
+    readonly property var copyFilesPage: root.content ? root.content.copyFilesPage : null
+    readonly property var copyDataPage: root.content ? root.content.copyDataPage : null
+    readonly property var settingsPage: root.content ? root.content.settingsPage : null
+    readonly property bool ready: root.content ? true : false
     property bool framed: false
+    readonly property int tabIndex: tabBar.currentIndex
 
     property bool cardOneCopying: false
     property bool cardTwoCopying: false
     property bool cardThreeCopying: false
     property bool dataCopying: false
+    readonly property ListModel driveModel: ListModel {}
+    readonly property ListModel deviceModel: ListModel {}
+    readonly property ListModel templateModel: ListModel {}
     property var drives: []
     property var devices: []
     property var templates: []
@@ -85,10 +86,10 @@ ApplicationWindow {
     }
 
     function refreshDrives() {
-        driveModel.clear()
+        root.driveModel.clear()
         root.drives = appController.getDrives()
         for (const drive of root.drives)
-            driveModel.append({ "key": drive.key, "text": drive.value + " (" + drive.key + ")" })
+            root.driveModel.append({ "key": drive.key, "text": drive.value + " (" + drive.key + ")" })
 
         const ends = (drive, digit) => drive.key.endsWith(digit) || drive.value.endsWith(digit)
         root.drives.forEach((drive, index) => {
@@ -105,9 +106,9 @@ ApplicationWindow {
 
     function refreshDevices() {
         root.devices = appController.getDevices()
-        deviceModel.clear()
+        root.deviceModel.clear()
         for (const device of root.devices)
-            deviceModel.append({ "key": device.name, "text": device.serial + " (" + device.manufacturer + ")" })
+            root.deviceModel.append({ "key": device.name, "text": device.serial + " (" + device.manufacturer + ")" })
 
         for (const mark of ["KELPORA", "FTDI"]) {
             const index = root.devices.findIndex(device => device.serial.includes(mark))
@@ -147,11 +148,11 @@ ApplicationWindow {
     }
 
     function loadTemplates() {
-        templateModel.clear()
+        root.templateModel.clear()
         root.templates = appController.getTemplates()
         for (const entry of root.templates)
-            templateModel.append({ "key": entry.key, "text": entry.value })
-        if (templateModel.count > 0)
+            root.templateModel.append({ "key": entry.key, "text": entry.value })
+        if (root.templateModel.count > 0)
             root.copyFilesPage.templateIndex = 0
     }
 
@@ -162,20 +163,20 @@ ApplicationWindow {
 
     function loadStitchSettings() {
         root.settings = appController.getSettings()
-        if (stitchLoader.item)
-            stitchLoader.item.show(root.settings)
+        if (root.content.stitchPopup)
+            root.content.stitchPopup.show(root.settings)
     }
 
     function saveStitchSettings() {
-        stitchLoader.item.store(root.settings)
+        root.content.stitchPopup.store(root.settings)
         appController.updateSettings(root.settings)
         root.loadStitchSettings()
     }
 
     function changeAnglesClicked() {
-        stitchLoader.active = true
+        root.content.makeStitchPopup()
         root.loadStitchSettings()
-        stitchLoader.item.open()
+        root.content.stitchPopup.open()
     }
 
     function downloadStitchSettings() {
@@ -209,13 +210,13 @@ ApplicationWindow {
         }
         const data = response.data
         if (response.success === true && data !== null && typeof data === "object") {
-            stitchLoader.item.showCalibration(data)
+            root.content.stitchPopup.showCalibration(data)
             root.saveStitchSettings()
         } else if (response.success === true) {
             console.warn("The calibration service's answer holds no calibration.")
         }
-        root.messagePopup.text = response.message === undefined ? "" : String(response.message)
-        root.messagePopup.open()
+        root.content.messagePopup.text = response.message === undefined ? "" : String(response.message)
+        root.content.messagePopup.open()
     }
 
     /// Puts a folder chosen by hand at the top of every card's list; the card that asked for it selects it, the
@@ -224,7 +225,7 @@ ApplicationWindow {
         const chosen = [root.copyFilesPage.card1Index, root.copyFilesPage.card2Index, root.copyFilesPage.card3Index]
             .map((index, card) => card + 1 === cardNumber ? 0 : index + 1)
         root.drives = [{ "key": path, "value": path }].concat(root.drives)
-        driveModel.insert(0, { "key": path, "text": path + " (" + path + ")" })
+        root.driveModel.insert(0, { "key": path, "text": path + " (" + path + ")" })
         root.copyFilesPage.card1Index = chosen[0]
         root.copyFilesPage.card2Index = chosen[1]
         root.copyFilesPage.card3Index = chosen[2]
@@ -232,7 +233,7 @@ ApplicationWindow {
 
     function addTemplate(path) {
         root.templates = [{ "key": path, "value": path }].concat(root.templates)
-        templateModel.insert(0, { "key": path, "text": path })
+        root.templateModel.insert(0, { "key": path, "text": path })
         root.copyFilesPage.templateIndex = 0
     }
 
@@ -295,8 +296,8 @@ ApplicationWindow {
         if (root.dataCopying)
             return false
         root.dataCopying = true
-        root.waitPopup.text = ""
-        root.waitPopup.open()
+        root.content.waitPopup.text = ""
+        root.content.waitPopup.open()
         return true
     }
 
@@ -304,12 +305,12 @@ ApplicationWindow {
     function showControllerProgress(page, from, to, value, text) {
         page.showProgress(from, to, value, text)
         root.dataCopying = value < to
-        root.waitPopup.text = ""
+        root.content.waitPopup.text = ""
         if (root.dataCopying) {
-            root.waitPopup.open()
-            root.waitPopup.text = text
+            root.content.waitPopup.open()
+            root.content.waitPopup.text = text
         } else {
-            root.waitPopup.close()
+            root.content.waitPopup.close()
         }
     }
 
@@ -335,7 +336,7 @@ ApplicationWindow {
         root.settingsPage.photoInterval = timelapseInterval
         root.settingsPage.photoTimeout = timelapseTimeout
         root.setE1Firmware(e1FirmwareVersion)
-        root.waitPopup.close()
+        root.content.waitPopup.close()
     }
 
     function updateCardProgress(cardNumber, from, to, value, text) {
@@ -363,85 +364,17 @@ ApplicationWindow {
         id: tabBar
 
         visible: root.framed
-        currentIndex: pages.currentIndex
+        currentIndex: root.content ? root.content.pageIndex : 0
 
         TabButton { text: "Copy Files" }
         TabButton { text: "Copy Data" }
         TabButton { text: "Settings" }
     }
 
-    SwipeView {
-        id: pages
+    Loader {
+        id: contentLoader
 
         anchors.fill: parent
-        currentIndex: tabBar.currentIndex
-        // As a stop of its own it would hand the keyboard back to the control that had it last, over and over.
-        activeFocusOnTab: false
-
-        PageLoader {
-            id: copyFilesLoader
-
-            active: root.framed
-            sourceComponent: CopyFilesPage {
-                drives: driveModel
-                templates: templateModel
-                readyToCopyFiles: root.readyToCopyFiles()
-                readyToEraseCards: root.readyToEraseCards()
-                anglesText: root.settings["OverwriteAngles"] ? "Overwrite camera angles in template."
-                                                             : "Use camera angles from template."
-                onChooseSourceClicked: {
-                    sourceChooser.cardNumber = cardNumber
-                    sourceChooser.open()
-                }
-                onChooseDestinationClicked: {
-                    destinationChooser.forFiles = true
-                    destinationChooser.open()
-                }
-                onChooseTemplateClicked: templateChooser.open()
-                onChangeAnglesClicked: root.changeAnglesClicked()
-                onEraseCardsClicked: root.eraseCardsPopup.open()
-                onRefreshCardsClicked: root.refreshDrives()
-                onRefreshTemplatesClicked: root.loadTemplates()
-                onCopyFilesClicked: root.copyFilesClicked()
-                onFolderTyped: root.copyDataPage.folder = root.copyFilesPage.folder
-                onProjectNameTyped: root.copyDataPage.projectName = root.copyFilesPage.projectName
-            }
-        }
-
-        PageLoader {
-            id: copyDataLoader
-
-            active: root.framed
-            sourceComponent: CopyDataPage {
-                devices: deviceModel
-                connected: root.readyToReadSettings()
-                readyToCopyData: root.readyToCopyData()
-                readyToEraseMemory: root.readyToEraseMemory()
-                onChooseDestinationClicked: {
-                    destinationChooser.forFiles = false
-                    destinationChooser.open()
-                }
-                onRefreshDevicesClicked: root.refreshDevices()
-                onCopyDataClicked: root.copyDataClicked()
-                onEraseMemoryClicked: root.eraseMemoryPopup.open()
-            }
-        }
-
-        PageLoader {
-            id: settingsLoader
-
-            active: root.framed
-            sourceComponent: SettingsPage {
-                devices: deviceModel
-                connected: root.readyToReadSettings()
-                readyToSave: root.readyToSaveCameraSettings()
-                readyToReset: root.readyToResetCameraSettings()
-                onRefreshDevicesClicked: root.refreshDevices()
-                onConnectClicked: root.connectButtonClicked()
-                onSaveClicked: root.saveCameraSettingsClicked()
-                onResetClicked: root.resetCameraSettingsClicked()
-            }
-        }
     }
 
     footer: Pane {
@@ -469,119 +402,14 @@ ApplicationWindow {
         }
     }
 
-    ListModel { id: driveModel }
-    ListModel { id: deviceModel }
-    ListModel { id: templateModel }
-
-    Loader {
-        id: messagePopupLoader
-
-        active: root.framed
-        sourceComponent: MessagePopup {
-            objectName: "messagePopup"
-        }
-    }
-
-    Loader {
-        id: waitPopupLoader
-
-        active: root.framed
-        sourceComponent: WaitPopup {
-            objectName: "waitPopup"
-        }
-    }
-
-    Loader {
-        id: eraseCardsPopupLoader
-
-        active: root.framed
-        sourceComponent: EraseCardsPopup {
-            objectName: "eraseCardsPopup"
-            onAnswered: root.eraseCardsClicked(erase, createSyncConfig)
-        }
-    }
-
-    // Loaded when first opened: its fields would double the time that the window takes to appear.
-    Loader {
-        id: stitchLoader
-
-        active: false
-        sourceComponent: StitchPopup {
-            objectName: "stitchPopup"
-            onDownloadClicked: {
-                root.settings["Serialnumber"] = serialnumber
-                root.downloadStitchSettings()
-            }
-            onResetClicked: root.loadStitchSettings()
-            onSaveClicked: root.saveStitchSettings()
-        }
-    }
-
-    Chooser {
-        id: sourceChooser
-
-        property int cardNumber: 0
-
-        objectName: "sourceChooser"
-        title: "Choose a directory"
-        startsIn: "desktop"
-        selectFolder: true
-        onChosen: root.addSource(sourceChooser.cardNumber, path)
-    }
-
-    Chooser {
-        id: destinationChooser
-
-        /// Opened from the page "Copy Files", which shares its folder with the other page.
-        property bool forFiles: true
-
-        objectName: "destinationChooser"
-        title: "Choose the target directory"
-        startsIn: "movies"
-        selectFolder: true
-        onChosen: {
-            if (destinationChooser.forFiles)
-                root.copyFilesPage.folder = path
-            root.copyDataPage.folder = path
-        }
-    }
-
-    Chooser {
-        id: templateChooser
-
-        objectName: "templateChooser"
-        title: "Select a stitching template"
-        startsIn: "movies"
-        nameFilters: ["Autopano Project Template (*.kava)"]
-        onChosen: root.addTemplate(path)
-    }
-
-    Chooser {
-        id: firmwareChooser
-
-        objectName: "firmwareChooser"
-        title: "Please select the new firmware file"
-        startsIn: "documents"
-        nameFilters: ["Kelpora Firmware (*.hex)"]
-        onChosen: appController.updateFirmware(root.getSelectedSettingsDeviceName(), path)
-    }
-
-    Loader {
-        id: eraseMemoryPopupLoader
-
-        active: root.framed
-        sourceComponent: EraseMemoryPopup {
-            objectName: "eraseMemoryPopup"
-            onAnswered: root.eraseMemoryClicked(erase)
-        }
-    }
-
     Connections {
         target: root
         enabled: !root.framed
-        // The frame is handed over to be drawn right after this.
-        function onAfterAnimating() { Qt.callLater(() => root.framed = true) }
+        // Made while the first frame is still being drawn, the pages would take the processors that it needs.
+        function onFrameSwapped() { root.framed = true }
     }
+
+    onFramedChanged: contentLoader.setSource("WindowContent.qml", { "window": root })
 
     onReadyChanged: {
         if (!root.ready)
