@@ -384,7 +384,10 @@ void TestMediaImport::aNameThatIsNoTextIsTold()
     const MessageLog log;
     ImportRun import(
         {2, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
-    QVERIFY(import.run());
+    const bool ran = import.run();
+    // The framework could not remove it with the workspace.
+    ::unlink(strange.constData());
+    QVERIFY(ran);
     QCOMPARE(import.finalReports(),
              QStringList{QStringLiteral("0 1 1 Error: Part of the card could not be read. "
                                         "Copied 1/1 videos and 0/0 photos.")});

@@ -2,8 +2,10 @@
 """The controller's jobs through the window: what is sent, what is shown, what is written."""
 
 import calendar
+import contextlib
 import os
 import re
+import secrets
 import time
 
 from kit import recordings, rig, session, testing
@@ -311,10 +313,12 @@ class Devices(ControllerTest):
     """Only listed and opened: nothing answers."""
 
     def begin_with(self, *serials):
+        # The lock files of ports are the machine's, which may have devices of the usual names.
+        self.ports = ["ttyUSB{}{}".format(secrets.token_hex(4), number) for number in range(len(serials))]
         path = os.path.join(self.folder, "devices")
         with open(path, "w") as file:
             for number, serial in enumerate(serials):
-                port = "ttyUSB{}".format(number)
+                port = self.ports[number]
                 usb = "/devices/pci0000:00/0000:00:14.0/usb1/1-{}".format(number + 1)
                 file.write("P: {0}\nE: SUBSYSTEM=usb\nE: DEVTYPE=usb_device\nA: manufacturer=Maker\n"
                            "A: product=Port\nA: serial={1}\n\n"
@@ -322,8 +326,16 @@ class Devices(ControllerTest):
                            "E: ID_BUS=usb\nE: ID_VENDOR=Maker\nE: ID_MODEL=Port\nE: ID_SERIAL_SHORT={1}\n"
                            "A: dev=188:{3}\n\n".format(usb, serial, port, number))
         self.program = self.Program(os.environ["KELPORA_PROGRAM"], self.folder, _Listed(path))
+        self.addCleanup(self.remove_locks)
         self.addCleanup(self.program.end)
         self.window = self.program.start()
+
+    def remove_locks(self):
+        """The program is ended while it holds a port."""
+        for port in self.ports:
+            for folder in ("/var/lock", "/var/lock/lockdev", "/tmp"):
+                with contextlib.suppress(OSError):
+                    os.unlink(os.path.join(folder, "LCK.." + port))
 
     def check_chosen(self, number, *serials):
         self.begin_with(*serials)
@@ -331,7 +343,7 @@ class Devices(ControllerTest):
             self.assertEqual(self.window.choice(box), serials[number] + " (Maker)")
         self.window.turn_to("Settings")
         self.window.press("Connect")
-        opened = "Opening port ttyUSB{}".format(number)
+        opened = "Opening port " + self.ports[number]
         self.wait_until(lambda: opened in self.program.messages(), 5, opened)
 
     def test_a_controller_goes_before_the_others(self):

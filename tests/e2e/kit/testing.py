@@ -93,6 +93,8 @@ def main():
     runner = unittest.TextTestRunner(verbosity=2, resultclass=_Result)
     result = unittest.main(module="__main__", testRunner=runner, exit=False).result
     skipped = len(result.skipped)
+    for test, reason in result.skipped:
+        print("SKIP   : {} {}".format(test, reason))
     failed = result.testsRun - result.passed - skipped
     if not result.wasSuccessful():
         failed = max(failed, 1)
