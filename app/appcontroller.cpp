@@ -290,13 +290,17 @@ void AppController::copyFilesWorker(int cardIndex, QString sourceDir, QString ta
 
 void AppController::updateFirmwareWorker(QString port, QString filePath)
 {
-    FirmwareUpdate(
-        port, filePath,
-        [this](const Progress &progress) {
-            emit updateFirmwareProgress(progress.from, progress.to, progress.value, progress.text);
-        },
-        [this](const QString &message) { recvFirmwareMessage(message); })
-        .run();
+    const ProgressReport report = [this](const Progress &progress) {
+        emit updateFirmwareProgress(progress.from, progress.to, progress.value, progress.text);
+    };
+    try {
+        FirmwareUpdate(port, filePath, report, [this](const QString &message) {
+            recvFirmwareMessage(message);
+        }).run();
+    } catch (const std::exception &error) {
+        qWarning().noquote() << "The firmware update failed:" << QString::fromLocal8Bit(error.what());
+        report({0, 2, 2, QStringLiteral("Error updating firmware.")});
+    }
 }
 
 int AppController::copyVideoFile(QString sourcePath, int cardIndex, int fileIndex, int totalFiles,

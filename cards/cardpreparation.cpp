@@ -21,6 +21,13 @@ bool isLink(const QString &path)
     return QFileInfo(path).isSymLink();
 }
 
+bool holds(const QString &path, const QByteArray &text)
+{
+    QFile file(path);
+    return QFileInfo(path).isFile() && !file.open(QIODevice::ReadWrite) && file.open(QIODevice::ReadOnly) &&
+           file.readAll() == text;
+}
+
 } // namespace
 
 CardPreparation::CardPreparation(int card, QString root, ProgressReport report)
@@ -99,7 +106,10 @@ void CardPreparation::writeSyncConfig()
         written_ = false;
         return;
     }
-    writeAtStart(path, "multi.auto_ena=1\nrecord.tl_enable=0\n");
+    const QByteArray text = "multi.auto_ena=1\nrecord.tl_enable=0\n";
+    // An earlier preparation left it read-only.
+    if (!holds(path, text))
+        writeAtStart(path, text);
     QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::ReadUser | QFileDevice::ReadGroup |
                                     QFileDevice::ReadOther);
 }

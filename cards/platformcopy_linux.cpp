@@ -136,6 +136,7 @@ bool isWriteError(int error)
     case ESPIPE:
     case ENOSYS:
     case EOPNOTSUPP:
+    case EPERM: // as sandboxes say
         return false;
     default:
         return true;
@@ -255,20 +256,23 @@ void copyAttributes(QFile &source, QFile &target)
 
 VolumeFlush::~VolumeFlush()
 {
-    for (const auto &volume : volumes_)
-        ::close(volume.second);
+    for (const auto &volume : volumes_) {
+        if (volume.second >= 0)
+            ::close(volume.second);
+    }
 }
 
 void VolumeFlush::watch(const QString &folder)
 {
     const QByteArray path = QFile::encodeName(folder);
     struct stat status = {};
-    if (::stat(path.constData(), &status) != 0 || volumes_.count(status.st_dev) > 0)
+    static_cast<void>(::stat(path.constData(), &status));
+    const auto known = volumes_.find(status.st_dev);
+    if (known != volumes_.end() && known->second >= 0)
         return;
-    // syncfs() reports the errors since its descriptor was opened, to every descriptor once.
-    const int descriptor = ::open(path.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor >= 0)
-        volumes_[status.st_dev] = descriptor;
+    // syncfs() reports the errors since its descriptor was opened, to every descriptor once. A volume that
+    // can't be watched stays without one, by which finish() fails.
+    volumes_[status.st_dev] = ::open(path.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 }
 
 bool VolumeFlush::finish(const QStringList &files, const StopFlag &stop) const

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <copyfile.h>
 #include <fcntl.h>
+#include <map>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -53,7 +54,7 @@ bool VolumeFlush::finish(const QStringList &files, const StopFlag &stop) const
     const auto flush = [](int file, int request) {
         return ::fcntl(file, request) != -1 || ::fsync(file) == 0;
     };
-    int last = -1;
+    std::map<dev_t, int> last; // of each volume
     bool flushed = true;
     for (auto path = files.cbegin(); path != files.cend() && flushed; ++path) {
         // What stands there may have become something else, such as a pipe that would wait for its writer.
@@ -68,14 +69,15 @@ bool VolumeFlush::finish(const QStringList &files, const StopFlag &stop) const
         struct stat status = {};
         flushed = !stop.isRaised() && ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
                   flush(file, F_BARRIERFSYNC);
-        if (last >= 0)
-            ::close(last);
-        last = file;
+        const auto before = last.find(status.st_dev);
+        if (before != last.end())
+            ::close(before->second);
+        last[status.st_dev] = file;
     }
-    if (last < 0)
-        return files.isEmpty();
-    // Has the disk empty its own cache, which holds the others too.
-    flushed = flushed && flush(last, F_FULLFSYNC);
-    ::close(last);
+    // Has the disk empty its own cache, which holds the volume's other files too.
+    for (const auto &file : last) {
+        flushed = flushed && flush(file.second, F_FULLFSYNC);
+        ::close(file.second);
+    }
     return flushed;
 }

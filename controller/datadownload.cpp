@@ -21,11 +21,23 @@ QString runFileName(const Record &start, const QString &projectName)
                                  : QStringLiteral("kelpora360_%1_%2.csv").arg(projectName).arg(date);
 }
 
+/// How many datasets the lines hold, however often one was sent.
+int distinct(const QStringList &lines)
+{
+    QSet<int> numbers;
+    for (const QString &line : lines)
+        numbers.insert(Record(line).number);
+    return numbers.size();
+}
+
 /// Whether `content` is all that the file holds, and perhaps more.
 bool continues(const QByteArray &content, const QString &path)
 {
     QFile file(path);
-    return file.open(QIODevice::ReadOnly) && content.startsWith(file.readAll());
+    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray older = file.readAll();
+    return file.error() == QFileDevice::NoError && older.size() == file.size() && content.startsWith(older);
 }
 
 /// Writes the runs of one dump, each when it has ended.
@@ -129,8 +141,9 @@ void DataDownload::work(PSEAComms &link)
     QStringList lines;
     // A damaged line may have been noise, and an end message may come too early or not at all: what counts is
     // whether all that was announced is here.
-    static_cast<void>(link.readData(lines));
-    const bool complete = lines.size() + link.unnumberedData_ >= link.numData_;
+    const bool ended = link.readData(lines);
+    const bool complete =
+        (ended || link.numData_ > 0) && distinct(lines) + link.unnumberedData_ >= link.numData_;
     const RunFiles files = writeRuns(lines, targetDir_, projectName_, complete);
     QStringList text;
     if (!complete || files.failed > 0)
@@ -157,7 +170,7 @@ RunFiles writeRuns(const QStringList &lines, const QString &targetDir, const QSt
     int previous = 0;
     for (const QString &line : lines) {
         Record record(line);
-        if (!complete && record.type != 's' && record.number != previous + 1) {
+        if (!complete && record.type != 's' && record.number - previous != 1) {
             qWarning("Data: Nothing between the datasets %d and %d.", previous, record.number);
             runs.skip();
         }

@@ -11,7 +11,7 @@ ApplicationWindow {
     readonly property var copyFilesPage: root.content ? root.content.copyFilesPage : null
     readonly property var copyDataPage: root.content ? root.content.copyDataPage : null
     readonly property var settingsPage: root.content ? root.content.settingsPage : null
-    readonly property bool ready: root.content ? true : false
+    readonly property bool ready: root.copyFilesPage && root.copyDataPage && root.settingsPage ? true : false
     property bool framed: false
     readonly property int tabIndex: tabBar.currentIndex
 

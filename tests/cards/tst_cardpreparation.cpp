@@ -245,6 +245,7 @@ private slots:
     void existingFiles_data();
     void existingFiles();
     void theReadOnlyConfigurationKeepsItsContent();
+    void theReadOnlyConfigurationOfAnEarlierTime();
     void preparingTwice_data();
     void preparingTwice();
     void invalidFolders_data();
@@ -437,6 +438,17 @@ void TestCardPreparation::existingFiles()
         expected.insert(name, after);
         QCOMPARE(workspace.tree(QStringLiteral("card")), expected);
     }
+}
+
+void TestCardPreparation::theReadOnlyConfigurationOfAnEarlierTime()
+{
+    const Workspace workspace;
+    const QString root = workspace.makeFolder(QStringLiteral("card"));
+    const PlainUser user;
+    const QStringList said = prepare(1, root, false, true);
+    QVERIFY(said.filter(QStringLiteral("warning: ")).isEmpty());
+    QCOMPARE(prepare(1, root, false, true), said);
+    QCOMPARE(workspace.read(QStringLiteral("card/MISC/cfg")), config);
 }
 
 void TestCardPreparation::theReadOnlyConfigurationKeepsItsContent()

@@ -194,6 +194,12 @@ void TestCsvRuns::whatADumpWithGapsReplaces_data()
         << begin(15) << without(first, 10) << 0 << 1 << begin(15);
     QTest::newRow("a start is missing, which puts two runs into one")
         << first + second << without(first + second, 21) << 0 << 1 << first + second;
+    Nmea unnumbered("$PSEADATA,,10,3638,1,20,0,0,0,0");
+    unnumbered.AddChecksum();
+    const QString without_number = QString::fromStdString(unnumbered.GetSentence()) + QStringLiteral("\r\n");
+    QTest::newRow("an entry without a number")
+        << first << QStringList(begin(4) + QStringList{without_number} + QStringList(first.mid(4))) << 0 << 1
+        << first;
     QTest::newRow("two runs of one name, the second replaces the first")
         << nothing << run(evening, 3) + run(evening + 1, 2) << 2 << 0 << run(evening + 1, 2);
 }

@@ -638,6 +638,10 @@ void TestJobs::whatCountsAsAllData_data()
         << 3 << List{start, second, unnumbered, end} << "Wrote 2 records to 1 files";
     QTest::newRow("one of them is too short")
         << 3 << List{start, second, "PSEADATA,3,10,3638,1", end} << missing + "Wrote 2 records to 1 files";
+    QTest::newRow("one of them came twice, another is missing")
+        << 3 << List{start, second, second, end} << missing + "Wrote 3 records to 1 files";
+    QTest::newRow("a count that is none, and silence")
+        << -5 << List{} << missing + "Wrote 0 records to 0 files";
     QTest::newRow("nothing but the end") << 3 << List{end} << missing + "Wrote 0 records to 0 files";
 }
 
@@ -656,7 +660,7 @@ void TestJobs::whatCountsAsAllData()
     const QString folder = workspace.makeFolder(QStringLiteral("logs"));
     const MessageLog log;
     Told told;
-    DataDownload(told.request(), folder, {}).run();
+    DataDownload(told.request(nullptr, 300), folder, {}).run();
     QCOMPARE(told.all.last(), "0,2,2 " + report + " in " + folder);
 }
 
