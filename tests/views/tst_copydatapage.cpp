@@ -475,15 +475,9 @@ void TestCopyDataPage::tabReachesEveryControl()
     QVERIFY(view.isShown());
     QVERIFY(view.showPage(1));
     view.item(dataCombo)->forceActiveFocus(Qt::TabFocusReason);
-    QStringList reached;
-    for (int i = 0; i < 7; ++i) {
-        const QQuickItem *focused = view.window()->activeFocusItem();
-        reached.append(focused->objectName().isEmpty() ? focused->property("text").toString()
-                                                       : focused->objectName());
-        QTest::keyClick(view.window(), Qt::Key_Tab);
-    }
-    QCOMPARE(reached, (QStringList{"devicesComboData", "refreshDevicesDataButton", "destinationDataText",
-                                   "...", "projectNameDataText", "copyDataButton", "eraseMemoryButton"}));
+    QCOMPARE(view.tabThrough(7),
+             (QStringList{"devicesComboData", "refreshDevicesDataButton", "destinationDataText", "...",
+                          "projectNameDataText", "copyDataButton", "eraseMemoryButton"}));
     QCOMPARE(view.window()->activeFocusItem()->objectName(), QStringLiteral("exitButton"));
 }
 

@@ -228,13 +228,8 @@ void TestEraseCards::tabStaysInThePopup()
     QVERIFY(view.isShown());
     QVERIFY(openPopup(view));
     view.item(QStringLiteral("eraseCardsBox"))->forceActiveFocus(Qt::TabFocusReason);
-    QStringList reached;
-    for (int i = 0; i < 5; ++i) {
-        reached.append(view.window()->activeFocusItem()->objectName());
-        QTest::keyClick(view.window(), Qt::Key_Tab);
-    }
-    QCOMPARE(reached, (QStringList{"eraseCardsBox", "syncConfigBox", popup + "EraseButton",
-                                   popup + "CancelButton", "eraseCardsBox"}));
+    QCOMPARE(view.tabThrough(5), (QStringList{"eraseCardsBox", "syncConfigBox", popup + "EraseButton",
+                                              popup + "CancelButton", "eraseCardsBox"}));
 }
 
 void TestEraseCards::tabReachesEveryControlOfThePage()
@@ -267,14 +262,7 @@ void TestEraseCards::tabReachesEveryControlOfThePage()
                                   "Settings",
                                   "card1Combo"};
     view.item(expected.first())->forceActiveFocus(Qt::TabFocusReason);
-    QStringList reached;
-    for (int i = 0; i < expected.size(); ++i) {
-        const QQuickItem *focused = view.window()->activeFocusItem();
-        reached.append(focused->objectName().isEmpty() ? focused->property("text").toString()
-                                                       : focused->objectName());
-        QTest::keyClick(view.window(), Qt::Key_Tab);
-    }
-    QCOMPARE(reached, expected);
+    QCOMPARE(view.tabThrough(expected.size()), expected);
 }
 
 QTEST_MAIN(TestEraseCards)

@@ -107,6 +107,18 @@ void View::click(const QQuickItem *target) const
     QTest::mouseClick(window_, Qt::LeftButton, Qt::NoModifier, middle.toPoint());
 }
 
+QStringList View::tabThrough(int stops) const
+{
+    QStringList reached;
+    for (int i = 0; i < stops; ++i) {
+        const QQuickItem *focused = window_->activeFocusItem();
+        reached.append(focused->objectName().isEmpty() ? focused->property("text").toString()
+                                                       : focused->objectName());
+        QTest::keyClick(window_, Qt::Key_Tab);
+    }
+    return reached;
+}
+
 bool View::showPage(int index) const
 {
     const QQuickItem *front = page(index);

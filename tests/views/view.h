@@ -75,6 +75,9 @@ public:
     void click(const QString &objectName) const;
     void click(const QQuickItem *target) const;
 
+    /// Presses Tab `stops` times; the name, or else the text, of what had the keyboard before each.
+    [[nodiscard]] QStringList tabThrough(int stops) const;
+
     /// Brings page 0, 1 or 2 to the front. False if it doesn't come to rest there.
     [[nodiscard]] bool showPage(int index) const;
     [[nodiscard]] QQuickItem *page(int index) const;
