@@ -23,7 +23,6 @@
 #include <QtConcurrent>
 
 #include <algorithm>
-#include <exception>
 #include <utility>
 
 namespace {
@@ -277,30 +276,19 @@ void AppController::saveCameraSettingsWorker(QString port, QString date, PSEACon
 void AppController::copyFilesWorker(int cardIndex, QString sourceDir, QString targetDir, QString templatePath,
                                     QString projectName)
 {
-    try {
-        if (mediaImport(cardIndex, sourceDir, targetDir, templatePath, projectName)->run())
-            countFinishedCard(targetDir);
-    } catch (const std::exception &error) {
-        // Without a last report the window would stay locked.
-        const QString reason = QString::fromLocal8Bit(error.what());
-        qWarning().noquote() << QStringLiteral("Card %1: ").arg(cardIndex) + reason;
-        emit updateCardProgress(cardIndex, 0, 1, 1, QStringLiteral("Error: ") + reason);
-    }
+    if (mediaImport(cardIndex, sourceDir, targetDir, templatePath, projectName)->run())
+        countFinishedCard(targetDir);
 }
 
 void AppController::updateFirmwareWorker(QString port, QString filePath)
 {
-    const ProgressReport report = [this](const Progress &progress) {
-        emit updateFirmwareProgress(progress.from, progress.to, progress.value, progress.text);
-    };
-    try {
-        FirmwareUpdate(port, filePath, report, [this](const QString &message) {
-            recvFirmwareMessage(message);
-        }).run();
-    } catch (const std::exception &error) {
-        qWarning().noquote() << "The firmware update failed:" << QString::fromLocal8Bit(error.what());
-        report({0, 2, 2, QStringLiteral("Error updating firmware.")});
-    }
+    FirmwareUpdate(
+        port, filePath,
+        [this](const Progress &progress) {
+            emit updateFirmwareProgress(progress.from, progress.to, progress.value, progress.text);
+        },
+        [this](const QString &message) { recvFirmwareMessage(message); })
+        .run();
 }
 
 int AppController::copyVideoFile(QString sourcePath, int cardIndex, int fileIndex, int totalFiles,

@@ -24,8 +24,7 @@ bool isLink(const QString &path)
 bool holds(const QString &path, const QByteArray &text)
 {
     QFile file(path);
-    return QFileInfo(path).isFile() && !file.open(QIODevice::ReadWrite) && file.open(QIODevice::ReadOnly) &&
-           file.readAll() == text;
+    return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly) && file.readAll() == text;
 }
 
 } // namespace

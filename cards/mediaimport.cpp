@@ -6,6 +6,7 @@
 #include <QDebug>
 #include <QFileInfo>
 
+#include <exception>
 #include <utility>
 
 namespace {
@@ -105,6 +106,19 @@ MediaImport::MediaImport(ImportRequest request, ImportProjects projects, Progres
 }
 
 bool MediaImport::run()
+{
+    try {
+        return importCard();
+    } catch (const std::exception &error) {
+        // Without a last report the window would stay locked.
+        const QString reason = QString::fromLocal8Bit(error.what());
+        qWarning().noquote() << QStringLiteral("Card %1: ").arg(request_.card) + reason;
+        report_({0, 1, 1, QStringLiteral("Error: ") + reason});
+        return false;
+    }
+}
+
+bool MediaImport::importCard()
 {
     const QString reason = invalidReason();
     if (!reason.isEmpty()) {

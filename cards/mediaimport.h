@@ -47,7 +47,8 @@ public:
     MediaImport(ImportRequest request, ImportProjects projects, ProgressReport report, const StopFlag &stop);
 
     /// Imports the whole card. True when it went through to its end, however many files could not be copied
-    /// or brought to the disk; false when the request is invalid or the flag was raised.
+    /// or brought to the disk; false when the request is invalid or the flag was raised, and after an
+    /// exception, which ends here.
     bool run();
 
     /// Copies one video below `sourceDirectory`; `fileIndex` of `totalFiles` is what the report says. Returns
@@ -68,6 +69,7 @@ private:
         int photosCopied = 0;
     };
 
+    bool importCard();
     [[nodiscard]] QString invalidReason() const;
     [[nodiscard]] QStringList listFiles();
     void copyListed(const QString &path, int position, int totalFiles, Counts *counts);

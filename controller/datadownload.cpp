@@ -21,15 +21,6 @@ QString runFileName(const Record &start, const QString &projectName)
                                  : QStringLiteral("kelpora360_%1_%2.csv").arg(projectName).arg(date);
 }
 
-/// How many datasets the lines hold, however often one was sent.
-int distinct(const QStringList &lines)
-{
-    QSet<int> numbers;
-    for (const QString &line : lines)
-        numbers.insert(Record(line).number);
-    return numbers.size();
-}
-
 /// Whether `content` is all that the file holds, and perhaps more.
 bool continues(const QByteArray &content, const QString &path)
 {
@@ -142,8 +133,7 @@ void DataDownload::work(PSEAComms &link)
     // A damaged line may have been noise, and an end message may come too early or not at all: what counts is
     // whether all that was announced is here.
     const bool ended = link.readData(lines);
-    const bool complete =
-        (ended || link.numData_ > 0) && distinct(lines) + link.unnumberedData_ >= link.numData_;
+    const bool complete = (ended || link.numData_ > 0) && link.dataReceived_ >= link.numData_;
     const RunFiles files = writeRuns(lines, targetDir_, projectName_, complete);
     QStringList text;
     if (!complete || files.failed > 0)

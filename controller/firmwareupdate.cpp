@@ -3,8 +3,10 @@
 #include "app/paths.h"
 #include "controller/shellcommand.h"
 
+#include <QDebug>
 #include <QDir>
 
+#include <exception>
 #include <utility>
 
 FirmwareUpdate::FirmwareUpdate(QString port, QString filePath, ProgressReport report,
@@ -22,8 +24,14 @@ void FirmwareUpdate::run()
     // One argument with a blank: the shell makes two words of it.
     const QStringList arguments = {QStringLiteral("-p /dev/%1").arg(port_),
                                    QDir(getFirmwareDir()).absoluteFilePath(filePath_)};
-    ShellCommand command;
-    QObject::connect(&command, &ShellCommand::newMessage, relay_);
-    command.run(program, arguments);
-    report_({0, 2, 2, command.success ? QStringLiteral("Done") : QStringLiteral("Error updating firmware.")});
+    bool success = false;
+    try {
+        ShellCommand command;
+        QObject::connect(&command, &ShellCommand::newMessage, relay_);
+        command.run(program, arguments);
+        success = command.success;
+    } catch (const std::exception &error) {
+        qWarning().noquote() << "The firmware update failed:" << QString::fromLocal8Bit(error.what());
+    }
+    report_({0, 2, 2, success ? QStringLiteral("Done") : QStringLiteral("Error updating firmware.")});
 }

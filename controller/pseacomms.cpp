@@ -8,6 +8,7 @@
 #include <QElapsedTimer>
 #include <QJsonObject>
 #include <QSerialPortInfo>
+#include <QSet>
 #include <QThread>
 
 #include <algorithm>
@@ -397,7 +398,8 @@ bool PSEAComms::readData(QStringList &lines)
     lastError_.clear();
     if (!send("$PSEADUMP"))
         return false;
-    unnumberedData_ = 0;
+    dataReceived_ = 0;
+    QSet<int> numbers;
     // Before the first data set four reads are the limit. After it, no number of lines ends a dump without
     // its end message, but as much time as four silent reads take does.
     int reads = 0;
@@ -424,7 +426,7 @@ bool PSEAComms::readData(QStringList &lines)
             continue;
         const int number = sentence.FieldAsInt(1);
         if (number < 1) {
-            ++unnumberedData_;
+            ++dataReceived_;
             continue;
         }
         if (sentence.NumFields() < dataFields) {
@@ -432,6 +434,10 @@ bool PSEAComms::readData(QStringList &lines)
             continue;
         }
         sinceData.start();
+        if (!numbers.contains(number)) {
+            numbers.insert(number);
+            ++dataReceived_;
+        }
         emit newMessage(QStringLiteral("Reading dataset %1 of %2").arg(number).arg(numData_));
         lines.append(line);
     }
