@@ -11,15 +11,18 @@
 #include <QProcess>
 #include <QStandardPaths>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -181,6 +184,38 @@ qint64 allocated(const QString &path)
     return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? qint64{status.st_blocks} * 512 : -1;
 }
 
+/// How many bytes of a file the system holds in memory; -1 if it doesn't say.
+qint64 cached(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return -1;
+    const auto size = static_cast<std::size_t>(file.size());
+    void *map = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, file.handle(), 0);
+    if (map == MAP_FAILED)
+        return -1;
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    std::vector<unsigned char> pages((size + page - 1) / page);
+    const int failed = ::mincore(map, size, pages.data());
+    ::munmap(map, size);
+    if (failed != 0)
+        return -1;
+    return std::count_if(pages.cbegin(), pages.cend(),
+                         [](unsigned char state) { return (state & 1U) != 0; }) *
+           static_cast<qint64>(page);
+}
+
+/// Has a file written and let go of. Returns what of it stays in memory, as on a volume that is memory.
+qint64 cachedAfterRelease(const QString &path)
+{
+    const int file = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    if (file < 0)
+        return -1;
+    const bool released = ::fsync(file) == 0 && ::posix_fadvise(file, 0, 0, POSIX_FADV_DONTNEED) == 0;
+    ::close(file);
+    return released ? cached(path) : -1;
+}
+
 } // namespace
 
 class TestFileCopy : public QObject
@@ -192,6 +227,7 @@ private slots:
     void copies();
     void sizesAroundThePieces_data();
     void sizesAroundThePieces();
+    void aLongRecordingDoesNotFillTheMemory();
     void permissionsAndTimeAreKept_data();
     void permissionsAndTimeAreKept();
     void anExistingFileIsNeverOverwritten_data();
@@ -280,6 +316,33 @@ void TestFileCopy::sizesAroundThePieces()
     const QString source = workspace.write(QStringLiteral("A.MOV"), recording(size, 5));
     const QString copy = workspace.path(QStringLiteral("B.MOV"));
     QVERIFY(copyNewFile(source, copy, stop) == Publish::Done);
+    QVERIFY(sameContent(source, copy));
+}
+
+void TestFileCopy::aLongRecordingDoesNotFillTheMemory()
+{
+    // More than what may wait for the disk by far.
+    constexpr qint64 size = qint64{256} * mebibyte;
+    constexpr qint64 limit = qint64{96} * mebibyte;
+    const Workspace workspace;
+    const StopFlag stop;
+    const QString source = workspace.path(QStringLiteral("A.MOV"));
+    {
+        QFile file(source);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        const QByteArray piece = recording(mebibyte, 7);
+        for (qint64 written = 0; written < size; written += piece.size())
+            QCOMPARE(file.write(piece), qint64{piece.size()});
+    }
+    if (cachedAfterRelease(source) != 0)
+        QSKIP("Files stay in memory on this volume.");
+
+    const QString copy = workspace.path(QStringLiteral("B.MOV"));
+    QVERIFY(copyNewFile(source, copy, stop) == Publish::Done);
+    const qint64 ofSource = cached(source);
+    const qint64 ofCopy = cached(copy);
+    QVERIFY2(ofSource >= 0 && ofSource < limit, qPrintable(QString::number(ofSource)));
+    QVERIFY2(ofCopy >= 0 && ofCopy < limit, qPrintable(QString::number(ofCopy)));
     QVERIFY(sameContent(source, copy));
 }
 
