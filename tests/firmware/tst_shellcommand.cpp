@@ -14,6 +14,7 @@
 #include <QSignalSpy>
 #include <QThread>
 
+#include <stdexcept>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -100,6 +101,7 @@ private slots:
     void reports();
     void aMissingTool_data();
     void aMissingTool();
+    void anErrorInTheMiddleEndsInAReport();
     void theController();
     void theControllerStaysUsable();
 };
@@ -468,6 +470,25 @@ void TestShellCommand::aMissingTool()
         [&](const QString &message) { said.append(message); })
         .run();
     QCOMPARE(said, (QStringList{started, endReport}));
+}
+
+void TestShellCommand::anErrorInTheMiddleEndsInAReport()
+{
+    const Workspace workspace;
+    installTool("echo Writing");
+    QStringList said;
+    const MessageLog log;
+    FirmwareUpdate(
+        QStringLiteral("tty"), QStringLiteral("x.hex"),
+        [&](const Progress &progress) { said.append(line(progress)); },
+        [](const QString &message) {
+            if (message != started)
+                throw std::runtime_error("no memory left");
+        })
+        .run();
+    QCOMPARE(said, QStringList{endReport});
+    QCOMPARE(MessageLog::lines(QStringLiteral("warning")),
+             QStringList{"The firmware update failed: no memory left"});
 }
 
 void TestShellCommand::theController()
