@@ -538,7 +538,7 @@ void TestCopyFilesPage::progress()
     QList<bool> expected = {true, true, true};
     for (int card = 1; card <= 3; ++card) {
         const QString text = QStringLiteral("Card %1 says <b>%</b>").arg(card);
-        view.updateCardProgress(card, from, to, value, text);
+        view.call("updateCardProgress", card, from, to, value, text);
         expected[card - 1] = running;
         QCOMPARE(flags(view), expected);
         const QString row = QStringLiteral("card%1Progress").arg(card);
@@ -568,7 +568,7 @@ void TestCopyFilesPage::progressOfOtherNumbersIsIgnored()
     const View view(&controller);
     QVERIFY(view.isShown());
     view.call("copyFilesClicked");
-    view.updateCardProgress(card, 0, 1, 1, QStringLiteral("nobody's"));
+    view.call("updateCardProgress", card, 0, 1, 1, QStringLiteral("nobody's"));
     QCOMPARE(flags(view), (QList<bool>{true, true, true}));
     for (int shown = 1; shown <= 3; ++shown) {
         const QString row = QStringLiteral("card%1Progress").arg(shown);
@@ -587,12 +587,12 @@ void TestCopyFilesPage::theLastReportsOfThreeCardsEndTheImport()
     for (int card = 1; card <= 3; ++card) {
         QCOMPARE(view.property(QStringLiteral("copyFilesButton"), "enabled").toBool(), false);
         QCOMPARE(view.property(QStringLiteral("exitButton"), "enabled").toBool(), false);
-        view.updateCardProgress(card, 0, 1, 1, QStringLiteral("Copied 1/1 videos and 0/0 photos."));
+        view.call("updateCardProgress", card, 0, 1, 1, QStringLiteral("Copied 1/1 videos and 0/0 photos."));
     }
     QCOMPARE(view.property(QStringLiteral("copyFilesButton"), "enabled").toBool(), true);
     QCOMPARE(view.property(QStringLiteral("exitButton"), "enabled").toBool(), true);
     // Its next file makes a card busy again.
-    view.updateCardProgress(2, 0, 5, 2, QStringLiteral("Copying /media/b/CLIP0001.MOV"));
+    view.call("updateCardProgress", 2, 0, 5, 2, QStringLiteral("Copying /media/b/CLIP0001.MOV"));
     QCOMPARE(flags(view), (QList<bool>{false, true, false}));
     QCOMPARE(view.property(QStringLiteral("exitButton"), "enabled").toBool(), false);
 }
@@ -611,8 +611,8 @@ void TestCopyFilesPage::reportsInQuickSuccession()
     };
     view.call("copyFilesClicked");
     for (int file = 1; file <= 500; ++file) {
-        view.updateCardProgress(1, 0, 501, file, QStringLiteral("Copying %1").arg(file));
-        view.updateCardProgress(3, 0, 501, file, QStringLiteral("Copying %1").arg(file));
+        view.call("updateCardProgress", 1, 0, 501, file, QStringLiteral("Copying %1").arg(file));
+        view.call("updateCardProgress", 3, 0, 501, file, QStringLiteral("Copying %1").arg(file));
     }
     // Not every one of them is drawn, but the last one is, soon.
     QVERIFY(value(1) < 500);
@@ -623,8 +623,8 @@ void TestCopyFilesPage::reportsInQuickSuccession()
 
     // An end is shown at once, and nothing that was said before it comes after it.
     for (int file = 1; file <= 500; ++file)
-        view.updateCardProgress(1, 0, 501, file, QStringLiteral("Copying %1").arg(file));
-    view.updateCardProgress(1, 0, 1, 1, QStringLiteral("Copied 501/501 videos and 0/0 photos."));
+        view.call("updateCardProgress", 1, 0, 501, file, QStringLiteral("Copying %1").arg(file));
+    view.call("updateCardProgress", 1, 0, 1, 1, QStringLiteral("Copied 501/501 videos and 0/0 photos."));
     QCOMPARE(text(1), QStringLiteral("Copied 501/501 videos and 0/0 photos."));
     QCOMPARE(flags(view), (QList<bool>{false, true, true}));
     QTest::qWait(300);

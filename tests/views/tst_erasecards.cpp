@@ -181,12 +181,12 @@ void TestEraseCards::theReportsSetTheFlags()
     QVERIFY(view.isShown());
     QVERIFY(openPopup(view));
     view.click(popup + QStringLiteral("EraseButton"));
-    view.updateCardProgress(2, 0, 2, 1, QStringLiteral("Erasing"));
+    view.call("updateCardProgress", 2, 0, 2, 1, QStringLiteral("Erasing"));
     QCOMPARE(view.window()->property("cardTwoCopying").toBool(), true);
     QCOMPARE(view.property("card2ProgressText", "text").toString(), QStringLiteral("Erasing"));
     QCOMPARE(view.property("eraseCardsButton", "enabled").toBool(), false);
     QCOMPARE(view.property("exitButton", "enabled").toBool(), false);
-    view.updateCardProgress(2, 0, 2, 2, QStringLiteral("Erased and prepared."));
+    view.call("updateCardProgress", 2, 0, 2, 2, QStringLiteral("Erased and prepared."));
     QCOMPARE(view.window()->property("cardTwoCopying").toBool(), false);
     QCOMPARE(view.property("eraseCardsButton", "enabled").toBool(), true);
     QCOMPARE(view.property("exitButton", "enabled").toBool(), true);

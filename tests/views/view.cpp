@@ -87,15 +87,6 @@ QVariant View::property(const QString &objectName, const char *name) const
     return object(objectName)->property(name);
 }
 
-void View::updateCardProgress(const QVariant &card, const QVariant &from, const QVariant &to,
-                              const QVariant &value, const QVariant &text) const
-{
-    if (!QMetaObject::invokeMethod(window_, "updateCardProgress", Q_ARG(QVariant, card),
-                                   Q_ARG(QVariant, from), Q_ARG(QVariant, to), Q_ARG(QVariant, value),
-                                   Q_ARG(QVariant, text)))
-        qFatal("The window has no function updateCardProgress with five arguments");
-}
-
 void View::click(const QString &objectName) const
 {
     click(item(objectName));

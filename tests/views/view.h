@@ -68,8 +68,6 @@ public:
             qFatal("The window has no function %s", function);
         return result;
     }
-    void updateCardProgress(const QVariant &card, const QVariant &from, const QVariant &to,
-                            const QVariant &value, const QVariant &text) const;
 
     /// Clicks into the middle of a control.
     void click(const QString &objectName) const;
