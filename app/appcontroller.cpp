@@ -265,7 +265,12 @@ void AppController::resetCameraSettingsWorker(QString port)
 
 void AppController::eraseMemoryWorker(QString port)
 {
-    EraseMemory(dataRequest(port)).run();
+    ControllerRequest request = dataRequest(port);
+    // Once begun it isn't ended early: at exit the controller would be turned off in the middle of it. While
+    // it runs, the port can't be opened a second time.
+    if (!stop_.isRaised())
+        request.stop = nullptr;
+    EraseMemory(std::move(request)).run();
 }
 
 void AppController::saveCameraSettingsWorker(QString port, QString date, PSEAConfig cfg)

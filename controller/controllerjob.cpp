@@ -28,6 +28,11 @@ void ControllerJob::run()
 
 void ControllerJob::exchange()
 {
+    // One that waited for a thread until the program closed begins nothing.
+    if (request_.stop != nullptr && request_.stop->isRaised()) {
+        report({0, 1, 1, QStringLiteral("Error: The program is closing.")});
+        return;
+    }
     PSEAComms link(request_.stop);
     link.timeouts_ = request_.timeouts;
     QObject::connect(&link, &PSEAComms::newMessage, request_.relay);

@@ -21,6 +21,15 @@ QString runFileName(const Record &start, const QString &projectName)
                                  : QStringLiteral("kelpora360_%1_%2.csv").arg(projectName).arg(date);
 }
 
+/// A name beside `path` for a run that is not whole: the first, second and so on.
+QString incompletePath(const QString &path, int attempt)
+{
+    const QFileInfo file(path);
+    const QString number = attempt > 1 ? QStringLiteral("_%1").arg(attempt) : QString();
+    return file.dir().filePath(file.completeBaseName() + QStringLiteral("_incomplete") + number +
+                               QStringLiteral(".csv"));
+}
+
 /// Whether `content` is all that the file holds, and perhaps more.
 bool continues(const QByteArray &content, const QString &path)
 {
@@ -62,11 +71,14 @@ public:
     {
         if (path_.isEmpty())
             return;
-        if (!complete_ && !ours_.contains(path_) && QFileInfo::exists(path_) &&
-            !(whole_ && continues(content_, path_))) {
-            qWarning().noquote() << "Data: Kept the older" << path_;
-            ++files_.kept;
-        } else if (write()) {
+        const QString named = path_;
+        for (int attempt = 1; !mayWrite(); ++attempt)
+            path_ = incompletePath(named, attempt);
+        if (path_ != named) {
+            qWarning().noquote() << "Data: Kept the older" << named + QStringLiteral(", writing") << path_;
+            ++files_.beside;
+        }
+        if (write()) {
             ours_.insert(path_);
             ++files_.written;
         } else {
@@ -78,6 +90,14 @@ public:
     [[nodiscard]] const RunFiles &files() const { return files_; }
 
 private:
+    /// Whether the run may have its file: with the dump not complete, only one that loses nothing of another
+    /// dump's.
+    [[nodiscard]] bool mayWrite() const
+    {
+        return complete_ || ours_.contains(path_) || !QFileInfo::exists(path_) ||
+               (whole_ && continues(content_, path_));
+    }
+
     [[nodiscard]] bool write() const
     {
         QSaveFile file(path_);
@@ -140,7 +160,7 @@ void DataDownload::work(PSEAComms &link)
         text << QStringLiteral("Error:");
     if (!complete)
         text << QStringLiteral("The controller did not send all data.");
-    if (files.kept > 0)
+    if (files.beside > 0)
         text << QStringLiteral("Older files were kept.");
     if (files.failed > 0)
         text << QStringLiteral("Not every file could be written.");
@@ -160,6 +180,11 @@ RunFiles writeRuns(const QStringList &lines, const QString &targetDir, const QSt
     int previous = 0;
     for (const QString &line : lines) {
         Record record(line);
+        if (record.id < 1) {
+            qWarning().noquote() << "Data: Not a whole dataset:" << line.trimmed();
+            runs.skip();
+            continue;
+        }
         if (!complete && record.type != 's' && record.number - previous != 1) {
             qWarning("Data: Nothing between the datasets %d and %d.", previous, record.number);
             runs.skip();

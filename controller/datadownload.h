@@ -5,7 +5,7 @@
 #include <QStringList>
 
 /// Downloads the controller's data log into CSV files in `targetDir`, one per recording run. A file gets its
-/// name, and replaces one of that name, only when it is whole.
+/// name only when all of it is written; what a dump that was cut off had brought is written too.
 class DataDownload : public ControllerJob
 {
 public:
@@ -26,11 +26,12 @@ struct RunFiles
 {
     int written = 0;
     int failed = 0; ///< the file could not be written
-    int kept = 0;   ///< an older file was left alone
+    int beside = 0; ///< written, or failed, under another name, because an older file holds more
 };
 
 /// Writes a dump's lines into CSV files, one per run, in `targetDir`. Entries before the first start entry,
-/// and those of a run whose file can't be written, are dropped. A dump that is not `complete` replaces an
-/// older file only by a run without gaps that goes on from all that the older one holds.
+/// those of a run whose file can't be written, and those that are no whole data set are dropped. A dump that
+/// is not `complete` replaces an older file only by a run without gaps that goes on from all that the older
+/// one holds; another is written beside it as "..._incomplete.csv".
 [[nodiscard]] RunFiles writeRuns(const QStringList &lines, const QString &targetDir,
                                  const QString &projectName, bool complete = true);

@@ -29,6 +29,9 @@ constexpr qint64 longestPiece = 512;
 /// The longest wait between two looks at the stop flag.
 constexpr int sliceMs = 200;
 
+/// The longest that a piece may take from its first byte on; the longest sentence takes 14 ms.
+constexpr int pieceMs = 200;
+
 /// A line's bytes follow each other within microseconds, however the adapter hands them over; a pause of
 /// this length ends a piece.
 constexpr int pauseMs = 20;
@@ -197,9 +200,15 @@ bool PSEAComms::waitForData(int timeoutMs)
 {
     QElapsedTimer timer;
     timer.start();
+    int limit = timeoutMs;
+    bool begun = false;
     while (!port_.canReadLine() && port_.bytesAvailable() < longestPiece && !interrupted()) {
         const qint64 before = port_.bytesAvailable();
-        const int left = timeoutMs - static_cast<int>(timer.elapsed());
+        if (before > 0 && !begun) {
+            begun = true;
+            limit = std::min(timeoutMs, static_cast<int>(timer.elapsed()) + pieceMs);
+        }
+        const int left = limit - static_cast<int>(timer.elapsed());
         if (left <= 0)
             break;
         const bool arrived = port_.waitForReadyRead(std::min(left, before > 0 ? pauseMs : sliceMs));
@@ -399,7 +408,7 @@ bool PSEAComms::readData(QStringList &lines)
     if (!send("$PSEADUMP"))
         return false;
     dataReceived_ = 0;
-    QSet<int> numbers;
+    QSet<QString> seen;
     // Before the first data set four reads are the limit. After it, no number of lines ends a dump without
     // its end message, but as much time as four silent reads take does.
     int reads = 0;
@@ -425,19 +434,19 @@ bool PSEAComms::readData(QStringList &lines)
         if (!isSentence(sentence, "$PSEADATA", 1))
             continue;
         const int number = sentence.FieldAsInt(1);
-        if (number < 1) {
+        const bool isShort = sentence.NumFields() < dataFields;
+        if (isShort)
+            qWarning().noquote() << "Short data set:" << line.trimmed();
+        const bool isNew = !seen.contains(line);
+        if (isNew)
+            seen.insert(line);
+        if (isNew && !isShort)
             ++dataReceived_;
+        if (number < 1)
             continue;
-        }
-        if (sentence.NumFields() < dataFields) {
-            qWarning().noquote() << "Short data set skipped:" << line.trimmed();
-            continue;
-        }
-        sinceData.start();
-        if (!numbers.contains(number)) {
-            numbers.insert(number);
-            ++dataReceived_;
-        }
+        // One that comes over and over is no sign that the dump goes on.
+        if (isNew)
+            sinceData.start();
         emit newMessage(QStringLiteral("Reading dataset %1 of %2").arg(number).arg(numData_));
         lines.append(line);
     }

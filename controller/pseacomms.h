@@ -71,7 +71,7 @@ public:
     std::array<qint32, 5>
         settings_{};            ///< LED flag, logging interval ms, time-lapse ms, time-out, camera generation
     qint32 numData_ = 0;        ///< data sets in memory
-    qint32 dataReceived_ = 0;   ///< data sets of the last dump: each number once, and those without one
+    qint32 dataReceived_ = 0;   ///< whole data sets of the last dump, each once
     double batteryVoltage_ = 0; ///< volts, 0 when unknown
     QString lastError_;         ///< the last failure, for the user
     Timeouts timeouts_;

@@ -75,6 +75,9 @@ private slots:
     void theSameInEveryLocale();
     void whatADumpWithGapsReplaces_data();
     void whatADumpWithGapsReplaces();
+    void eachIncompleteDumpHasItsPlace();
+    void whatIsNoWholeDataSet_data();
+    void whatIsNoWholeDataSet();
     void entriesBeforeTheFirstStartAreLost();
     void otherLinesOfADump();
     void noStartWritesNoFile_data();
@@ -172,8 +175,8 @@ void TestCsvRuns::whatADumpWithGapsReplaces_data()
     QTest::addColumn<QStringList>("before");
     QTest::addColumn<QStringList>("dump");
     QTest::addColumn<int>("written");
-    QTest::addColumn<int>("kept");
-    QTest::addColumn<QStringList>("after"); // as a whole dump would write it
+    QTest::addColumn<QStringList>("beside"); // as a whole dump would write them, under other names
+    QTest::addColumn<QStringList>("after");  // likewise, under their own
     const QStringList nothing;
     const QStringList first = run(evening, 20);
     const QStringList second = run(evening + 3600, 20);
@@ -184,24 +187,27 @@ void TestCsvRuns::whatADumpWithGapsReplaces_data()
     };
 
     QTest::newRow("where nothing stands, what had arrived is kept")
-        << nothing << begin(6) << 1 << 0 << begin(6);
-    QTest::newRow("a run cut short replaces no longer one") << first << begin(6) << 0 << 1 << first;
-    QTest::newRow("a run cut short replaces a shorter one") << begin(4) << begin(18) << 1 << 0 << begin(18);
-    QTest::newRow("the same again") << first << first << 1 << 0 << first;
+        << nothing << begin(6) << 1 << nothing << begin(6);
+    QTest::newRow("a run cut short replaces no longer one") << first << begin(6) << 1 << begin(6) << first;
+    QTest::newRow("a run cut short replaces a shorter one")
+        << begin(4) << begin(18) << 1 << nothing << begin(18);
+    QTest::newRow("the same again") << first << first << 1 << nothing << first;
     QTest::newRow("an entry is missing in the first of two runs")
-        << first + second << without(first, 10) + second << 1 << 1 << first + second;
+        << first + second << without(first, 10) + second << 2 << without(first, 10) << first + second;
     QTest::newRow("an entry is missing and others have come")
-        << begin(15) << without(first, 10) << 0 << 1 << begin(15);
+        << begin(15) << without(first, 10) << 1 << without(first, 10) << begin(15);
     QTest::newRow("a start is missing, which puts two runs into one")
-        << first + second << without(first + second, 21) << 0 << 1 << first + second;
+        << first + second << without(first + second, 21) << 1 << without(first + second, 21)
+        << first + second;
     Nmea unnumbered("$PSEADATA,,10,3638,1,20,0,0,0,0");
     unnumbered.AddChecksum();
     const QString without_number = QString::fromStdString(unnumbered.GetSentence()) + QStringLiteral("\r\n");
-    QTest::newRow("an entry without a number")
-        << first << QStringList(begin(4) + QStringList{without_number} + QStringList(first.mid(4))) << 0 << 1
-        << first;
+    const QStringList gap = QStringList(begin(4) + QStringList{without_number} + QStringList(first.mid(4)));
+    QTest::newRow("an entry without a number") << first << gap << 1 << gap << first;
     QTest::newRow("two runs of one name, the second replaces the first")
-        << nothing << run(evening, 3) + run(evening + 1, 2) << 2 << 0 << run(evening + 1, 2);
+        << nothing << run(evening, 3) + run(evening + 1, 2) << 2 << nothing << run(evening + 1, 2);
+    QTest::newRow("two runs of one name beside an older one, the second replaces the first")
+        << first << run(evening, 3) + run(evening + 1, 2) << 2 << run(evening + 1, 2) << first;
 }
 
 void TestCsvRuns::whatADumpWithGapsReplaces()
@@ -209,10 +215,17 @@ void TestCsvRuns::whatADumpWithGapsReplaces()
     QFETCH(QStringList, before);
     QFETCH(QStringList, dump);
     QFETCH(int, written);
-    QFETCH(int, kept);
+    QFETCH(QStringList, beside);
     QFETCH(QStringList, after);
     const Workspace place;
-    filesOf(after, place.makeFolder(QStringLiteral("expected")), {});
+    const QString expected = place.makeFolder(QStringLiteral("expected"));
+    filesOf(beside, expected, {});
+    for (const QString &name : place.tree(QStringLiteral("expected")).keys()) {
+        QString other = name;
+        other.insert(name.lastIndexOf(QLatin1Char('.')), QLatin1String("_incomplete"));
+        QVERIFY(QFile::rename(expected + QLatin1Char('/') + name, expected + QLatin1Char('/') + other));
+    }
+    filesOf(after, expected, {});
     const QString folder = place.makeFolder(QStringLiteral("out"));
     filesOf(before, folder, {});
 
@@ -220,9 +233,60 @@ void TestCsvRuns::whatADumpWithGapsReplaces()
     const RunFiles files = writeRuns(dump, folder, {}, false);
     QCOMPARE(place.tree(QStringLiteral("out")), place.tree(QStringLiteral("expected")));
     QCOMPARE(files.written, written);
-    QCOMPARE(files.kept, kept);
+    QCOMPARE(files.beside > 0, !beside.isEmpty());
     QCOMPARE(files.failed, 0);
-    QCOMPARE(MessageLog::lines().filter(QStringLiteral("warning: Data: Kept the older")).size(), kept);
+    QCOMPARE(MessageLog::lines().filter(QStringLiteral("warning: Data: Kept the older")).size(),
+             files.beside);
+}
+
+void TestCsvRuns::eachIncompleteDumpHasItsPlace()
+{
+    const Workspace place;
+    const QString folder = place.makeFolder(QStringLiteral("out"));
+    const QStringList whole = run(evening, 20);
+    const auto cut = [&whole](int lines) { return QStringList(whole.mid(0, lines)); };
+    const auto rows = [&place](const char *end) {
+        return place.read(QStringLiteral("out/kelpora360_%1%2.csv").arg(evening_name, QLatin1String(end)))
+                   .count('\n') -
+               1;
+    };
+    const MessageLog log;
+    filesOf(whole, folder, {});
+    for (const int lines : {8, 8, 6, 12, 7})
+        QCOMPARE(writeRuns(cut(lines), folder, {}, false).written, 1);
+    // One that goes on from an earlier one takes its place, a shorter one doesn't.
+    QCOMPARE(rows(""), 20);
+    QCOMPARE(rows("_incomplete"), 11);
+    QCOMPARE(rows("_incomplete_2"), 6);
+    QCOMPARE(place.tree(QStringLiteral("out")).size(), 3);
+    filesOf(whole, folder, {});
+    QCOMPARE(rows(""), 20);
+    QCOMPARE(rows("_incomplete"), 11);
+}
+
+void TestCsvRuns::whatIsNoWholeDataSet_data()
+{
+    QTest::addColumn<QString>("body");
+    QTest::newRow("too few fields") << QStringLiteral("PSEADATA,3,10,3638");
+    QTest::newRow("another sentence") << QStringLiteral("PSEADATAX,3,10,3638,1,20,0,0,0,0");
+}
+
+void TestCsvRuns::whatIsNoWholeDataSet()
+{
+    QFETCH(QString, body);
+    const Workspace place;
+    const MessageLog log;
+    Nmea sentence('$' + body.toStdString());
+    sentence.AddChecksum();
+    QStringList dump = run(evening, 3);
+    dump.insert(2, QString::fromStdString(sentence.GetSentence()) + QStringLiteral("\r\n"));
+    filesOf(run(evening, 3), place.makeFolder(QStringLiteral("expected")), {});
+    QCOMPARE(writeRuns(dump, place.makeFolder(QStringLiteral("out")), {}).written, 1);
+    QCOMPARE(place.tree(QStringLiteral("out")), place.tree(QStringLiteral("expected")));
+    QCOMPARE(MessageLog::lines(QStringLiteral("warning"))
+                 .filter(QStringLiteral("Data: Not a whole dataset: $PSEADATA"))
+                 .size(),
+             1);
 }
 
 void TestCsvRuns::theSameInEveryLocale()

@@ -277,7 +277,7 @@ class Trouble(ControllerTest):
         self.wait_until(lambda: self.popup_button("Erase"), 5, "the question")
         self.finish("Data", "Erase", "Error erasing memory: Communication error. Please try again.", ERASE)
 
-    def check_close(self, bound):
+    def check_close(self, bound, sent=OFF):
         self.window.close()
         asked = time.monotonic()
         code = self.program.wait(60)
@@ -285,7 +285,7 @@ class Trouble(ControllerTest):
         print("ended after {:.2f} s".format(seconds), end=" ", flush=True)
         self.assertEqual(code, 0)
         self.assertLess(seconds, bound)
-        self.assertEqual(self.rig.sent(), self.expected + OFF)
+        self.assertEqual(self.rig.sent(), self.expected + sent)
         self.assertEqual(self.program.messages()[-1], "Application end")
 
     def test_closed_during_a_job_of_a_mute_controller(self):
@@ -297,6 +297,18 @@ class Trouble(ControllerTest):
         # A reading asks for both, each at least once.
         self.expected = READ[:]
         self.check_close(testing.closing_bound() + POWER_OFF_WITHOUT_ANSWER)
+
+    def test_closed_while_the_memory_is_erased(self):
+        # It doesn't say that it is done.
+        window = self.begin("--mute")
+        window.turn_to("Copy Data")
+        window.press("Erase Memory")
+        self.wait_until(lambda: self.popup_button("Erase"), 5, "the question")
+        window.press("Erase")
+        self.wait_until(lambda: self.rig.sent() == ERASE, 5, "a running job")
+        self.expected = ERASE[:]
+        # Nobody turns it off in the middle of that.
+        self.check_close(testing.closing_bound(), sent=[])
 
     def test_closed_during_a_dump_without_end(self):
         window = self.begin("--no-end")

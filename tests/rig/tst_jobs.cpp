@@ -144,6 +144,9 @@ private slots:
     void aSilentController();
     void aStop_data();
     void aStop();
+    void aStopBeforeTheStart_data();
+    void aStopBeforeTheStart();
+    void onePortForOneJob();
     void aJobThatThrows();
     void tryingAgain();
     void downloads_data();
@@ -378,6 +381,42 @@ void TestJobs::aStop()
     closing.join();
     QVERIFY2(sinceStop.elapsed() < endsWithinMs, qPrintable(QString::number(sinceStop.elapsed())));
     QCOMPARE(told.all, failureOf(job));
+}
+
+void TestJobs::aStopBeforeTheStart_data()
+{
+    withoutThePort_data();
+}
+
+void TestJobs::aStopBeforeTheStart()
+{
+    QFETCH(QString, job);
+    const Workspace workspace;
+    SimulatedRig rig(rigWith({}));
+    const MessageLog log;
+    Told told;
+    StopFlag stop;
+    stop.raise();
+    QStringList shown;
+    makeJob(job, told.request(&stop), &shown, workspace.path())->run();
+    QCOMPARE(told.all, QStringList{"0,1,1 Error: The program is closing."});
+    QCOMPARE(rig.received(), std::string());
+}
+
+void TestJobs::onePortForOneJob()
+{
+    SimulatedRig rig(rigWith({}));
+    const MessageLog log;
+    Told told;
+    {
+        PSEAComms first;
+        QVERIFY(first.open(portName()));
+        TurnOff(told.request()).run();
+        QCOMPARE(told.all, QStringList{"0,1,1 Error: Could not open port " + portName() + '.'});
+        QVERIFY(first.beep());
+    }
+    TurnOff(told.request()).run();
+    QCOMPARE(told.all.last(), QString("0,2,2 Success. Controller is off"));
 }
 
 void TestJobs::aJobThatThrows()
@@ -637,7 +676,11 @@ void TestJobs::whatCountsAsAllData_data()
     QTest::newRow("one of them has no number of its own")
         << 3 << List{start, second, unnumbered, end} << "Wrote 2 records to 1 files";
     QTest::newRow("one of them is too short")
-        << 3 << List{start, second, "PSEADATA,3,10,3638,1", end} << missing + "Wrote 2 records to 1 files";
+        << 3 << List{start, second, "PSEADATA,3,10,3638,1", end} << missing + "Wrote 3 records to 1 files";
+    const QString later = QStringLiteral("PSEADATA,1,1,1550789984,0,20,0,0,0,0");
+    QTest::newRow("numbers that start again with each run")
+        << 4 << List{start, second, later, "PSEADATA,2,10,11617,1,20,0,0,0,0", end}
+        << "Wrote 4 records to 2 files";
     QTest::newRow("one of them came twice, another is missing")
         << 3 << List{start, second, second, end} << missing + "Wrote 3 records to 1 files";
     QTest::newRow("a count that is none, and silence")
@@ -679,9 +722,10 @@ void TestJobs::anOlderFileStays()
     QVERIFY(download(-1).startsWith(QStringLiteral("0,2,2 Wrote 21 records to 1 files")));
     const QByteArray whole = workspace.read(name);
     QCOMPARE(download(5), "0,2,2 Error: The controller did not send all data. Older files were kept. "
-                          "Wrote 4 records to 0 files in " +
+                          "Wrote 4 records to 1 files in " +
                               workspace.path(QStringLiteral("logs")));
     QCOMPARE(workspace.read(name), whole);
+    QCOMPARE(workspace.read(QStringLiteral("logs/kelpora360_20190221-224600_incomplete.csv")).count('\n'), 4);
 }
 
 void TestJobs::aFullDisk()
