@@ -5,6 +5,7 @@
 #include "app/version.h"
 
 #include <QDebug>
+#include <QFile>
 #include <QGuiApplication>
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
@@ -69,7 +70,7 @@ void keepTexturesSmall()
 
 int main(int argc, char *argv[])
 {
-    setAppPathFromExecutable(QString::fromLatin1(argv[0]));
+    setAppPathFromExecutable(QFile::decodeName(argv[0]));
     QSettings settings(getIniFilePath(), QSettings::IniFormat);
     AppScreen screen(settings.value(QStringLiteral("ScaleFactor"), 1.0).toDouble());
     screen.init(argc, argv);

@@ -1,5 +1,6 @@
 #include "cards/cardpreparation.h"
 
+#include "cards/drives.h"
 #include "cards/platformcopy.h"
 #include "cards/platformerase.h"
 
@@ -38,7 +39,7 @@ CardPreparation::CardPreparation(int card, QString root, ProgressReport report)
 
 void CardPreparation::run(bool erase, bool createSyncConfig)
 {
-    if (root_.isEmpty() || root_ == QLatin1String("/") || root_ == QDir::rootPath()) {
+    if (root_.isEmpty() || isSystemRoot(root_)) {
         log("Invalid directory for card %1 (%2)");
         report_({0, 2, 2, QStringLiteral("Invalid directory")});
         return;
@@ -61,7 +62,7 @@ void CardPreparation::run(bool erase, bool createSyncConfig)
     }
     writeMarkers();
     // The card may be pulled as soon as it says that it is ready.
-    if (!flush.finish({QDir(root_).filePath(labelFile)}, StopFlag()) || !written_)
+    if (flush.finish({QDir(root_).filePath(labelFile)}, StopFlag()) != Flushed::All || !written_)
         warn("Card %1: not everything could be written to %2.");
     report_({0, 2, 2, status});
 }

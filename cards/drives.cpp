@@ -1,5 +1,7 @@
 #include "cards/drives.h"
 
+#include <QDir>
+#include <QFileInfo>
 #include <QJsonObject>
 #include <QStandardPaths>
 #include <QStorageInfo>
@@ -25,4 +27,9 @@ QVariantList listDrives()
 QString moviesLocation()
 {
     return QStandardPaths::writableLocation(QStandardPaths::MoviesLocation);
+}
+
+bool isSystemRoot(const QString &path)
+{
+    return path == QLatin1String("/") || QFileInfo(path).canonicalFilePath() == QDir::rootPath();
 }

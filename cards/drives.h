@@ -9,3 +9,6 @@
 
 /// The user's movies folder; empty where the platform has none. Neither created nor checked.
 [[nodiscard]] QString moviesLocation();
+
+/// Whether `path` is the system's root, however it is written or linked to.
+[[nodiscard]] bool isSystemRoot(const QString &path);

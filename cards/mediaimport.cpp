@@ -1,6 +1,7 @@
 #include "cards/mediaimport.h"
 
 #include "cards/cardlisting.h"
+#include "cards/drives.h"
 #include "cards/filecopy.h"
 
 #include <QDebug>
@@ -138,7 +139,7 @@ QString MediaImport::invalidReason() const
 {
     if (request_.sourceDir.isEmpty() || !QDir(request_.sourceDir).exists())
         return QStringLiteral("Please choose source");
-    if (request_.sourceDir == QLatin1String("/") || request_.sourceDir == QDir::rootPath())
+    if (isSystemRoot(request_.sourceDir))
         return QStringLiteral("Invalid source");
     if (request_.targetDir.isEmpty())
         return QStringLiteral("Please choose destination");
@@ -276,8 +277,8 @@ void MediaImport::releaseHeld()
 bool MediaImport::finish(const Counts &counts)
 {
     const QString copied = summary(counts.videosCopied, counts.videos, counts.photosCopied, counts.photos);
-    const bool flushed = flush_.finish(written_, stop_);
-    if (stop_.isRaised() || !flushed) {
+    const Flushed flushed = flush_.finish(written_, stop_);
+    if (stop_.isRaised() || flushed == Flushed::Failed) {
         const QString reason = stop_.isRaised()
                                    ? QStringLiteral("Stopped after ")
                                    : QStringLiteral("The destination reports a write error after ");
@@ -287,8 +288,11 @@ bool MediaImport::finish(const Counts &counts)
     }
     releaseHeld();
     qInfo().noquote() << QStringLiteral("Card %1: copied ").arg(request_.card) + copied;
-    const QString incomplete =
-        wholeCardSeen_ ? QString() : QStringLiteral("Error: Part of the card could not be read. ");
+    QString incomplete;
+    if (!wholeCardSeen_)
+        incomplete = QStringLiteral("Error: Part of the card could not be read. ");
+    else if (flushed == Flushed::AllThatIsThere)
+        incomplete = QStringLiteral("Error: Not every copy is where it was put. ");
     report_({0, 1, 1, incomplete + QStringLiteral("Copied ") + copied});
     return true;
 }

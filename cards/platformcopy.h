@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QString>
 #include <QStringList>
 
 #include <map>
@@ -19,6 +20,13 @@ class StopFlag;
 /// them. To be called when the content is written.
 void copyAttributes(QFile &source, QFile &target);
 
+/// What became of a flush.
+enum class Flushed {
+    All,
+    AllThatIsThere, ///< what is there is on disk, but some files have been moved or removed since
+    Failed,         ///< the volume met a write error or is gone, or the flush was stopped
+};
+
 /// The barrier between what was written to a volume and the report that says so.
 class VolumeFlush
 {
@@ -28,15 +36,20 @@ public:
     VolumeFlush() = default;
     ~VolumeFlush();
 
-    /// To be called before anything is written there: from here on the volume of the existing folder `folder`
-    /// is asked for write errors. Does nothing for a volume that is watched.
+    /// To be called before anything is written there: from here on the volume of the folder `folder` is asked
+    /// for write errors. Does nothing for a volume that is watched, or a folder that isn't there, in which
+    /// nothing can be written.
     void watch(const QString &folder);
 
-    /// Returns once `files`, all on watched volumes, and the folders that name them are on disk. False if the
-    /// volume has met a write error, a file is gone (as with a volume that was pulled out), or `stop` is
-    /// raised first.
-    [[nodiscard]] bool finish(const QStringList &files, const StopFlag &stop) const;
+    /// Returns once `files`, all on watched volumes, and the folders that name them are on disk, or `stop` is
+    /// raised.
+    [[nodiscard]] Flushed finish(const QStringList &files, const StopFlag &stop) const;
 
 private:
-    std::map<quint64, int> volumes_; ///< descriptors by device number, where the platform needs them
+    struct Volume
+    {
+        QString folder; ///< one that is on it
+        int file = -1;  ///< descriptor on it; -1 if none could be had
+    };
+    std::map<quint64, Volume> volumes_; ///< by device number, where the platform needs them
 };

@@ -2,6 +2,7 @@
 #include "cards/platformcopy.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <algorithm>
 #include <cerrno>
@@ -171,6 +172,45 @@ bool settle(int file, off_t begin, off_t end, const StopFlag &stop)
     return true;
 }
 
+/// Waits until a copy is written.
+Flushed settleCopy(const QString &path, const StopFlag &stop)
+{
+    // What stands there may have become something else, such as a pipe that would wait for its writer.
+    const int file =
+        ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (file < 0) {
+        // A copy keeps the permissions of its source, also those that forbid to read it.
+        if (errno == EACCES)
+            return Flushed::All;
+        return errno == ENOENT || errno == ENOTDIR || errno == ELOOP ? Flushed::AllThatIsThere
+                                                                     : Flushed::Failed;
+    }
+    struct stat status = {};
+    Flushed result = Flushed::Failed;
+    if (::fstat(file, &status) == 0) {
+        if (!S_ISREG(status.st_mode))
+            result = Flushed::AllThatIsThere;
+        else if (settle(file, 0, status.st_size, stop))
+            result = Flushed::All;
+    }
+    ::close(file);
+    return result;
+}
+
+/// The device that a folder lies on or, where it is gone, its nearest parent that is there.
+quint64 deviceBelow(const QString &folder)
+{
+    struct stat status = {};
+    QString path = folder;
+    while (::stat(QFile::encodeName(path).constData(), &status) != 0) {
+        const QString parent = QFileInfo(path).path();
+        if (parent == path)
+            return 0;
+        path = parent;
+    }
+    return status.st_dev;
+}
+
 /// Has the disk write what is copied while the copying goes on, and lets go of what it has written.
 class WriteBehind
 {
@@ -274,8 +314,8 @@ void copyAttributes(QFile &source, QFile &target)
 VolumeFlush::~VolumeFlush()
 {
     for (const auto &volume : volumes_) {
-        if (volume.second >= 0)
-            ::close(volume.second);
+        if (volume.second.file >= 0)
+            ::close(volume.second.file);
     }
 }
 
@@ -283,40 +323,46 @@ void VolumeFlush::watch(const QString &folder)
 {
     const QByteArray path = QFile::encodeName(folder);
     struct stat status = {};
-    static_cast<void>(::stat(path.constData(), &status));
-    const auto known = volumes_.find(status.st_dev);
-    if (known != volumes_.end() && known->second >= 0)
+    if (::stat(path.constData(), &status) != 0)
         return;
-    // syncfs() reports the errors since its descriptor was opened, to every descriptor once. A volume that
-    // can't be watched stays without one, by which finish() fails.
-    volumes_[status.st_dev] = ::open(path.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    Volume &volume = volumes_[status.st_dev];
+    if (volume.file >= 0)
+        return;
+    // syncfs() reports the errors since its descriptor was opened, to every descriptor once.
+    volume.folder = folder;
+    volume.file = ::open(path.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    // A folder may be open for writing only; a file without a name is on the same volume.
+    constexpr mode_t ownerOnly = 0600;
+    if (volume.file < 0 && errno == EACCES)
+        volume.file = ::open(path.constData(), O_TMPFILE | O_WRONLY | O_CLOEXEC, ownerOnly);
 }
 
-bool VolumeFlush::finish(const QStringList &files, const StopFlag &stop) const
+Flushed VolumeFlush::finish(const QStringList &files, const StopFlag &stop) const
 {
     if (files.isEmpty())
-        return true;
+        return Flushed::All;
     // File by file first, because the flush of the volume can't be interrupted.
+    bool whole = true;
+    bool failed = volumes_.empty();
     for (const QString &path : files) {
-        if (stop.isRaised())
-            return false;
-        // What stands there may have become something else, such as a pipe that would wait for its writer.
-        const int file =
-            ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-        if (file < 0) {
-            // A copy keeps the permissions of its source, also those that forbid to read it. One that can't
-            // be found went with the volume that it was written to.
-            if (errno == EACCES)
-                continue;
-            return false;
+        switch (settleCopy(path, stop)) {
+        case Flushed::All:
+            break;
+        case Flushed::AllThatIsThere:
+            whole = false;
+            break;
+        case Flushed::Failed:
+            failed = true;
         }
-        struct stat status = {};
-        const bool settled =
-            ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) && settle(file, 0, status.st_size, stop);
-        ::close(file);
-        if (!settled)
-            return false;
+        if (stop.isRaised())
+            return Flushed::Failed;
     }
-    return !volumes_.empty() && std::all_of(volumes_.cbegin(), volumes_.cend(),
-                                            [](const auto &volume) { return ::syncfs(volume.second) == 0; });
+    // Each volume is flushed, whatever another one says.
+    for (const auto &volume : volumes_) {
+        const bool flushed = ::syncfs(volume.second.file) == 0;
+        failed = failed || !flushed || (!whole && deviceBelow(volume.second.folder) != volume.first);
+    }
+    if (failed)
+        return Flushed::Failed;
+    return whole ? Flushed::All : Flushed::AllThatIsThere;
 }

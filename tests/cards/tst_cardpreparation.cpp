@@ -250,6 +250,7 @@ private slots:
     void preparingTwice();
     void invalidFolders_data();
     void invalidFolders();
+    void theRootOfTheSystemStays_data();
     void theRootOfTheSystemStays();
     void failures_data();
     void failures();
@@ -525,18 +526,29 @@ void TestCardPreparation::invalidFolders()
     QCOMPARE(workspace.tree(QStringLiteral("here")), (QMap<QString, QByteArray>{{"file", media}}));
 }
 
+void TestCardPreparation::theRootOfTheSystemStays_data()
+{
+    QTest::addColumn<QString>("path");
+    for (const char *path : {"/", "//", "/.", "/folder/..", "/all"})
+        QTest::newRow(path) << QString::fromLatin1(path);
+}
+
 void TestCardPreparation::theRootOfTheSystemStays()
 {
+    QFETCH(QString, path);
     const Workspace workspace;
     workspace.write(QStringLiteral("system/file"), media);
+    workspace.makeFolder(QStringLiteral("system/folder"));
+    QVERIFY(QFile::link(QStringLiteral("/"), workspace.path(QStringLiteral("system/all"))));
     const QByteArray root = QFile::encodeName(workspace.path(QStringLiteral("system")));
     const pid_t child = ::fork();
     QVERIFY(child >= 0);
     if (child == 0) {
         if (::chroot(root.constData()) != 0 || ::chdir("/") != 0)
             ::_exit(77);
-        CardPreparation(1, QStringLiteral("/"), [](const Progress &) {}).run(true, true);
-        ::_exit(0);
+        QString last;
+        CardPreparation(1, path, [&last](const Progress &progress) { last = progress.text; }).run(true, true);
+        ::_exit(last == QStringLiteral("Invalid directory") ? 0 : 1);
     }
     int status = 0;
     QCOMPARE(::waitpid(child, &status, 0), child);
@@ -544,7 +556,10 @@ void TestCardPreparation::theRootOfTheSystemStays()
     if (WEXITSTATUS(status) == 77)
         QSKIP("This machine allows no other root folder.");
     QCOMPARE(WEXITSTATUS(status), 0);
-    QCOMPARE(workspace.tree(QStringLiteral("system")), (QMap<QString, QByteArray>{{"file", media}}));
+    QCOMPARE(workspace.read(QStringLiteral("system/file")), QByteArray(media));
+    QCOMPARE(
+        QDir(workspace.path(QStringLiteral("system"))).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+        (QStringList{"all", "file", "folder"}));
 }
 
 void TestCardPreparation::failures_data()

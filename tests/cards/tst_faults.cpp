@@ -3,7 +3,9 @@
 #include "tests/cards/cardreports.h"
 #include "tests/cards/importrun.h"
 #include "tests/cards/recordings.h"
+#include "tests/support/loopvolume.h"
 #include "tests/support/messagelog.h"
+#include "tests/support/plainuser.h"
 #include "tests/support/testmain.h"
 #include "tests/support/workspace.h"
 
@@ -54,6 +56,12 @@ private slots:
     void aMissingDestinationIsCreated();
     void aDestinationThatIsPulled_data();
     void aDestinationThatIsPulled();
+    void aFolderThatCantBeMade();
+    void aDestinationThatCantBeListed();
+    void copiesThatAreMovedAway_data();
+    void copiesThatAreMovedAway();
+    void aDiskThatFailsLate_data();
+    void aDiskThatFailsLate();
     void unreadableRecordings();
     void aCardPulledBetweenTwoRecordings();
     void aCardPulledDuringARecording();
@@ -222,10 +230,115 @@ void TestFaults::aDestinationThatIsPulled()
     QVERIFY(worker.run());
     QVERIFY(pulled);
     QCOMPARE(worker.finalReports().size(), 1);
-    QVERIFY2(worker.finalReports().constFirst().startsWith(QStringLiteral("0 1 1 Error: ")),
+    QVERIFY2(worker.finalReports().constFirst().startsWith(
+                 QStringLiteral("0 1 1 Error: The destination reports a write error after ")),
              qPrintable(worker.finalReports().constFirst()));
     QVERIFY(visibleBelow(workspace.path(QStringLiteral("dst"))).size() <= 3);
     QCOMPARE(unfinishedBelow(workspace.path(QStringLiteral("dst"))), QStringList());
+}
+
+void TestFaults::aFolderThatCantBeMade()
+{
+    const Workspace workspace;
+    Recordings recordings{{QStringLiteral("DCIM/100MEDIA/CLIP.MOV"), recording(1000, 8)}};
+    recordings.insert(QStringLiteral("TOP.MOV"), recording(1000, 9));
+    recordings.insert(QStringLiteral("ZOO/LAST.MOV"), recording(1000, 10));
+    writeCard(workspace, recordings);
+    workspace.write(QStringLiteral("dst/DCIM"), "a file where the folder would be");
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    const MessageLog log;
+    QVERIFY(import.run());
+    QCOMPARE(import.finalReports(), QStringList{"0 1 1 Copied 2/3 videos and 0/0 photos."});
+    QVERIFY(MessageLog::lines().contains(QStringLiteral("info: Card 1: copied 2/3 videos and 0/0 photos.")));
+}
+
+void TestFaults::aDestinationThatCantBeListed()
+{
+    const Workspace workspace;
+    const Recordings recordings{{QStringLiteral("CLIP.MOV"), recording(1000, 1)}};
+    writeCard(workspace, recordings);
+    const QByteArray target = QFile::encodeName(workspace.makeFolder(QStringLiteral("dst")));
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    QCOMPARE(::chmod(target.constData(), 0333), 0);
+    std::thread thread([&import] {
+        const PlainUser user;
+        static_cast<void>(import.run());
+    });
+    thread.join();
+    QCOMPARE(::chmod(target.constData(), 0755), 0);
+    QCOMPARE(import.finalReports(), QStringList{"0 1 1 Copied 1/1 videos and 0/0 photos."});
+    checkCopies(workspace, recordings);
+}
+
+void TestFaults::copiesThatAreMovedAway_data()
+{
+    QTest::addColumn<QString>("what");
+    QTest::newRow("a copy") << QStringLiteral("DCIM/CLIP0_cam1.MOV");
+    QTest::newRow("the folder of all") << QStringLiteral("DCIM");
+}
+
+void TestFaults::copiesThatAreMovedAway()
+{
+    QFETCH(QString, what);
+    const Workspace workspace;
+    const Recordings recordings = videos(3, 1000);
+    writeCard(workspace, recordings);
+    workspace.makeFolder(QStringLiteral("elsewhere"));
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    bool moved = false;
+    import.onReport = [&](const Progress &progress) {
+        if (progress.text.startsWith(QStringLiteral("Copying")) && progress.value == 3) moved = QFile::rename(
+            workspace.path(QStringLiteral("dst/") + what), workspace.path(QStringLiteral("elsewhere/moved")));
+};
+QVERIFY(import.run());
+QVERIFY(moved);
+QCOMPARE(import.finalReports(),
+         QStringList{"0 1 1 Error: Not every copy is where it was put. Copied 3/3 videos and 0/0 photos."});
+}
+
+void TestFaults::aDiskThatFailsLate_data()
+{
+    QTest::addColumn<int>("files");
+    QTest::addColumn<int>("mebibytes");
+    QTest::addColumn<int>("room"); // below the volume, in MiB
+    QTest::addColumn<bool>("good");
+    QTest::newRow("many small copies, written after they have their names") << 30 << 3 << 60 << false;
+    QTest::newRow("a long one, while it is copied") << 1 << 150 << 90 << false;
+    QTest::newRow("room enough") << 30 << 3 << 180 << true;
+}
+
+/// The volume says yes to every write; the disk below it fails when they get there.
+void TestFaults::aDiskThatFailsLate()
+{
+    QFETCH(int, files);
+    QFETCH(int, mebibytes);
+    QFETCH(int, room);
+    QFETCH(bool, good);
+    const Workspace workspace;
+    const TestVolume below(workspace.path(QStringLiteral("below")), room * 1024);
+    SKIP_UNLESS_MOUNTED(below);
+    const LoopVolume target(LoopVolume::Kind::Ext4, workspace.path(QStringLiteral("below/image")), 400,
+                            workspace.path(QStringLiteral("dst")));
+    SKIP_UNLESS_MOUNTED(target);
+    for (int i = 0; i < files; ++i)
+        workspace.write(QStringLiteral("card/CLIP%1.MOV").arg(i),
+                        recording(mebibytes * mebibyte, static_cast<quint32>(i + 1)));
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    QVERIFY(import.run());
+    QCOMPARE(import.finalReports().size(), 1);
+    const QString last = import.finalReports().constFirst();
+    if (good) {
+        QCOMPARE(last, QStringLiteral("0 1 1 Copied %1/%1 videos and 0/0 photos.").arg(files));
+    } else {
+        // A copy that failed while it was made is left out; one that failed later makes all of them doubtful.
+        QVERIFY2(last.startsWith("0 1 1 Error: The destination reports a write error after ") ||
+                     (files == 1 && last == "0 1 1 Copied 0/1 videos and 0/0 photos."),
+                 qPrintable(last));
+    }
 }
 
 void TestFaults::unreadableRecordings()

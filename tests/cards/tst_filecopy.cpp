@@ -2,6 +2,7 @@
 #include "cards/filecopy.h"
 #include "tests/cards/importrun.h"
 #include "tests/cards/recordings.h"
+#include "tests/support/loopvolume.h"
 #include "tests/support/plainuser.h"
 #include "tests/support/testmain.h"
 #include "tests/support/workspace.h"
@@ -70,63 +71,6 @@ private:
     QProcess process_;
 };
 
-/// An exFAT volume, as a camera's card is, in a file.
-class ExfatVolume
-{
-    Q_DISABLE_COPY(ExfatVolume)
-
-public:
-    ExfatVolume(const QString &image, const QString &mountPoint)
-        : mountPoint_(mountPoint)
-    {
-        QDir().mkpath(mountPoint);
-        QFile file(image);
-        if (!file.open(QIODevice::WriteOnly) || !file.resize(qint64{48} << 20) ||
-            !ran(QStringLiteral("mkfs.exfat"), {image}))
-            return;
-        if (!ran(QStringLiteral("losetup"), {QStringLiteral("-f"), QStringLiteral("--show"), image}))
-            return;
-        const QString device = QString::fromLocal8Bit(output_).trimmed();
-        mounted_ = ran(QStringLiteral("mount.exfat-fuse"), {device, mountPoint});
-        // The device goes by itself once the volume is unmounted.
-        static_cast<void>(ran(QStringLiteral("losetup"), {QStringLiteral("-d"), device}));
-    }
-    ~ExfatVolume()
-    {
-        if (mounted_)
-            static_cast<void>(::umount2(QFile::encodeName(mountPoint_).constData(), MNT_DETACH));
-    }
-    [[nodiscard]] bool isMounted() const { return mounted_; }
-    [[nodiscard]] QString why() const
-    {
-        return QStringLiteral("No exFAT volume can be mounted here: ") + why_;
-    }
-
-private:
-    bool ran(const QString &program, const QStringList &arguments)
-    {
-        const QStringList administrators{QStringLiteral("/usr/sbin"), QStringLiteral("/sbin")};
-        QString path = QStandardPaths::findExecutable(program);
-        if (path.isEmpty())
-            path = QStandardPaths::findExecutable(program, administrators);
-        QProcess process;
-        process.setProcessChannelMode(QProcess::SeparateChannels);
-        process.start(path, arguments);
-        const bool good = process.waitForFinished(30000) && process.exitStatus() == QProcess::NormalExit &&
-                          process.exitCode() == 0;
-        output_ = process.readAllStandardOutput();
-        if (!good)
-            why_ = program + QLatin1Char(' ') +
-                   QString::fromLocal8Bit(process.readAllStandardError()).simplified();
-        return good;
-    }
-
-    QString mountPoint_;
-    QString why_;
-    QByteArray output_;
-    bool mounted_ = false;
-};
-
 /// The kinds of volume that a copy goes from and to.
 class Places
 {
@@ -148,8 +92,8 @@ public:
             return volumes_.back()->isMounted() ? path : QString();
         }
         if (kind == QStringLiteral("exfat")) {
-            exfat_.push_back(
-                std::make_unique<ExfatVolume>(workspace_.path(name + QStringLiteral(".image")), path));
+            exfat_.push_back(std::make_unique<LoopVolume>(
+                LoopVolume::Kind::Exfat, workspace_.path(name + QStringLiteral(".image")), 256, path));
             why_ = exfat_.back()->why();
             return exfat_.back()->isMounted() ? path : QString();
         }
@@ -160,7 +104,7 @@ public:
 private:
     const Workspace &workspace_;
     std::vector<std::unique_ptr<TestVolume>> volumes_;
-    std::vector<std::unique_ptr<ExfatVolume>> exfat_;
+    std::vector<std::unique_ptr<LoopVolume>> exfat_;
     QString why_;
 };
 
@@ -302,9 +246,9 @@ void TestFileCopy::copies()
 void TestFileCopy::sizesAroundThePieces_data()
 {
     QTest::addColumn<int>("size");
-    for (const int base : {mebibyte, 4 * mebibyte, 8 * mebibyte, 32 * mebibyte, 36 * mebibyte}) {
+    for (const int base : {1, 4, 8, 16, 64, 80}) {
         for (const int more : {-1, 0, 1})
-            QTest::addRow("%d", base + more) << base + more;
+            QTest::addRow("%d MiB %+d", base, more) << base * mebibyte + more;
     }
 }
 
@@ -334,7 +278,7 @@ void TestFileCopy::aLongRecordingDoesNotFillTheMemory()
         for (qint64 written = 0; written < size; written += piece.size())
             QCOMPARE(file.write(piece), qint64{piece.size()});
     }
-    if (cachedAfterRelease(source) != 0)
+    if (cachedAfterRelease(source) > limit)
         QSKIP("Files stay in memory on this volume.");
 
     const QString copy = workspace.path(QStringLiteral("B.MOV"));
