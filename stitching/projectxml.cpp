@@ -11,9 +11,14 @@ namespace {
 /// The DOM is destroyed, and written below, by recursion; a real project nests about ten levels.
 constexpr int deepestNesting = 1000;
 
-/// Whether the text can become a DOM without exhausting memory or stack: entity declarations may expand
-/// without bound, and nothing that writes projects declares any.
-bool isHarmless(const QString &text)
+enum class Verdict {
+    Harmless,
+    Harmful,
+    Unknown, ///< the reader stopped at something that the DOM may take
+};
+
+/// Walks the text with a reader that keeps to the rules.
+Verdict strictVerdict(const QString &text)
 {
     QXmlStreamReader reader(text);
     reader.setNamespaceProcessing(false);
@@ -22,20 +27,83 @@ bool isHarmless(const QString &text)
         switch (reader.readNext()) {
         case QXmlStreamReader::StartElement:
             if (++depth > deepestNesting)
-                return false;
+                return Verdict::Harmful;
             break;
         case QXmlStreamReader::EndElement:
             --depth;
             break;
         case QXmlStreamReader::DTD:
             if (!reader.entityDeclarations().isEmpty())
-                return false;
+                return Verdict::Harmful;
             break;
         default:
             break;
         }
     }
-    return !reader.hasError();
+    return reader.hasError() ? Verdict::Unknown : Verdict::Harmless;
+}
+
+/// The first index after `end`, searched from `from` on; the text's end if there is none.
+int skipPast(const QString &text, const char *end, int from)
+{
+    const QLatin1String mark(end);
+    const int found = text.indexOf(mark, from);
+    return found < 0 ? text.size() : found + mark.size();
+}
+
+/// The index of the ">" that closes the tag from `from` on; the text's end if none does.
+int tagEnd(const QString &text, int from)
+{
+    QChar quote;
+    for (int at = from; at < text.size(); ++at) {
+        const QChar character = text.at(at);
+        if (!quote.isNull()) {
+            if (character == quote)
+                quote = QChar();
+        } else if (character == '"' || character == '\'') {
+            quote = character;
+        } else if (character == '>') {
+            return at;
+        }
+    }
+    return text.size();
+}
+
+/// Whether a text without a document type nests no deeper than allowed; the rest is left to the DOM.
+bool isShallow(const QString &text)
+{
+    int depth = 0;
+    for (int at = text.indexOf('<'); at >= 0 && at < text.size(); at = text.indexOf('<', at)) {
+        const QStringRef rest = text.midRef(at, 9);
+        if (rest.startsWith(QLatin1String("<!--"))) {
+            at = skipPast(text, "-->", at + 4);
+        } else if (rest == QLatin1String("<![CDATA[")) {
+            at = skipPast(text, "]]>", at);
+        } else if (rest.startsWith(QLatin1String("<?"))) {
+            at = skipPast(text, "?>", at);
+        } else if (rest.startsWith(QLatin1String("</"))) {
+            --depth;
+            at += 2;
+        } else {
+            const int end = tagEnd(text, at);
+            const bool empty = end < text.size() && text.at(end - 1) == '/';
+            if (!empty && ++depth > deepestNesting)
+                return false;
+            at = end;
+        }
+    }
+    return true;
+}
+
+/// Whether the text can become a DOM without exhausting memory or stack: entity declarations may expand
+/// without bound, and nothing that writes projects declares any. Whether the text is XML is the DOM's to say,
+/// which takes more than the rules allow.
+bool isHarmless(const QString &text)
+{
+    const Verdict verdict = strictVerdict(text);
+    if (verdict != Verdict::Unknown)
+        return verdict == Verdict::Harmless;
+    return !text.contains(QLatin1String("<!DOCTYPE")) && isShallow(text);
 }
 
 enum class Place {

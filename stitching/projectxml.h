@@ -6,8 +6,8 @@
 
 /// The XML of template projects: read safely, written the same way in every run.
 
-/// The template file `path` as a document. A file that can't be read, isn't well-formed, declares entities
-/// or nests elements deeper than any real project gives an empty document.
+/// The template file `path` as a document. A file that can't be read, is no XML to QDomDocument, declares
+/// entities or nests elements deeper than any real project gives an empty document.
 [[nodiscard]] QDomDocument readTemplate(const QString &path);
 
 /// The two halves of readTemplate(): the bytes, empty if they can't be read, and the document that they hold.

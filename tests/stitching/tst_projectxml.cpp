@@ -120,6 +120,13 @@ void TestProjectXml::refused_data()
     QTest::newRow("an entity in another file")
         << QByteArray("<!DOCTYPE kava [<!ENTITY e SYSTEM 'file:///etc/hostname'>]><kava>&e;</kava>");
     QTest::newRow("1001 levels") << nested(1001);
+    const QByteArray lax = "<?xml version='1.1'?>";
+    QTest::newRow("1001 levels, by other rules") << lax + nested(1001);
+    QTest::newRow("1001 levels behind a comment, by other rules") << lax + "<!-- <a>'\" -->" + nested(1001);
+    QTest::newRow("1001 levels whose attributes look like ends, by other rules")
+        << lax + QByteArray("<kava b='/>' c=\"'/>\">").repeated(1001) + QByteArray("</kava>").repeated(1001);
+    QTest::newRow("an element left open, by other rules") << lax + "<kava><a b='>'></kava>";
+    QTest::newRow("one entity, by other rules") << lax + "<!DOCTYPE kava [<!ENTITY e 'x'>]><kava>&e;</kava>";
 }
 
 void TestProjectXml::refused()
@@ -194,6 +201,22 @@ void TestProjectXml::accepted_data()
     QTest::newRow("a document type in another file that is not there")
         << QByteArray("<!DOCTYPE kava SYSTEM 'gone.dtd'><kava>a</kava>") << "a";
     QTest::newRow("a prefix that is not declared") << QByteArray("<kava><x:a>a</x:a></kava>") << "a";
+    // What a strict reader refuses and the DOM takes.
+    const QByteArray lax = "<?xml version='1.1'?>";
+    QTest::newRow("another version") << lax + "<kava>a</kava>"
+                                     << "a";
+    QTest::newRow("an entity that is not declared") << QByteArray("<kava>a&nbsp;b</kava>") << "ab";
+    QTest::newRow("a doubled attribute") << QByteArray("<kava x='1' x='2'>a</kava>") << "a";
+    QTest::newRow("no blank between attributes") << QByteArray("<kava x='1'y='2'>a</kava>") << "a";
+    QTest::newRow("a control character") << QByteArray("<kava>a&#1;</kava>") << QStringLiteral("a\x01");
+    QTest::newRow("an unknown encoding")
+        << QByteArray("<?xml version='1.0' encoding='ansi'?><kava>a</kava>") << "a";
+    QTest::newRow("1000 levels, by other rules") << lax + nested(1000) << QString();
+    QTest::newRow("a thousand elements that are not nested, by other rules")
+        << lax + "<kava>" +
+               QByteArray("<a b='/>'/><a c=\"'>\"></a><!-- <a> --><?a <a> ?><![CDATA[<a>]]>").repeated(1000) +
+               "</kava>"
+        << QStringLiteral("<a>").repeated(1000);
     QTest::newRow("a declared encoding does not count")
         << QByteArray("<?xml version='1.0' encoding='ISO-8859-1'?><kava>\xc3\xa4</kava>")
         << QString::fromUtf8("ä");
