@@ -16,6 +16,8 @@ PageRow {
         objectName: root.comboName
         Layout.fillWidth: true
         model: root.choices
+        // Nothing is chosen for the operator but what is recognised.
+        currentIndex: -1
         Accessible.name: root.label
     }
 }

@@ -1,19 +1,18 @@
 import QtQuick 2.15
 import QtQuick.Controls 2.15
-import QtQuick.Layouts 1.15
 
 ApplicationWindow {
     id: root
 
-    /// The pages and popups come after the window's first frame: the operator sees at once that the program starts.
-    /// Nothing here names their types, which would be loaded before it too.
+    /// The pages and popups come after the window's first frame, or when they are first needed: the operator sees at
+    /// once that the program starts. Nothing here names their types, which would be loaded before it too.
     readonly property var content: contentLoader.item
     readonly property var copyFilesPage: root.content ? root.content.copyFilesPage : null
     readonly property var copyDataPage: root.content ? root.content.copyDataPage : null
     readonly property var settingsPage: root.content ? root.content.settingsPage : null
     readonly property bool ready: root.copyFilesPage && root.copyDataPage && root.settingsPage ? true : false
     property bool framed: false
-    readonly property int tabIndex: tabBar.currentIndex
+    property string moviesLocation: ""
 
     property bool cardOneCopying: false
     property bool cardTwoCopying: false
@@ -37,6 +36,16 @@ ApplicationWindow {
     signal resetCameraSettings(string port)
     signal eraseMemory(string port)
     signal exitApp()
+
+    /// Makes the pages, if they aren't yet.
+    function makeContent() {
+        if (contentLoader.status !== Loader.Null)
+            return
+        contentLoader.setSource("WindowContent.qml", { "window": root })
+        // In the order in which Tab goes on from the page.
+        root.footer = root.content.footer
+        root.header = root.content.header
+    }
 
     function readyToExit() {
         return !root.cardCopying() && !root.dataCopying
@@ -90,7 +99,11 @@ ApplicationWindow {
         root.drives = appController.getDrives()
         for (const drive of root.drives)
             root.driveModel.append({ "key": drive.key, "text": drive.value + " (" + drive.key + ")" })
+        if (root.ready)
+            root.preselectDrives()
+    }
 
+    function preselectDrives() {
         const ends = (drive, digit) => drive.key.endsWith(digit) || drive.value.endsWith(digit)
         root.drives.forEach((drive, index) => {
             if (!drive.key.includes("360") && !drive.value.includes("360"))
@@ -110,14 +123,26 @@ ApplicationWindow {
         for (const device of root.devices)
             root.deviceModel.append({ "key": device.name, "text": device.serial + " (" + device.manufacturer + ")" })
 
+        if (root.ready)
+            root.preselectDevice()
+    }
+
+    /// The index of the first device that may be the controller; -1 if none may.
+    function likelyDevice() {
         for (const mark of ["KELPORA", "FTDI"]) {
             const index = root.devices.findIndex(device => device.serial.includes(mark))
-            if (index >= 0) {
-                root.copyDataPage.deviceIndex = index
-                root.settingsPage.deviceIndex = index
-                return
-            }
+            if (index >= 0)
+                return index
         }
+        return -1
+    }
+
+    function preselectDevice() {
+        const index = root.likelyDevice()
+        if (index < 0)
+            return
+        root.copyDataPage.deviceIndex = index
+        root.settingsPage.deviceIndex = index
     }
 
     /// The name of the device chosen at `index`, which becomes the controller's port; "" where none is chosen.
@@ -129,19 +154,21 @@ ApplicationWindow {
     }
 
     function getSelectedSettingsDeviceName() {
-        return root.selectDevice(root.settingsPage.deviceIndex)
+        return root.selectDevice(root.ready ? root.settingsPage.deviceIndex : root.likelyDevice())
     }
 
     function getSelectedDataDeviceName() {
-        return root.selectDevice(root.copyDataPage.deviceIndex)
+        return root.selectDevice(root.ready ? root.copyDataPage.deviceIndex : root.likelyDevice())
     }
 
     function getSelectedE1Firmware() {
+        root.makeContent()
         const generation = [26, 29, 30][root.settingsPage.e1FirmwareIndex]
         return generation === undefined ? 29 : generation
     }
 
     function setE1Firmware(generation) {
+        root.makeContent()
         const index = [26, 29, 30].indexOf(generation)
         if (index >= 0)
             root.settingsPage.e1FirmwareIndex = index
@@ -152,31 +179,52 @@ ApplicationWindow {
         root.templates = appController.getTemplates()
         for (const entry of root.templates)
             root.templateModel.append({ "key": entry.key, "text": entry.value })
+        if (root.ready)
+            root.preselectTemplate()
+    }
+
+    function preselectTemplate() {
         if (root.templateModel.count > 0)
             root.copyFilesPage.templateIndex = 0
     }
 
     function refreshDestination() {
-        root.copyFilesPage.folder = appController.getMoviesLocation()
-        root.copyDataPage.folder = appController.getMoviesLocation()
+        root.moviesLocation = appController.getMoviesLocation()
+        if (root.ready)
+            root.showDestination()
+    }
+
+    function showDestination() {
+        root.copyFilesPage.folder = root.moviesLocation
+        root.copyDataPage.folder = root.moviesLocation
     }
 
     function loadStitchSettings() {
         root.settings = appController.getSettings()
-        if (root.content.stitchPopup)
+        if (root.content && root.content.stitchPopup)
             root.content.stitchPopup.show(root.settings)
     }
 
+    /// The popup of the settings, which is made when it is first needed.
+    function stitchPopup() {
+        root.makeContent()
+        if (!root.content.stitchPopup) {
+            root.content.makeStitchPopup()
+            root.content.stitchPopup.show(root.settings)
+        }
+        return root.content.stitchPopup
+    }
+
     function saveStitchSettings() {
-        root.content.stitchPopup.store(root.settings)
+        root.stitchPopup().store(root.settings)
         appController.updateSettings(root.settings)
         root.loadStitchSettings()
     }
 
     function changeAnglesClicked() {
-        root.content.makeStitchPopup()
+        const popup = root.stitchPopup()
         root.loadStitchSettings()
-        root.content.stitchPopup.open()
+        popup.open()
     }
 
     function downloadStitchSettings() {
@@ -210,11 +258,12 @@ ApplicationWindow {
         }
         const data = response.data
         if (response.success === true && data !== null && typeof data === "object") {
-            root.content.stitchPopup.showCalibration(data)
+            root.stitchPopup().showCalibration(data)
             root.saveStitchSettings()
         } else if (response.success === true) {
             console.warn("The calibration service's answer holds no calibration.")
         }
+        root.makeContent()
         root.content.messagePopup.text = response.message === undefined ? "" : String(response.message)
         root.content.messagePopup.open()
     }
@@ -222,6 +271,7 @@ ApplicationWindow {
     /// Puts a folder chosen by hand at the top of every card's list; the card that asked for it selects it, the
     /// others keep their choice.
     function addSource(cardNumber, path) {
+        root.makeContent()
         const chosen = [root.copyFilesPage.card1Index, root.copyFilesPage.card2Index, root.copyFilesPage.card3Index]
             .map((index, card) => card + 1 === cardNumber ? 0 : index + 1)
         root.drives = [{ "key": path, "value": path }].concat(root.drives)
@@ -232,12 +282,14 @@ ApplicationWindow {
     }
 
     function addTemplate(path) {
+        root.makeContent()
         root.templates = [{ "key": path, "value": path }].concat(root.templates)
         root.templateModel.insert(0, { "key": path, "text": path })
         root.copyFilesPage.templateIndex = 0
     }
 
     function copyFilesClicked() {
+        root.makeContent()
         if (!root.readyToCopyFiles())
             return
         root.cardOneCopying = true
@@ -252,6 +304,7 @@ ApplicationWindow {
     }
 
     function eraseCardsClicked(erase, createSyncConfig) {
+        root.makeContent()
         if (!root.readyToEraseCards())
             return
         root.eraseCards(root.keyAt(root.drives, root.copyFilesPage.card1Index),
@@ -261,6 +314,7 @@ ApplicationWindow {
     }
 
     function copyDataClicked() {
+        root.makeContent()
         if (!root.readyToCopyData())
             return
         root.dataCopying = true
@@ -268,6 +322,7 @@ ApplicationWindow {
     }
 
     function eraseMemoryClicked(checked) {
+        root.makeContent()
         if (!root.readyToEraseMemory() || !checked)
             return
         root.dataCopying = true
@@ -293,6 +348,7 @@ ApplicationWindow {
 
     /// Takes the controller for a job of the settings page; false while another has it.
     function beginSettingsJob() {
+        root.makeContent()
         if (root.dataCopying)
             return false
         root.dataCopying = true
@@ -315,18 +371,22 @@ ApplicationWindow {
     }
 
     function updateDataProgress(from, to, value, text) {
+        root.makeContent()
         root.showControllerProgress(root.copyDataPage, from, to, value, text)
     }
 
     function updateCameraSettingsProgress(from, to, value, text) {
+        root.makeContent()
         root.showControllerProgress(root.settingsPage, from, to, value, text)
     }
 
     function updateFirmwareProgress(from, to, value, text) {
+        root.makeContent()
         root.showControllerProgress(root.settingsPage, from, to, value, text)
     }
 
     function updateCameraSettings(firmware, battery, date, recLedOn, loggingInterval, timelapseInterval, timelapseTimeout, e1FirmwareVersion) {
+        root.makeContent()
         root.dataCopying = false
         root.settingsPage.firmware = firmware
         root.settingsPage.battery = battery
@@ -340,6 +400,7 @@ ApplicationWindow {
     }
 
     function updateCardProgress(cardNumber, from, to, value, text) {
+        root.makeContent()
         root.copyFilesPage.showProgress(cardNumber, from, to, value, text)
         if (cardNumber === 1)
             root.cardOneCopying = value < to
@@ -360,46 +421,10 @@ ApplicationWindow {
     // Texts stand as they are written; the style would set buttons in capitals.
     font.capitalization: Font.MixedCase
 
-    header: TabBar {
-        id: tabBar
-
-        visible: root.framed
-        currentIndex: root.content ? root.content.pageIndex : 0
-
-        TabButton { text: "Copy Files" }
-        TabButton { text: "Copy Data" }
-        TabButton { text: "Settings" }
-    }
-
     Loader {
         id: contentLoader
 
         anchors.fill: parent
-    }
-
-    footer: Pane {
-        visible: root.framed
-        leftPadding: 20
-        rightPadding: 20
-        topPadding: 0
-        bottomPadding: 4
-
-        RowLayout {
-            anchors.left: parent.left
-            anchors.right: parent.right
-
-            Label {
-                objectName: "versionText"
-                Layout.fillWidth: true
-                text: "Version " + appController.getVersion()
-            }
-            FlatButton {
-                objectName: "exitButton"
-                text: "Exit"
-                enabled: root.readyToExit()
-                onClicked: root.close()
-            }
-        }
     }
 
     Connections {
@@ -409,11 +434,18 @@ ApplicationWindow {
         function onFrameSwapped() { root.framed = true }
     }
 
-    onFramedChanged: contentLoader.setSource("WindowContent.qml", { "window": root })
+    onFramedChanged: root.makeContent()
 
     onReadyChanged: {
         if (!root.ready)
             return
+        root.preselectDrives()
+        root.preselectDevice()
+        root.preselectTemplate()
+        root.showDestination()
+    }
+
+    Component.onCompleted: {
         root.refreshDrives()
         root.refreshDevices()
         root.loadTemplates()

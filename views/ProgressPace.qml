@@ -1,19 +1,22 @@
 import QtQuick 2.15
 
 /// Brings what jobs report to their rows. Small files are reported far faster than anyone reads, and each frame
-/// takes processor time from the job: a row shows an end at once, everything else ten times a second at most.
+/// takes processor time from the job: a row shows an end and the first few reports at once, more of them ten times
+/// a second at most.
 Timer {
     id: root
 
     /// The ProgressRows.
     required property var rows
-    /// Per row: shown since the last tick, and the last report that waits for the next.
+    /// How many reports a row shows without waiting; each tick gives one back.
+    readonly property int allowance: 5
+    /// Per row: reports shown beyond those given back, and the last report that waits for a tick.
     property var shown: []
     property var waiting: []
 
     function show(index, from, to, value, text) {
         const report = [from, to, value, text]
-        if (value < to && root.shown[index]) {
+        if (value < to && root.shown[index] >= root.allowance) {
             root.waiting[index] = report
             return
         }
@@ -23,15 +26,17 @@ Timer {
 
     function draw(index, report) {
         root.rows[index].show(...report)
-        root.shown[index] = true
+        root.shown[index] = Math.min((root.shown[index] || 0) + 1, root.allowance)
         root.start()
     }
 
     interval: 100
     onTriggered: {
         const reports = root.waiting
-        root.shown = []
         root.waiting = []
+        root.shown = root.shown.map(count => Math.max(count - 1, 0))
         reports.forEach((report, index) => root.draw(index, report))
+        if (root.shown.some(count => count > 0))
+            root.start()
     }
 }

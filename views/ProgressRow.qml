@@ -13,7 +13,7 @@ PageRow {
         message.text = text
     }
 
-    Layout.preferredHeight: 44
+    Layout.preferredHeight: 60
 
     ColumnLayout {
         Layout.fillWidth: true
@@ -36,8 +36,11 @@ PageRow {
             objectName: root.objectName + "Text"
             Layout.fillWidth: true
             Layout.preferredWidth: 0
-            elide: Text.ElideMiddle
-            maximumLineCount: 1
+            Layout.preferredHeight: 36
+            // What went wrong must be readable to its end.
+            wrapMode: Text.Wrap
+            elide: Text.ElideRight
+            maximumLineCount: 2
             textFormat: Text.PlainText
             Accessible.description: root.label
         }

@@ -108,6 +108,8 @@ private slots:
     void progressOfOtherNumbersIsIgnored();
     void theLastReportsOfThreeCardsEndTheImport();
     void reportsInQuickSuccession();
+    void endsThatAreLong_data();
+    void endsThatAreLong();
 };
 
 void TestCopyFilesPage::theWindow()
@@ -610,6 +612,11 @@ void TestCopyFilesPage::reportsInQuickSuccession()
         return view.property(QStringLiteral("card%1ProgressBar").arg(card), "value").toInt();
     };
     view.call("copyFilesClicked");
+    // The first few are shown at once.
+    for (int file = 1; file <= 3; ++file) {
+        view.call("updateCardProgress", 2, 0, 501, file, QStringLiteral("Copying %1").arg(file));
+        QCOMPARE(text(2), QStringLiteral("Copying %1").arg(file));
+    }
     for (int file = 1; file <= 500; ++file) {
         view.call("updateCardProgress", 1, 0, 501, file, QStringLiteral("Copying %1").arg(file));
         view.call("updateCardProgress", 3, 0, 501, file, QStringLiteral("Copying %1").arg(file));
@@ -630,6 +637,37 @@ void TestCopyFilesPage::reportsInQuickSuccession()
     QTest::qWait(300);
     QCOMPARE(text(1), QStringLiteral("Copied 501/501 videos and 0/0 photos."));
     QCOMPARE(value(1), 1);
+}
+
+void TestCopyFilesPage::endsThatAreLong_data()
+{
+    QTest::addColumn<QString>("text");
+    for (const char *text :
+         {"Error: Part of the card could not be read. Copied 1234/1235 videos and 2345/2346 photos.",
+          "Error: The destination reports a write error after 1234/1235 videos and 2345/2346 photos.",
+          "Error: Not every copy is where it was put. Copied 1234/1235 videos and 2345/2346 photos."})
+        QTest::newRow(text) << QString::fromLatin1(text);
+}
+
+void TestCopyFilesPage::endsThatAreLong()
+{
+    QFETCH(QString, text);
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    for (int card = 1; card <= 3; ++card) {
+        const QString label = QStringLiteral("card%1ProgressText").arg(card);
+        view.call("updateCardProgress", card, 0, 1, 1, text);
+        QTRY_COMPARE(view.property(label, "lineCount").toInt(), 2);
+        QCOMPARE(view.property(label, "truncated").toBool(), false);
+        const QQuickItem *item = view.item(label);
+        QVERIFY(item->property("paintedHeight").toDouble() <= item->height());
+    }
+    // The last row stands above the footer.
+    const QQuickItem *last = view.item(QStringLiteral("card3ProgressText"));
+    const QQuickItem *exit = view.item(QStringLiteral("exitButton"));
+    QVERIFY(last->mapToScene({0, last->height()}).y() < exit->mapToScene({0, 0}).y());
 }
 
 QTEST_MAIN(TestCopyFilesPage)

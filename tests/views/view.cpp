@@ -2,6 +2,7 @@
 
 #include <QJsonObject>
 #include <QQmlContext>
+#include <QSignalSpy>
 #include <QtTest>
 
 namespace {
@@ -50,18 +51,28 @@ void ScriptedController::updateSettings(const QVariantMap &changed)
         settings.insert(entry.key(), entry.value());
 }
 
-View::View(ScriptedController *controller)
+View::View(ScriptedController *controller, State state)
 {
     engine_.rootContext()->setContextProperty(QStringLiteral("appController"), controller);
     engine_.load(QUrl(QStringLiteral("qrc:/views/Main.qml")));
     const QList<QObject *> roots = engine_.rootObjects();
     window_ = roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow *>(roots.first());
-    if (window_ == nullptr)
+    if (window_ == nullptr || state == State::Loaded)
         return;
     // Keys go to an active window only.
     window_->requestActivate();
     shown_ = QTest::qWaitForWindowExposed(window_) && QTest::qWaitForWindowActive(window_) &&
-             QTest::qWaitFor([this] { return window_->property("ready").toBool(); });
+             QTest::qWaitFor([this] { return window_->property("ready").toBool(); }) && isLaidOut();
+}
+
+/// The pages get their place with the second frame that has them.
+bool View::isLaidOut() const
+{
+    const QSignalSpy frames(window_, &QQuickWindow::frameSwapped);
+    return QTest::qWaitFor([&] {
+        window_->update();
+        return frames.count() >= 2;
+    });
 }
 
 QObject *View::object(const QString &objectName) const

@@ -20,6 +20,7 @@ public:
     QString moviesLocation;
     QString version = QStringLiteral("1.8.0");
 
+    QStringList asked;          ///< what it was asked at the start and after, "setPort" too
     QStringList ports;          ///< every port that it was given
     QList<QVariantMap> updates; ///< every map that it was to store
     QList<QStringList> flashed; ///< port and image of every firmware update
@@ -29,15 +30,23 @@ public:
     void addDevice(const QString &name, const QString &serial, const QString &manufacturer);
 
 public slots:
-    QVariantList getDrives() { return drives; }
-    QVariantList getTemplates() { return templates; }
-    QVariantMap getSettings() { return settings; }
-    QVariant getMoviesLocation() { return moviesLocation; }
+    QVariantList getDrives() { return told("getDrives", drives); }
+    QVariantList getTemplates() { return told("getTemplates", templates); }
+    QVariantMap getSettings() { return told("getSettings", settings); }
+    QVariant getMoviesLocation() { return told("getMoviesLocation", moviesLocation); }
     QVariant getVersion() { return version; }
-    QVariantList getDevices() { return devices; }
-    void setPort(const QVariant &port) { ports.append(port.toString()); }
+    QVariantList getDevices() { return told("getDevices", devices); }
+    void setPort(const QVariant &port) { ports.append(told("setPort", port).toString()); }
     void updateSettings(const QVariantMap &changed);
     void updateFirmware(const QString &port, const QString &filePath) { flashed.append({port, filePath}); }
+
+private:
+    template <typename Value>
+    Value told(const char *what, const Value &value)
+    {
+        asked.append(QString::fromLatin1(what));
+        return value;
+    }
 };
 
 /// The program's window, shown on the test's screen.
@@ -46,8 +55,13 @@ class View
     Q_DISABLE_COPY(View)
 
 public:
+    enum class State {
+        Loaded, ///< before its first frame
+        Ready,
+    };
+
     /// `controller` must outlive the view.
-    explicit View(ScriptedController *controller);
+    explicit View(ScriptedController *controller, State state = State::Ready);
 
     /// False if the document could not be loaded or shown.
     [[nodiscard]] bool isShown() const { return shown_; }
@@ -85,6 +99,8 @@ public:
     [[nodiscard]] QQuickItem *contentOf(const QString &popup) const;
 
 private:
+    [[nodiscard]] bool isLaidOut() const;
+
     QQmlApplicationEngine engine_;
     QQuickWindow *window_ = nullptr;
     bool shown_ = false;
