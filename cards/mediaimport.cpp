@@ -277,7 +277,11 @@ void MediaImport::releaseHeld()
 bool MediaImport::finish(const Counts &counts)
 {
     const QString copied = summary(counts.videosCopied, counts.videos, counts.photosCopied, counts.photos);
-    const Flushed flushed = flush_.finish(written_, stop_);
+    QStringList gone;
+    const Flushed flushed = flush_.finish(written_, stop_, &gone);
+    for (const QString &path : qAsConst(gone))
+        qWarning().noquote() << QStringLiteral("Card %1: ").arg(request_.card) +
+                                    QStringLiteral("no longer where it was put: ") + path;
     if (stop_.isRaised() || flushed == Flushed::Failed) {
         const QString reason = stop_.isRaised()
                                    ? QStringLiteral("Stopped after ")
@@ -288,11 +292,14 @@ bool MediaImport::finish(const Counts &counts)
     }
     releaseHeld();
     qInfo().noquote() << QStringLiteral("Card %1: copied ").arg(request_.card) + copied;
-    QString incomplete;
+    QStringList text;
     if (!wholeCardSeen_)
-        incomplete = QStringLiteral("Error: Part of the card could not be read. ");
-    else if (flushed == Flushed::AllThatIsThere)
-        incomplete = QStringLiteral("Error: Not every copy is where it was put. ");
-    report_({0, 1, 1, incomplete + QStringLiteral("Copied ") + copied});
+        text << QStringLiteral("Part of the card could not be read.");
+    if (flushed == Flushed::AllThatIsThere)
+        text << QStringLiteral("Not every copy is where it was put.");
+    if (!text.isEmpty())
+        text.prepend(QStringLiteral("Error:"));
+    text << QStringLiteral("Copied ") + copied;
+    report_({0, 1, 1, text.join(QLatin1Char(' '))});
     return true;
 }

@@ -23,8 +23,10 @@ void copyAttributes(QFile &source, QFile &target);
 /// What became of a flush.
 enum class Flushed {
     All,
-    AllThatIsThere, ///< what is there is on disk, but some files have been moved or removed since
-    Failed,         ///< the volume met a write error or is gone, or the flush was stopped
+    /// What is there is on disk, but some files have been moved or removed since. Not told from
+    /// Failed on every platform.
+    AllThatIsThere,
+    Failed, ///< the volume met a write error or is gone, or the flush was stopped
 };
 
 /// The barrier between what was written to a volume and the report that says so.
@@ -42,8 +44,9 @@ public:
     void watch(const QString &folder);
 
     /// Returns once `files`, all on watched volumes, and the folders that name them are on disk, or `stop` is
-    /// raised.
-    [[nodiscard]] Flushed finish(const QStringList &files, const StopFlag &stop) const;
+    /// raised. Adds those that have been moved or removed to `gone`.
+    [[nodiscard]] Flushed finish(const QStringList &files, const StopFlag &stop,
+                                 QStringList *gone = nullptr) const;
 
 private:
     struct Volume

@@ -30,11 +30,10 @@ VolumeFlush::~VolumeFlush() = default;
 
 void VolumeFlush::watch(const QString & /*folder*/) {}
 
-Flushed VolumeFlush::finish(const QStringList &files, const StopFlag &stop) const
+Flushed VolumeFlush::finish(const QStringList &files, const StopFlag &stop, QStringList * /*gone*/) const
 {
-    if (stop.isRaised())
-        return Flushed::Failed;
     // No portable call flushes a file; that it is still there can be seen.
     const auto isThere = [](const QString &path) { return QFile::exists(path); };
-    return std::all_of(files.cbegin(), files.cend(), isThere) ? Flushed::All : Flushed::AllThatIsThere;
+    return !stop.isRaised() && std::all_of(files.cbegin(), files.cend(), isThere) ? Flushed::All
+                                                                                  : Flushed::Failed;
 }

@@ -337,27 +337,24 @@ void VolumeFlush::watch(const QString &folder)
         volume.file = ::open(path.constData(), O_TMPFILE | O_WRONLY | O_CLOEXEC, ownerOnly);
 }
 
-Flushed VolumeFlush::finish(const QStringList &files, const StopFlag &stop) const
+Flushed VolumeFlush::finish(const QStringList &files, const StopFlag &stop, QStringList *gone) const
 {
     if (files.isEmpty())
         return Flushed::All;
     // File by file first, because the flush of the volume can't be interrupted.
     bool whole = true;
-    bool failed = volumes_.empty();
     for (const QString &path : files) {
-        switch (settleCopy(path, stop)) {
-        case Flushed::All:
-            break;
-        case Flushed::AllThatIsThere:
-            whole = false;
-            break;
-        case Flushed::Failed:
-            failed = true;
-        }
-        if (stop.isRaised())
+        const Flushed settled = settleCopy(path, stop);
+        if (settled == Flushed::Failed || stop.isRaised())
             return Flushed::Failed;
+        if (settled == Flushed::AllThatIsThere) {
+            whole = false;
+            if (gone != nullptr)
+                gone->append(path);
+        }
     }
     // Each volume is flushed, whatever another one says.
+    bool failed = volumes_.empty();
     for (const auto &volume : volumes_) {
         const bool flushed = ::syncfs(volume.second.file) == 0;
         failed = failed || !flushed || (!whole && deviceBelow(volume.second.folder) != volume.first);

@@ -48,31 +48,27 @@ VolumeFlush::~VolumeFlush() = default;
 
 void VolumeFlush::watch(const QString & /*folder*/) {}
 
-Flushed VolumeFlush::finish(const QStringList &files, const StopFlag &stop) const
+Flushed VolumeFlush::finish(const QStringList &files, const StopFlag &stop, QStringList * /*gone*/) const
 {
     // Network and some foreign volumes know only the plain flush.
     const auto flush = [](int file, int request) {
         return ::fcntl(file, request) != -1 || ::fsync(file) == 0;
     };
     std::map<dev_t, int> last; // of each volume
-    bool failed = false;
-    bool whole = true;
-    for (auto path = files.cbegin(); path != files.cend() && !stop.isRaised(); ++path) {
+    bool flushed = true;
+    for (auto path = files.cbegin(); path != files.cend() && flushed; ++path) {
         // What stands there may have become something else, such as a pipe that would wait for its writer.
         const int file =
             ::open(QFile::encodeName(*path).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
         if (file < 0) {
-            // A copy keeps the permissions of its source, also those that forbid to read it.
-            whole = whole && errno == EACCES;
+            // A copy keeps the permissions of its source, also those that forbid to read it. One that can't
+            // be found may have gone with the volume that it was written to.
+            flushed = errno == EACCES;
             continue;
         }
         struct stat status = {};
-        if (::fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) {
-            whole = false;
-            ::close(file);
-            continue;
-        }
-        failed = !flush(file, F_BARRIERFSYNC) || failed;
+        flushed = !stop.isRaised() && ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
+                  flush(file, F_BARRIERFSYNC);
         const auto before = last.find(status.st_dev);
         if (before != last.end())
             ::close(before->second);
@@ -80,10 +76,8 @@ Flushed VolumeFlush::finish(const QStringList &files, const StopFlag &stop) cons
     }
     // Has the disk empty its own cache, which holds the volume's other files too.
     for (const auto &file : last) {
-        failed = !flush(file.second, F_FULLFSYNC) || failed;
+        flushed = flushed && flush(file.second, F_FULLFSYNC);
         ::close(file.second);
     }
-    if (failed || stop.isRaised())
-        return Flushed::Failed;
-    return whole ? Flushed::All : Flushed::AllThatIsThere;
+    return flushed ? Flushed::All : Flushed::Failed;
 }

@@ -6,16 +6,22 @@ import QtQuick.Layouts 1.15
 PageRow {
     id: root
 
+    /// Whether the job goes on; its end is shown whole, on several lines if need be.
+    property bool running: false
+
     function show(from, to, value, text) {
         bar.from = from
         bar.to = to
         bar.value = value
+        root.running = value < to
         message.text = text
     }
 
-    Layout.preferredHeight: 60
+    Layout.preferredHeight: column.implicitHeight + 14
 
     ColumnLayout {
+        id: column
+
         Layout.fillWidth: true
         spacing: 6
 
@@ -36,13 +42,18 @@ PageRow {
             objectName: root.objectName + "Text"
             Layout.fillWidth: true
             Layout.preferredWidth: 0
-            Layout.preferredHeight: 36
-            // What went wrong must be readable to its end.
-            wrapMode: Text.Wrap
-            elide: Text.ElideRight
-            maximumLineCount: 2
+            Layout.preferredHeight: Math.max(Math.ceil(2 * metrics.lineSpacing), implicitHeight)
+            wrapMode: root.running ? Text.NoWrap : Text.Wrap
+            elide: root.running ? Text.ElideMiddle : Text.ElideRight
+            maximumLineCount: root.running ? 1 : 4
             textFormat: Text.PlainText
             Accessible.description: root.label
         }
+    }
+
+    FontMetrics {
+        id: metrics
+
+        font: message.font
     }
 }

@@ -647,6 +647,9 @@ void TestCopyFilesPage::endsThatAreLong_data()
           "Error: The destination reports a write error after 1234/1235 videos and 2345/2346 photos.",
           "Error: Not every copy is where it was put. Copied 1234/1235 videos and 2345/2346 photos."})
         QTest::newRow(text) << QString::fromLatin1(text);
+    QTest::newRow("a download's") << QStringLiteral(
+        "Error: The controller did not send all data. Older files were kept. Wrote 412 records to 3 files in "
+        "/media/diver/BACKUP_DRIVE/Expeditions/2026-03-14 Reef survey north");
 }
 
 void TestCopyFilesPage::endsThatAreLong()
@@ -658,8 +661,12 @@ void TestCopyFilesPage::endsThatAreLong()
     QVERIFY(view.isShown());
     for (int card = 1; card <= 3; ++card) {
         const QString label = QStringLiteral("card%1ProgressText").arg(card);
+        // What goes on stays on one line and keeps its end.
+        view.call("updateCardProgress", card, 0, 2, 1, text);
+        QTRY_COMPARE(view.property(label, "lineCount").toInt(), 1);
+        QCOMPARE(view.property(label, "elide").toInt(), static_cast<int>(Qt::ElideMiddle));
         view.call("updateCardProgress", card, 0, 1, 1, text);
-        QTRY_COMPARE(view.property(label, "lineCount").toInt(), 2);
+        QTRY_VERIFY(view.property(label, "lineCount").toInt() >= 2);
         QCOMPARE(view.property(label, "truncated").toBool(), false);
         const QQuickItem *item = view.item(label);
         QVERIFY(item->property("paintedHeight").toDouble() <= item->height());
