@@ -1,5 +1,6 @@
 import QtQuick 2.15
 import QtQuick.Controls 2.15
+import QtQuick.Layouts 1.15
 
 ApplicationWindow {
     id: root
@@ -12,6 +13,7 @@ ApplicationWindow {
     readonly property var settingsPage: root.content ? root.content.settingsPage : null
     readonly property bool ready: root.copyFilesPage && root.copyDataPage && root.settingsPage ? true : false
     property bool framed: false
+    readonly property int tabIndex: tabBar.currentIndex
     property string moviesLocation: ""
 
     property bool cardOneCopying: false
@@ -39,12 +41,8 @@ ApplicationWindow {
 
     /// Makes the pages, if they aren't yet.
     function makeContent() {
-        if (contentLoader.status !== Loader.Null)
-            return
-        contentLoader.setSource("WindowContent.qml", { "window": root })
-        // In the order in which Tab goes on from the page.
-        root.footer = root.content.footer
-        root.header = root.content.header
+        if (contentLoader.status === Loader.Null)
+            contentLoader.setSource("WindowContent.qml", { "window": root })
     }
 
     function readyToExit() {
@@ -421,10 +419,46 @@ ApplicationWindow {
     // Texts stand as they are written; the style would set buttons in capitals.
     font.capitalization: Font.MixedCase
 
+    header: TabBar {
+        id: tabBar
+
+        visible: root.framed
+        currentIndex: root.content ? root.content.pageIndex : 0
+
+        TabButton { text: "Copy Files" }
+        TabButton { text: "Copy Data" }
+        TabButton { text: "Settings" }
+    }
+
     Loader {
         id: contentLoader
 
         anchors.fill: parent
+    }
+
+    footer: Pane {
+        visible: root.framed
+        leftPadding: 20
+        rightPadding: 20
+        topPadding: 0
+        bottomPadding: 4
+
+        RowLayout {
+            anchors.left: parent.left
+            anchors.right: parent.right
+
+            Label {
+                objectName: "versionText"
+                Layout.fillWidth: true
+                text: "Version " + appController.getVersion()
+            }
+            FlatButton {
+                objectName: "exitButton"
+                text: "Exit"
+                enabled: root.readyToExit()
+                onClicked: root.close()
+            }
+        }
     }
 
     Connections {

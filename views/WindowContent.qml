@@ -1,8 +1,7 @@
 import QtQuick 2.15
 import QtQuick.Controls 2.15
-import QtQuick.Layouts 1.15
 
-/// What fills the window once it stands: the tabs, the pages, the footer, the popups and the choosers. Says what was pressed to the
+/// What fills the window once it stands: the pages, the popups and the choosers. Says what was pressed to the
 /// window, which keeps the state.
 Item {
     id: root
@@ -10,44 +9,12 @@ Item {
     /// The root window.
     required property var window
 
+    property alias pageIndex: pages.currentIndex
     property alias copyFilesPage: copyFilesPage
     property alias copyDataPage: copyDataPage
     property alias settingsPage: settingsPage
     property alias messagePopup: messagePopup
     property alias waitPopup: waitPopup
-    /// What the window shows above and below the pages.
-    readonly property Item header: TabBar {
-        id: tabBar
-
-        currentIndex: pages.currentIndex
-
-        TabButton { text: "Copy Files" }
-        TabButton { text: "Copy Data" }
-        TabButton { text: "Settings" }
-    }
-    readonly property Item footer: Pane {
-        leftPadding: 20
-        rightPadding: 20
-        topPadding: 0
-        bottomPadding: 4
-
-        RowLayout {
-            anchors.left: parent.left
-            anchors.right: parent.right
-
-            Label {
-                objectName: "versionText"
-                Layout.fillWidth: true
-                text: "Version " + appController.getVersion()
-            }
-            FlatButton {
-                objectName: "exitButton"
-                text: "Exit"
-                enabled: root.window.readyToExit()
-                onClicked: root.window.close()
-            }
-        }
-    }
     /// Null until makeStitchPopup().
     readonly property StitchPopup stitchPopup: stitchLoader.item
 
@@ -60,7 +27,7 @@ Item {
         id: pages
 
         anchors.fill: parent
-        currentIndex: tabBar.currentIndex
+        currentIndex: root.window.tabIndex
         // As a stop of its own it would hand the keyboard back to the control that had it last, over and over.
         activeFocusOnTab: false
 
