@@ -265,12 +265,7 @@ void AppController::resetCameraSettingsWorker(QString port)
 
 void AppController::eraseMemoryWorker(QString port)
 {
-    ControllerRequest request = dataRequest(port);
-    // Once begun it isn't ended early: at exit the controller would be turned off in the middle of it. While
-    // it runs, the port can't be opened a second time.
-    if (!stop_.isRaised())
-        request.stop = nullptr;
-    EraseMemory(std::move(request)).run();
+    EraseMemory(dataRequest(port)).run();
 }
 
 void AppController::saveCameraSettingsWorker(QString port, QString date, PSEAConfig cfg)

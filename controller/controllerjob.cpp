@@ -33,7 +33,7 @@ void ControllerJob::exchange()
         report({0, 1, 1, QStringLiteral("Error: The program is closing.")});
         return;
     }
-    PSEAComms link(request_.stop);
+    PSEAComms link(endsEarly() ? request_.stop : nullptr);
     link.timeouts_ = request_.timeouts;
     QObject::connect(&link, &PSEAComms::newMessage, request_.relay);
 
@@ -46,6 +46,11 @@ void ControllerJob::exchange()
         report(greetingFailure());
     else
         work(link);
+}
+
+bool ControllerJob::endsEarly() const
+{
+    return true;
 }
 
 Progress ControllerJob::refusal() const

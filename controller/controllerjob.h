@@ -33,6 +33,8 @@ public:
 protected:
     /// The work on the open link, its final report included.
     virtual void work(PSEAComms &link) = 0;
+    /// Whether a raised stop flag ends the job once it has begun; before, it ends every job.
+    [[nodiscard]] virtual bool endsEarly() const;
     /// What to report when the request can't be worked on at all; an empty text lets the job begin.
     [[nodiscard]] virtual Progress refusal() const;
     /// What to report when the greeting can't be sent.

@@ -2,6 +2,12 @@
 
 #include "controller/pseacomms.h"
 
+bool EraseMemory::endsEarly() const
+{
+    // At exit the controller would be turned off in the middle of it. While it runs, it holds the port.
+    return false;
+}
+
 void EraseMemory::work(PSEAComms &link)
 {
     report({0, 2, 1, QStringLiteral("Erasing memory ...")});

@@ -10,6 +10,7 @@ public:
 
 protected:
     void work(PSEAComms &link) override;
+    [[nodiscard]] bool endsEarly() const override;
 };
 
 /// Switches the controller off.

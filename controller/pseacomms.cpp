@@ -2,6 +2,7 @@
 
 #include "app/job.h"
 #include "controller/nmea0183.h"
+#include "controller/record.h"
 
 #include <QDateTime>
 #include <QDebug>
@@ -19,7 +20,6 @@ constexpr int baudRate = QSerialPort::Baud115200;
 constexpr int readsPerAnswer = 4;
 constexpr int piecesPerLine = 3;
 constexpr int versionAttempts = 5;
-constexpr unsigned long dataFields = 9;
 constexpr qint32 defaultGeneration = 29;
 constexpr double leastVoltage = 0.5;
 
@@ -434,13 +434,10 @@ bool PSEAComms::readData(QStringList &lines)
         if (!isSentence(sentence, "$PSEADATA", 1))
             continue;
         const int number = sentence.FieldAsInt(1);
-        const bool isShort = sentence.NumFields() < dataFields;
-        if (isShort)
-            qWarning().noquote() << "Short data set:" << line.trimmed();
         const bool isNew = !seen.contains(line);
         if (isNew)
             seen.insert(line);
-        if (isNew && !isShort)
+        if (isNew && sentence.NumFields() >= Record::fieldCount)
             ++dataReceived_;
         if (number < 1)
             continue;

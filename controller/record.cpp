@@ -11,7 +11,6 @@ constexpr int recordingFlag = 2;
 constexpr int videoFlag = 8;
 constexpr int photoFlag = 16;
 constexpr int timeBits = 16;
-constexpr unsigned long fieldCount = 9;
 
 } // namespace
 

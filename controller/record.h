@@ -8,6 +8,9 @@
 class Record
 {
 public:
+    /// The fields of a whole "$PSEADATA" sentence, its address left out.
+    static constexpr unsigned long fieldCount = 9;
+
     Record() = default;
     explicit Record(const QString &line);
 

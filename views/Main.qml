@@ -156,7 +156,8 @@ ApplicationWindow {
     }
 
     function getSelectedDataDeviceName() {
-        return root.selectDevice(root.ready ? root.copyDataPage.deviceIndex : root.likelyDevice())
+        root.makeContent()
+        return root.selectDevice(root.copyDataPage.deviceIndex)
     }
 
     function getSelectedE1Firmware() {

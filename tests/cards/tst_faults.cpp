@@ -291,25 +291,27 @@ void TestFaults::copiesThatAreMovedAway()
     const Recordings recordings = videos(3, 1000);
     writeCard(workspace, recordings);
     workspace.makeFolder(QStringLiteral("elsewhere"));
-    ImportRun import(
+    ImportRun worker(
         {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
     bool moved = false;
     QString what = workspace.path(QStringLiteral("dst/DCIM"));
-    import.onReport = [&](const Progress &progress) {
-        if (!progress.text.startsWith(QStringLiteral("Copying")) || progress.value != 3) return;
-    if (!all)
-        what += QLatin1Char('/') + QDir(what).entryList(QDir::Files).constFirst();
-    moved = QFile::rename(what, workspace.path(QStringLiteral("elsewhere/moved")));
-};
-const MessageLog log;
-QVERIFY(import.run());
-QVERIFY(moved);
-QCOMPARE(import.finalReports(),
-         QStringList{"0 1 1 Error: Not every copy is where it was put. Copied 3/3 videos and 0/0 photos."});
-const QStringList named = MessageLog::lines(QStringLiteral("warning"))
-                              .filter(QStringLiteral("Card 1: no longer where it was put: "));
-QCOMPARE(named.size(), all ? 2 : 1);
-QVERIFY(named.constFirst().contains(what));
+    worker.onReport = [&](const Progress &progress) {
+        if (!progress.text.startsWith(QStringLiteral("Copying")) || progress.value != 3)
+            return;
+        if (!all)
+            what += QLatin1Char('/') + QDir(what).entryList(QDir::Files).constFirst();
+        moved = QFile::rename(what, workspace.path(QStringLiteral("elsewhere/moved")));
+    };
+    const MessageLog log;
+    QVERIFY(worker.run());
+    QVERIFY(moved);
+    QCOMPARE(
+        worker.finalReports(),
+        QStringList{"0 1 1 Error: Not every copy is where it was put. Copied 3/3 videos and 0/0 photos."});
+    const QStringList named = MessageLog::lines(QStringLiteral("warning"))
+                                  .filter(QStringLiteral("Card 1: no longer where it was put: "));
+    QCOMPARE(named.size(), all ? 2 : 1);
+    QVERIFY(named.constFirst().contains(what));
 }
 
 void TestFaults::aDiskThatFailsLate_data()

@@ -93,7 +93,7 @@ public:
         }
         if (kind == QStringLiteral("exfat")) {
             exfat_.push_back(std::make_unique<LoopVolume>(
-                LoopVolume::Kind::Exfat, workspace_.path(name + QStringLiteral(".image")), 256, path));
+                LoopVolume::Kind::Exfat, workspace_.path(name + QStringLiteral(".image")), 48, path));
             why_ = exfat_.back()->why();
             return exfat_.back()->isMounted() ? path : QString();
         }

@@ -144,6 +144,7 @@ private slots:
     void aSilentController();
     void aStop_data();
     void aStop();
+    void anEraseThatHasBegunGoesOn();
     void aStopBeforeTheStart_data();
     void aStopBeforeTheStart();
     void onePortForOneJob();
@@ -359,7 +360,11 @@ void TestJobs::aSilentController()
 
 void TestJobs::aStop_data()
 {
-    withoutThePort_data();
+    QTest::addColumn<QString>("job");
+    for (const QString &job : jobNames) {
+        if (job != QLatin1String("erase"))
+            QTest::newRow(qPrintable(job)) << job;
+    }
 }
 
 void TestJobs::aStop()
@@ -381,6 +386,24 @@ void TestJobs::aStop()
     closing.join();
     QVERIFY2(sinceStop.elapsed() < endsWithinMs, qPrintable(QString::number(sinceStop.elapsed())));
     QCOMPARE(told.all, failureOf(job));
+}
+
+void TestJobs::anEraseThatHasBegunGoesOn()
+{
+    SimulatedRig rig(rigWith(make([](Faults &f) { f.mute = true; })));
+    const MessageLog log;
+    Told told;
+    StopFlag stop;
+    QElapsedTimer timer;
+    timer.start();
+    std::thread closing([&] {
+        QThread::msleep(200);
+        stop.raise();
+    });
+    EraseMemory(told.request(&stop, 300)).run();
+    closing.join();
+    QVERIFY2(timer.elapsed() >= 4 * 300 - 50, qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(told.all, failureOf(QStringLiteral("erase")));
 }
 
 void TestJobs::aStopBeforeTheStart_data()
