@@ -67,8 +67,15 @@ QVariantList AppController::getDrives()
     return listDrives();
 }
 
+void AppController::listDevicesAhead()
+{
+    devicesAhead_ = QtConcurrent::run(PSEAComms::getDevices);
+}
+
 QVariantList AppController::getDevices()
 {
+    if (devicesAhead_)
+        return std::exchange(devicesAhead_, std::nullopt)->result();
     return PSEAComms::getDevices();
 }
 

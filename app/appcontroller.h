@@ -4,6 +4,7 @@
 #include "controller/pseaconfig.h"
 
 #include <QDir>
+#include <QFuture>
 #include <QObject>
 #include <QString>
 #include <QVariant>
@@ -11,6 +12,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 class ControllerJob;
 class MediaImport;
@@ -33,6 +35,10 @@ public:
     void setVersion(const QString &version);
     /// The serial port last chosen or used; empty if none.
     [[nodiscard]] QString port() const { return port_; }
+
+    /// Begins to list the devices on a thread of its own, for the next getDevices(): the first call comes while
+    /// the window is being made, and a list of the ports takes a tenth of that time.
+    void listDevicesAhead();
 
     /// Asks the running jobs to end; nothing is started afterwards.
     void stopJobs();
@@ -123,5 +129,6 @@ private:
     QQuickWindow *window_ = nullptr;
     QString version_;
     QString port_;
+    std::optional<QFuture<QVariantList>> devicesAhead_;
     StopFlag stop_;
 };

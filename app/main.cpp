@@ -93,6 +93,7 @@ int main(int argc, char *argv[])
 
     AppController controller;
     controller.setVersion(app_version);
+    controller.listDevicesAhead();
     QQmlApplicationEngine engine;
     engine.rootContext()->setContextProperty(QStringLiteral("appController"), &controller);
     engine.load(QUrl(QStringLiteral("qrc:/views/Main.qml"), QUrl::TolerantMode));

@@ -159,6 +159,7 @@ private slots:
     void relayedMessages_data();
     void relayedMessages();
     void quickQueries();
+    void aListMadeAheadServesOnce();
     void settingsAreStored();
     void exitAppLeavesTheEventLoop();
     void roomForFourJobs();
@@ -374,6 +375,25 @@ void TestAppController::quickQueries()
     QCOMPARE(templates.size(), 1);
     QCOMPARE(templates.constFirst().toJsonObject().value(QStringLiteral("value")).toString(),
              QStringLiteral("rig"));
+}
+
+void TestAppController::aListMadeAheadServesOnce()
+{
+    // Each look at the ports logs what it finds, also that there are none.
+    AppController controller;
+    QStringList looked;
+    {
+        const MessageLog log;
+        controller.listDevicesAhead();
+        QVERIFY(AppController::waitForJobs(10000));
+        looked = MessageLog::lines();
+    }
+    QVERIFY(!looked.isEmpty());
+    const MessageLog log;
+    const QVariantList ahead = controller.getDevices();
+    QCOMPARE(MessageLog::lines(), QStringList());
+    QCOMPARE(controller.getDevices(), ahead);
+    QCOMPARE(MessageLog::lines(), looked);
 }
 
 void TestAppController::settingsAreStored()
