@@ -36,8 +36,8 @@ public:
     /// The serial port last chosen or used; empty if none.
     [[nodiscard]] QString port() const { return port_; }
 
-    /// Begins to list the devices on a thread of its own, for the next getDevices(): the first call comes while
-    /// the window is being made, and a list of the ports takes a tenth of that time.
+    /// Begins to list the devices on a thread of its own, for the next getDevices(): the first call comes
+    /// while the window is being made, and a list of the ports takes a tenth of that time.
     void listDevicesAhead();
 
     /// Asks the running jobs to end; nothing is started afterwards.

@@ -66,6 +66,18 @@ void keepTexturesSmall()
     }
 }
 
+/// Ends the program with a line in its log where nothing can be drawn; the toolkit would abort without one.
+void endIfUndrawable(const QQuickWindow *window)
+{
+    if (window == nullptr)
+        return;
+    QObject::connect(window, &QQuickWindow::sceneGraphError, window,
+                     [](QQuickWindow::SceneGraphError, const QString &why) {
+                         qCritical().noquote() << "The window can't be drawn:" << why.simplified();
+                         QCoreApplication::exit(EXIT_FAILURE);
+                     });
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -98,7 +110,9 @@ int main(int argc, char *argv[])
     engine.rootContext()->setContextProperty(QStringLiteral("appController"), &controller);
     engine.load(QUrl(QStringLiteral("qrc:/views/Main.qml"), QUrl::TolerantMode));
     const QList<QObject *> roots = engine.rootObjects();
-    controller.init(qobject_cast<QQuickWindow *>(roots.isEmpty() ? nullptr : roots.first()));
+    auto *window = qobject_cast<QQuickWindow *>(roots.isEmpty() ? nullptr : roots.first());
+    controller.init(window);
+    endIfUndrawable(window);
 
     const int exitCode = QGuiApplication::exec();
 

@@ -21,8 +21,9 @@ QString program()
     return QString::fromLocal8Bit(KELPORA360);
 }
 
-/// Runs the program on a screen that nobody sees until its window is closed. Null, or what went wrong.
-QString run(const Workspace &workspace, const QString &executable = program())
+/// Runs the program on a screen that nobody sees until its window is closed, without the variables `unset`.
+/// Null, or what went wrong.
+QString run(const Workspace &workspace, const QString &executable = program(), const QStringList &unset = {})
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     for (const char *name : {"QT_SCALE_FACTOR", "QT_AUTO_SCREEN_SCALE_FACTOR", "QT_LOGGING_RULES"})
@@ -39,6 +40,8 @@ QString run(const Workspace &workspace, const QString &executable = program())
     const QString runtime = workspace.makeFolder(QStringLiteral("runtime"));
     QFile::setPermissions(runtime, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
+    for (const QString &name : unset)
+        environment.remove(name);
     QProcess process;
     process.setProcessEnvironment(environment);
     process.setProcessChannelMode(QProcess::MergedChannels);
@@ -103,6 +106,7 @@ private slots:
     void otherSettingsAreLeftAlone();
     void settingsThatCannotBeWritten();
     void aBundleFindsItsFolder();
+    void nothingToDrawWith();
 };
 
 void TestStartup::init()
@@ -290,6 +294,17 @@ void TestStartup::aBundleFindsItsFolder()
         QStringLiteral("Info: AppDirectory: \"%1\"").arg(workspace.path(QStringLiteral("Apps")))));
     QVERIFY(log.contains(
         QStringLiteral("Info: WorkingDirectory: \"%1\"").arg(workspace.path(QStringLiteral("Apps")))));
+}
+
+void TestStartup::nothingToDrawWith()
+{
+    // Without a display this platform has no OpenGL.
+    const Workspace workspace;
+    const QString end = run(workspace, program(), {"DISPLAY", "QT_QUICK_BACKEND", "QT_QPA_GENERIC_PLUGINS"});
+    QVERIFY2(end.startsWith(QStringLiteral("It ended with 1: ")), qPrintable(end));
+    const QStringList log = messages(workspace);
+    QCOMPARE(log.filter(QStringLiteral("Critical: The window can't be drawn: ")).size(), 1);
+    QCOMPARE(log.last(), QStringLiteral("Info: Application end"));
 }
 
 KELPORA_TEST_MAIN(TestStartup)
