@@ -1,4 +1,5 @@
 #include "cards/drives.h"
+#include "tests/support/loopvolume.h"
 #include "tests/support/testmain.h"
 #include "tests/support/workspace.h"
 
@@ -44,6 +45,41 @@ QStringList values(const QList<QJsonObject> &entries, const char *member)
         texts.append(entry.value(QLatin1String(member)).toString());
     return texts;
 }
+
+/// Shows this process `line` as the only volume beside the system's, as long as it lives.
+class MountTable
+{
+    Q_DISABLE_COPY(MountTable)
+
+public:
+    MountTable(const Workspace &workspace, const QByteArray &line)
+    {
+        QByteArray content;
+        QFile real(table());
+        if (real.open(QIODevice::ReadOnly)) {
+            const QList<QByteArray> lines = real.readAll().split('\n');
+            for (const QByteArray &one : lines) {
+                if (one.split(' ').value(4) == "/")
+                    content += one + '\n';
+            }
+        }
+        const QString path = workspace.write(QStringLiteral("mountinfo"), content + line + '\n');
+        shown_ = ::mount(QFile::encodeName(path).constData(), QFile::encodeName(table()).constData(), nullptr,
+                         MS_BIND, nullptr) == 0;
+    }
+    ~MountTable()
+    {
+        if (shown_)
+            static_cast<void>(::umount2(QFile::encodeName(table()).constData(), MNT_DETACH));
+    }
+
+    [[nodiscard]] bool isShown() const { return shown_; }
+
+private:
+    static QString table() { return QStringLiteral("/proc/%1/mountinfo").arg(::getpid()); }
+
+    bool shown_ = false;
+};
 
 /// Stands for a card's device: a label is only ever looked up for what is no regular file.
 QString makeDevice(const Workspace &workspace)
@@ -91,6 +127,9 @@ private slots:
     void aLabelIsTheName();
     void twoCardsWithOneLabelAreTwoEntries();
     void aVolumeThatDoesNotAnswerIsNotOffered();
+    void aDiskImageIsOfferedLikeACard();
+    void aNetworkFolderIsOfferedLikeACard_data();
+    void aNetworkFolderIsOfferedLikeACard();
     void theMoviesFolder_data();
     void theMoviesFolder();
 };
@@ -257,6 +296,41 @@ void TestDrives::aVolumeThatDoesNotAnswerIsNotOffered()
     const TestVolume answers(path, 64, QStringLiteral("dead"));
     SKIP_UNLESS_MOUNTED(answers);
     QCOMPARE(values(drivesBelow(workspace.path()), "key"), QStringList{path});
+}
+
+void TestDrives::aDiskImageIsOfferedLikeACard()
+{
+    const Workspace workspace;
+    const QString path = workspace.path(QStringLiteral("image"));
+    const LoopVolume image(LoopVolume::Kind::Ext4, workspace.path(QStringLiteral("file")), 8, path);
+    if (!image.isMounted())
+        QSKIP(qPrintable(image.why()));
+    QCOMPARE(values(drivesBelow(workspace.path()), "key"), QStringList{path});
+}
+
+void TestDrives::aNetworkFolderIsOfferedLikeACard_data()
+{
+    QTest::addColumn<QByteArray>("type");
+    QTest::addColumn<QByteArray>("server");
+    QTest::newRow("nfs") << QByteArray("nfs4") << QByteArray("boat:/dives");
+    QTest::newRow("smb") << QByteArray("cifs") << QByteArray("//boat/dives");
+    QTest::newRow("ssh") << QByteArray("fuse.sshfs") << QByteArray("diver@boat:/dives");
+}
+
+void TestDrives::aNetworkFolderIsOfferedLikeACard()
+{
+    QFETCH(QByteArray, type);
+    QFETCH(QByteArray, server);
+    const Workspace workspace;
+    const QString path = workspace.makeFolder(QStringLiteral("dives"));
+    const QByteArray place = "900 1 0:90 / " + QFile::encodeName(path);
+    {
+        const MountTable table(workspace, place + " rw,relatime - " + type + ' ' + server + " rw");
+        if (!table.isShown())
+            QSKIP("This machine does not allow the mount.");
+        QCOMPARE(values(drivesBelow(workspace.path()), "key"), QStringList{path});
+    }
+    QCOMPARE(drivesBelow(workspace.path()).size(), 0);
 }
 
 void TestDrives::theMoviesFolder_data()

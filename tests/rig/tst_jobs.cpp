@@ -140,6 +140,7 @@ private slots:
     void whatIsShown_data();
     void whatIsShown();
     void whatIsKept();
+    void anEraseThatFails();
     void theVersionButNoSettings();
     void aSilentController();
     void aStop_data();
@@ -324,6 +325,18 @@ void TestJobs::whatIsKept()
     told.all.clear();
     makeJob(QStringLiteral("off"), told.request(nullptr, 40), &shown, QString())->run();
     QCOMPARE(told.all, failureOf(QStringLiteral("off")));
+}
+
+void TestJobs::anEraseThatFails()
+{
+    SimulatedRig rig(rigWith({}));
+    rig.answerInstead("PSEAFORMAT", {makeSentence("PSEAMSG,1,PSEAFORMAT,MEMORY,FAILED") + "\r\n"});
+    const MessageLog log;
+    Told told;
+    QStringList shown;
+    makeJob(QStringLiteral("erase"), told.request(nullptr, 60), &shown, QString())->run();
+    QCOMPARE(told.all, failureOf(QStringLiteral("erase")));
+    QCOMPARE(QByteArray::fromStdString(rig.received()).count("$PSEAFORMAT"), 1);
 }
 
 void TestJobs::theVersionButNoSettings()
