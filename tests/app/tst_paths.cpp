@@ -31,6 +31,7 @@ private slots:
     void settingsPathIsComputedOnce();
     void templates_data();
     void templates();
+    void templatesOfBoth();
     void templatesAreLookedUpAtEveryCall();
     void logPathTellsEachCallInTheFile();
     void logPathOfAFileThatCannotBeOpened();
@@ -260,6 +261,14 @@ void TestPaths::templates()
     QCOMPARE(MessageLog::lines(),
              QStringList{QStringLiteral("info: Template dir: \"%1\"").arg(workspace.path(expected))});
     QCOMPARE(QFileInfo(workspace.path(QStringLiteral("data/Kelpora 360/templates"))).exists(), false);
+}
+
+void TestPaths::templatesOfBoth()
+{
+    const Workspace workspace;
+    workspace.makeFolder(QStringLiteral("data/Kelpora 360/templates"));
+    const QString beside = workspace.makeFolder(QStringLiteral("app/templates"));
+    QCOMPARE(getTemplateDir(), beside);
 }
 
 void TestPaths::templatesAreLookedUpAtEveryCall()

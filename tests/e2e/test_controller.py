@@ -374,6 +374,13 @@ class Devices(ControllerTest):
         self.wait_until(lambda: self.window.choice("Port") == "ACME2 (Maker)", 5, "the chosen port")
         self.window.wait_bright("Connect")
 
+    def test_what_was_not_chosen_is_left_on(self):
+        self.begin("--serial", "ACME1")
+        self.assertEqual(self.window.choice("Device"), "")
+        self.assertEqual(self.exit(self.window), 0)
+        self.assertEqual(self.program.messages()[-2:], ["No camera connected", "Application end"])
+        self.assertEqual(self.rig.sent(), [])
+
 
 class _Listed:
     """Stands where a card reader does: the program sees the devices of a description."""

@@ -1,3 +1,4 @@
+#include "app/appcontroller.h"
 #include "app/job.h"
 #include "controller/datadownload.h"
 #include "controller/memoryjobs.h"
@@ -11,6 +12,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QSignalSpy>
 #include <QtTest>
 
 #include <atomic>
@@ -140,6 +142,7 @@ private slots:
     void whatIsShown_data();
     void whatIsShown();
     void whatIsKept();
+    void whatTheOperatorSetReachesTheController();
     void anEraseThatFails();
     void theVersionButNoSettings();
     void aSilentController();
@@ -325,6 +328,19 @@ void TestJobs::whatIsKept()
     told.all.clear();
     makeJob(QStringLiteral("off"), told.request(nullptr, 40), &shown, QString())->run();
     QCOMPARE(told.all, failureOf(QStringLiteral("off")));
+}
+
+void TestJobs::whatTheOperatorSetReachesTheController()
+{
+    SimulatedRig rig(rigWith({}));
+    const MessageLog log;
+    AppController controller;
+    QSignalSpy told(&controller, &AppController::updateCameraSettingsProgress);
+    controller.saveCameraSettings(portName(), QStringLiteral("2019-02-21 22:46:44"), 0, 0.5, 2.25, 1.9, 26);
+    QVERIFY(AppController::waitForJobs(30000));
+    QTRY_VERIFY(!told.isEmpty());
+    QCOMPARE(told.last().last().toString(), QStringLiteral("Success. Settings saved."));
+    QCOMPARE(rig.state().settings, (std::array<std::int32_t, 5>{0, 500, 2250, 1, 26}));
 }
 
 void TestJobs::anEraseThatFails()

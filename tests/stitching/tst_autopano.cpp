@@ -14,6 +14,7 @@
 #include <QProcessEnvironment>
 
 #include <array>
+#include <stdexcept>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
@@ -254,6 +255,7 @@ private slots:
     void fullDestination();
     void badTemplates_data();
     void badTemplates();
+    void levelsOfAnException();
     void outOfMemory_data();
     void outOfMemory();
     void theSameBytesInEveryProcess_data();
@@ -722,6 +724,22 @@ void TestAutopano::badTemplates()
              (QStringList{wrote(workspace.path(QStringLiteral("day/A_autopano.kava"))),
                           copied(workspace.path(folderTemplate)), wrote(workspace.path(gigaTemplate)),
                           wrote(workspace.path(QStringLiteral("day/A_giga.DNG.pano")))}));
+}
+
+void TestAutopano::levelsOfAnException()
+{
+    const Workspace workspace;
+    const QString templatePath = workspace.write(QStringLiteral("elsewhere/Rig.kava"), rig);
+    workspace.makeFolder(QStringLiteral("day"));
+    const Autopano::SettingsSource broken = []() -> QMap<QString, QVariant> {
+        throw std::runtime_error("no settings");
+    };
+    const MessageLog log;
+    Autopano writer;
+    writer.writeKava(1, templatePath, workspace.path(QStringLiteral("day/A.MOV")), QString(), broken);
+    writer.writePano(1, templatePath, workspace.path(QStringLiteral("day/A.JPG")), QString(), broken);
+    QCOMPARE(MessageLog::lines().filter(QStringLiteral("no settings")),
+             (QStringList{"warning: Error creating kava template: no settings", "info: no settings"}));
 }
 
 void TestAutopano::outOfMemory_data()
