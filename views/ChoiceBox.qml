@@ -1,7 +1,8 @@
 import QtQuick 2.15
 import QtQuick.Controls 2.15
+import QtQuick.Controls.Material 2.15
 
-/// A drop-down whose shown entry, a path as a rule, is cut in the middle when it is too long.
+/// A drop-down whose entries, paths as a rule, stand as they are and are cut in the middle when they are too long.
 ComboBox {
     id: root
 
@@ -15,6 +16,25 @@ ComboBox {
         elide: Text.ElideMiddle
         textFormat: Text.PlainText
         Accessible.ignored: true
+    }
+    delegate: MenuItem {
+        id: entry
+
+        readonly property string value: root.textRole ? model[root.textRole] : modelData
+
+        width: ListView.view.width
+        highlighted: root.highlightedIndex === index
+        hoverEnabled: root.hoverEnabled
+        // As its text, an "&" would be taken for the mark of a shortcut.
+        Accessible.name: entry.value
+        contentItem: Label {
+            text: entry.value
+            elide: Text.ElideMiddle
+            textFormat: Text.PlainText
+            verticalAlignment: Text.AlignVCenter
+            color: root.currentIndex === index ? entry.Material.accent : entry.Material.foreground
+            Accessible.ignored: true
+        }
     }
     // As in FlatButton.
     Component.onCompleted: root.background.layer.enabled = false

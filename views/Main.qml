@@ -263,7 +263,7 @@ ApplicationWindow {
             console.warn("The calibration service's answer holds no calibration.")
         }
         root.makeContent()
-        root.content.messagePopup.text = response.message === undefined ? "" : String(response.message)
+        root.content.messagePopup.text = response.message === undefined || response.message === null ? "" : String(response.message)
         root.content.messagePopup.open()
     }
 

@@ -8,8 +8,21 @@ ModalPopup {
 
     default property alias boxes: boxColumn.data
 
+    /// False once an answer was given: the buttons can still be pressed while the popup fades away.
+    property bool asking: false
+
     signal accepted()
     signal rejected()
+
+    function answer(give) {
+        if (!root.asking)
+            return
+        root.asking = false
+        give()
+        root.close()
+    }
+
+    onAboutToShow: root.asking = true
 
     ColumnLayout {
         spacing: 16
@@ -29,19 +42,13 @@ ModalPopup {
             PopupButton {
                 objectName: root.objectName + "EraseButton"
                 text: "Erase"
-                onClicked: {
-                    root.accepted()
-                    root.close()
-                }
+                onClicked: root.answer(root.accepted)
             }
             PopupButton {
                 objectName: root.objectName + "CancelButton"
                 text: "Cancel"
                 focus: true
-                onClicked: {
-                    root.rejected()
-                    root.close()
-                }
+                onClicked: root.answer(root.rejected)
             }
         }
     }

@@ -92,6 +92,8 @@ private slots:
     void refreshingTemplates();
     void emptyLists();
     void theMoviesFolderIsTheFirstDestination();
+    void theListShowsNamesAsTheyAre_data();
+    void theListShowsNamesAsTheyAre();
     void theAnglesText_data();
     void theAnglesText();
     void copyFiles_data();
@@ -314,6 +316,46 @@ void TestCopyFilesPage::theMoviesFolderIsTheFirstDestination()
     QCOMPARE(view.property(QStringLiteral("destinationFilesText"), "text").toString(),
              QStringLiteral("/home/user/Movies"));
     QCOMPARE(view.property(QStringLiteral("projectNameText"), "text").toString(), QString());
+}
+
+void TestCopyFilesPage::theListShowsNamesAsTheyAre_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("name");
+    QTest::newRow("an ampersand") << "/media/Dive & Reef"
+                                  << "Dive & Reef";
+    QTest::newRow("two of them") << "/media/R&&D"
+                                 << "R&&D";
+    QTest::newRow("markup") << "/media/<b>x<b>"
+                            << "<b>x</b>";
+    const QString folder = QStringLiteral("/home/diver/") + QString(60, QLatin1Char('d')) + "/card one";
+    QTest::newRow("a path that is too long") << folder << folder;
+}
+
+void TestCopyFilesPage::theListShowsNamesAsTheyAre()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, name);
+    ScriptedController controller;
+    controller.drives = listOf({{path, name}});
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    auto *list = view.property(cardCombos.constFirst(), "popup").value<QObject *>();
+    QVERIFY(QMetaObject::invokeMethod(list, "open"));
+    QTRY_VERIFY(list->property("opened").toBool());
+    QStringList drawn;
+    QList<QQuickItem *> items{list->property("contentItem").value<QQuickItem *>()};
+    for (int i = 0; i < items.size(); ++i) {
+        const QQuickItem *item = items.at(i);
+        items += item->childItems();
+        if (!item->inherits("QQuickText") || item->property("text").toString().isEmpty())
+            continue;
+        drawn.append(item->property("text").toString());
+        QCOMPARE(item->property("textFormat").toInt(), static_cast<int>(Qt::PlainText));
+        QCOMPARE(item->property("elide").toInt(), static_cast<int>(Qt::ElideMiddle));
+        QVERIFY(item->width() <= view.item(cardCombos.constFirst())->width());
+    }
+    QCOMPARE(drawn, QStringList{name + " (" + path + ")"});
 }
 
 void TestCopyFilesPage::theAnglesText_data()

@@ -34,6 +34,8 @@ private slots:
     void answers_data();
     void answers();
     void cancel();
+    void onlyTheFirstAnswerCounts_data();
+    void onlyTheFirstAnswerCounts();
     void cards_data();
     void cards();
     void ready_data();
@@ -106,6 +108,36 @@ void TestEraseCards::cancel()
     view.click(popup + QStringLiteral("CancelButton"));
     QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
     QCOMPARE(requests.size(), 0);
+}
+
+void TestEraseCards::onlyTheFirstAnswerCounts_data()
+{
+    QTest::addColumn<QStringList>("presses");
+    QTest::addColumn<int>("expected");
+    QTest::newRow("erase again") << QStringList{"Erase", "Erase", "Erase"} << 1;
+    QTest::newRow("erase after cancel") << QStringList{"Cancel", "Erase"} << 0;
+}
+
+void TestEraseCards::onlyTheFirstAnswerCounts()
+{
+    QFETCH(QStringList, presses);
+    QFETCH(int, expected);
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QSignalSpy requests(view.window(), eraseSignature);
+    // The second time it is a new question.
+    for (int time = 1; time <= 2; ++time) {
+        QVERIFY(openPopup(view));
+        for (const QString &press : presses) {
+            // It fades away for a moment, and what was pressed while the cards were erased comes then.
+            QVERIFY(view.property(popup, "visible").toBool());
+            view.click(popup + press + QStringLiteral("Button"));
+        }
+        QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
+        QCOMPARE(requests.size(), time * expected);
+    }
 }
 
 void TestEraseCards::cards_data()

@@ -485,6 +485,8 @@ void TestStitchPopup::download_data()
         << ok("{\"success\":false,\"message\":\"<b>Gr\xc3\xb6\xc3\x9f"
               "e</b> %1\"}")
         << QString::fromUtf8("<b>Gr\u00f6\u00dfe</b> %1") << QVariantMap();
+    QTest::newRow("a message that is null")
+        << ok(R"({"success":false,"message":null})") << "" << QVariantMap();
     QTest::newRow("a long message") << ok(R"({"success":false,"message":")" + QByteArray(3000, 'm') + R"("})")
                                     << QString(3000, 'm') << QVariantMap();
     QTest::newRow("not JSON") << ok("<html>Welcome</html>") << nothing << QVariantMap();
