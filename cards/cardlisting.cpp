@@ -2,6 +2,7 @@
 
 #include "app/job.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
 
@@ -25,6 +26,17 @@ bool isText(const std::string &name)
     return QString::fromStdString(name).toStdString() == name;
 }
 
+/// Whether a link, or what else has the name, is a regular file at its end.
+bool leadsToFile(const fs::path &path, CardListing *listing)
+{
+    std::error_code error;
+    const fs::file_type type = fs::status(path, error).type();
+    // A link in a circle leads nowhere, as one whose end is missing.
+    if (type == fs::file_type::none && error != std::errc::too_many_symbolic_link_levels)
+        listing->unreadable.append(text(path));
+    return type == fs::file_type::regular;
+}
+
 /// A folder that is being listed, and the entry to come.
 struct Folder
 {
@@ -33,6 +45,20 @@ struct Folder
 };
 
 } // namespace
+
+CardFile::CardFile(const QString &filePath)
+    : path(filePath)
+{
+    const QFileInfo file(path);
+    size = file.size();
+    modified = file.lastModified().toMSecsSinceEpoch();
+}
+
+bool CardFile::isUnchanged() const
+{
+    const CardFile now(path);
+    return now.size == size && now.modified == modified;
+}
 
 // Qt's own iterator passes over a folder that it can't read, and over names that are no text, without a word;
 // an import must not say that it copied everything then.
@@ -65,12 +91,18 @@ CardListing listCard(const QString &root, const StopFlag &stop)
             continue;
         std::error_code unknown;
         const fs::file_type type = fs::symlink_status(entry.path(), unknown).type();
-        if (!isText(name) || type == fs::file_type::none)
+        if (!isText(name) || type == fs::file_type::none) {
             listing.unreadable.append(text(entry.path()));
-        else if (type == fs::file_type::directory)
+        } else if (type == fs::file_type::not_found) {
+            // The card is gone, with all entries that were read ahead: one line for them will do.
+            const QString folder = text(open.back().path);
+            if (!listing.unreadable.endsWith(folder))
+                listing.unreadable.append(folder);
+        } else if (type == fs::file_type::directory) {
             enter(entry.path());
-        else if (fs::is_regular_file(entry.path(), unknown))
-            listing.files.append(text(entry.path()));
+        } else if (type == fs::file_type::regular || leadsToFile(entry.path(), &listing)) {
+            listing.files.append(CardFile(text(entry.path())));
+        }
     }
     return listing;
 }

@@ -2,15 +2,29 @@
 
 #include <QString>
 #include <QStringList>
+#include <QVector>
 
 class StopFlag;
+
+/// A file on a card, and what tells whether its path still leads to it.
+struct CardFile
+{
+    QString path;        ///< absolute
+    qint64 size = 0;     ///< in bytes
+    qint64 modified = 0; ///< in milliseconds since the epoch
+
+    explicit CardFile(const QString &filePath);
+    /// False when the path leads to another file now, or to none, or the file has changed.
+    [[nodiscard]] bool isUnchanged() const;
+};
 
 /// What is on a card.
 struct CardListing
 {
-    QStringList files; ///< absolute paths of all regular files, links to such included, in the system's order
-    QStringList
-        unreadable; ///< folders that could not be listed to their end, and names that are no valid text
+    QVector<CardFile> files; ///< all regular files, links to such included, in the system's order
+    /// Folders that could not be listed to their end, and what is not known to be no recording: names that
+    /// are no valid text, and entries that don't tell what they are.
+    QStringList unreadable;
 };
 
 /// Lists the folder `root` and the folders below it. Hidden files and folders are left out, and links to

@@ -1,6 +1,5 @@
 #include "cards/mediaimport.h"
 
-#include "cards/cardlisting.h"
 #include "cards/drives.h"
 #include "cards/filecopy.h"
 
@@ -128,7 +127,7 @@ bool MediaImport::importCard()
         return false;
     }
 
-    const QStringList files = listFiles();
+    const QVector<CardFile> files = listFiles();
     Counts counts;
     for (int i = 0; i < files.size() && !stop_.isRaised(); ++i)
         copyListed(files.at(i), i + 1, files.size(), &counts);
@@ -146,7 +145,7 @@ QString MediaImport::invalidReason() const
     return {};
 }
 
-QStringList MediaImport::listFiles()
+QVector<CardFile> MediaImport::listFiles()
 {
     const CardListing listing = listCard(request_.sourceDir, stop_);
     for (const QString &path : listing.unreadable)
@@ -155,19 +154,29 @@ QStringList MediaImport::listFiles()
     return listing.files;
 }
 
-void MediaImport::copyListed(const QString &path, int position, int totalFiles, Counts *counts)
+void MediaImport::copyListed(const CardFile &file, int position, int totalFiles, Counts *counts)
 {
+    const QString &path = file.path;
     releaseHeld();
     report_({0, totalFiles + 1, position, QStringLiteral("Copying ") + path});
     holding_ = position >= totalFiles - 1;
     const QDir source(request_.sourceDir);
     const QDir target(request_.targetDir);
+    int copied = 0;
     if (path.endsWith(videoExtension)) {
+        copied = copyVideoFile(path, position + 1, totalFiles, source, target);
         ++counts->videos;
-        counts->videosCopied += copyVideoFile(path, position + 1, totalFiles, source, target);
+        counts->videosCopied += copied;
     } else if (path.endsWith(rawExtension) || path.endsWith(jpegExtension)) {
+        copied = copyPhotoFile(path, position + 1, totalFiles, source, target);
         ++counts->photos;
-        counts->photosCopied += copyPhotoFile(path, position + 1, totalFiles, source, target);
+        counts->photosCopied += copied;
+    }
+    // Cameras number alike: another card in the reader has recordings of the same names.
+    if (copied > 0 && !file.isUnchanged()) {
+        changed_ = true;
+        qWarning().noquote()
+            << QStringLiteral("Card %1: changed since the card was listed: ").arg(request_.card) + path;
     }
 }
 
@@ -295,6 +304,8 @@ bool MediaImport::finish(const Counts &counts)
     QStringList text;
     if (!wholeCardSeen_)
         text << QStringLiteral("Part of the card could not be read.");
+    if (changed_)
+        text << QStringLiteral("The card was changed meanwhile.");
     if (flushed == Flushed::AllThatIsThere)
         text << QStringLiteral("Not every copy is where it was put.");
     if (!text.isEmpty())

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/job.h"
+#include "cards/cardlisting.h"
 #include "cards/platformcopy.h"
 
 #include <QDir>
@@ -71,8 +72,8 @@ private:
 
     bool importCard();
     [[nodiscard]] QString invalidReason() const;
-    [[nodiscard]] QStringList listFiles();
-    void copyListed(const QString &path, int position, int totalFiles, Counts *counts);
+    [[nodiscard]] QVector<CardFile> listFiles();
+    void copyListed(const CardFile &file, int position, int totalFiles, Counts *counts);
     int copyTake(const QString &sourcePath, TakeNames *names);
     [[nodiscard]] int checkSizes(const QString &sourcePath, const QString &copyPath, int fileIndex,
                                  int totalFiles);
@@ -89,6 +90,7 @@ private:
     VolumeFlush flush_;
     QStringList written_;
     bool wholeCardSeen_ = true;
+    bool changed_ = false; ///< a recording was no longer the one that was listed
     /// The reports of the last two files have a value at or past its maximum, by which the view takes the
     /// card for idle. They are held back until the next file begins, or everything is on disk.
     bool holding_ = false;

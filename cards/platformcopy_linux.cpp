@@ -12,6 +12,7 @@
 #include <sys/ioctl.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace {
@@ -98,7 +99,10 @@ private:
         while (written < count) {
             const ssize_t step = ::pwrite(target_, buffer_.get() + written,
                                           static_cast<std::size_t>(count - written), offset + written);
-            if (step < 0 && errno != EINTR)
+            // Without progress or a reason, as a volume in user space may answer, it would go on for ever.
+            if (step == 0)
+                errno = EIO;
+            if (step == 0 || (step < 0 && errno != EINTR))
                 return -1;
             written += std::max<ssize_t>(step, 0);
         }
@@ -211,6 +215,14 @@ quint64 deviceBelow(const QString &folder)
     return status.st_dev;
 }
 
+/// Whether a volume still takes writes. One that met an error may go on read-only, with what it had not
+/// written lost, and has nothing to flush then.
+bool isWritable(int file)
+{
+    struct statvfs status = {};
+    return ::fstatvfs(file, &status) == 0 && (status.f_flag & ST_RDONLY) == 0;
+}
+
 /// Has the disk write what is copied while the copying goes on, and lets go of what it has written.
 class WriteBehind
 {
@@ -261,9 +273,15 @@ bool copyStretches(int source, int target, const StopFlag &stop)
     off_t offset = 0;
     off_t released = 0;
     for (;;) {
+        // The size comes first: what a file grows by after the look for data would become a hole.
+        struct stat status = {};
+        if (::fstat(source, &status) != 0)
+            return false;
         const Stretch stretch = nextStretch(source, offset);
+        // It may end in a hole.
         if (stretch.none)
-            break;
+            return writeBehind.finish(offset) &&
+                   (status.st_size <= offset || ::ftruncate(target, status.st_size) == 0);
         offset = stretch.begin;
         while (offset < stretch.end) {
             if (stop.isRaised())
@@ -282,10 +300,6 @@ bool copyStretches(int source, int target, const StopFlag &stop)
                 return false;
         }
     }
-    // The file may end in a hole.
-    struct stat status = {};
-    return writeBehind.finish(offset) && ::fstat(source, &status) == 0 &&
-           (status.st_size <= offset || ::ftruncate(target, status.st_size) == 0);
 }
 
 } // namespace
@@ -356,7 +370,7 @@ Flushed VolumeFlush::finish(const QStringList &files, const StopFlag &stop, QStr
     // Each volume is flushed, whatever another one says.
     bool failed = volumes_.empty();
     for (const auto &volume : volumes_) {
-        const bool flushed = ::syncfs(volume.second.file) == 0;
+        const bool flushed = ::syncfs(volume.second.file) == 0 && isWritable(volume.second.file);
         failed = failed || !flushed || (!whole && deviceBelow(volume.second.folder) != volume.first);
     }
     if (failed)

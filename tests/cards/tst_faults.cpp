@@ -1,5 +1,6 @@
 #include "app/paths.h"
 #include "app/settings.h"
+#include "cards/cardlisting.h"
 #include "tests/cards/cardreports.h"
 #include "tests/cards/importrun.h"
 #include "tests/cards/recordings.h"
@@ -14,6 +15,7 @@
 #include <QProcess>
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <memory>
@@ -61,9 +63,13 @@ private slots:
     void aDestinationThatCantBeListed();
     void copiesThatAreMovedAway_data();
     void copiesThatAreMovedAway();
+    void aDestinationThatTurnsReadOnly();
     void aDiskThatFailsLate_data();
     void aDiskThatFailsLate();
     void unreadableRecordings();
+    void aCardThatDropsOutWhileItIsListed();
+    void anotherCardInTheSamePlace_data();
+    void anotherCardInTheSamePlace();
     void aCardPulledBetweenTwoRecordings();
     void aCardPulledDuringARecording();
     void aCardThatIsWriteProtected();
@@ -314,6 +320,27 @@ void TestFaults::copiesThatAreMovedAway()
     QVERIFY(named.constFirst().contains(what));
 }
 
+void TestFaults::aDestinationThatTurnsReadOnly()
+{
+    // As a volume does by itself after an error; it has nothing to flush then, and no error to tell.
+    const Workspace workspace;
+    writeCard(workspace, videos(3, 1000));
+    TestVolume target(workspace.path(QStringLiteral("dst")), 4096);
+    SKIP_UNLESS_MOUNTED(target);
+    ImportRun worker(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    bool turned = false;
+    worker.onReport = [&](const Progress &progress) {
+        if (progress.value == 3 && progress.text.startsWith(QStringLiteral("Copying")))
+            turned = target.makeReadOnly();
+    };
+    QVERIFY(worker.run());
+    QVERIFY(turned);
+    QCOMPARE(worker.finalReports(),
+             QStringList{"0 1 1 Error: The destination reports a write error after 2/3 "
+                         "videos and 0/0 photos."});
+}
+
 void TestFaults::aDiskThatFailsLate_data()
 {
     QTest::addColumn<int>("files");
@@ -373,6 +400,82 @@ void TestFaults::unreadableRecordings()
     QCOMPARE(copied_, 4);
 }
 
+void TestFaults::aCardThatDropsOutWhileItIsListed()
+{
+    constexpr int count = 3000;
+    constexpr int attempts = 200;
+    const Workspace workspace;
+    const QString path = workspace.path(QStringLiteral("card"));
+    const StopFlag stop;
+    bool cut = false;
+    for (int attempt = 0; attempt < attempts && !cut; ++attempt) {
+        TestVolume card(path, 16 * 1024);
+        SKIP_UNLESS_MOUNTED(card);
+        for (int i = 0; i < count; ++i)
+            workspace.write(QStringLiteral("card/%1.MOV").arg(i), "x");
+        std::thread hand([&card, attempt] {
+            std::this_thread::sleep_for(std::chrono::microseconds(500 * (attempt % 40)));
+            static_cast<void>(card.pull());
+        });
+        const CardListing listing = listCard(path, stop);
+        hand.join();
+        cut = !listing.files.isEmpty() && listing.files.size() < count;
+        if (cut)
+            QVERIFY(listing.unreadable.contains(path));
+        else if (!listing.files.isEmpty())
+            QCOMPARE(listing.unreadable, QStringList());
+    }
+    QVERIFY(cut);
+}
+
+void TestFaults::anotherCardInTheSamePlace_data()
+{
+    QTest::addColumn<QByteArray>("other");
+    QTest::addColumn<bool>("later");
+    QTest::addColumn<QString>("text");
+    const QByteArray same(2000, 'a');
+    const QString changed = QStringLiteral("Error: The card was changed meanwhile. ");
+    const QString copied = QStringLiteral("Copied 3/3 videos and 0/0 photos.");
+    QTest::newRow("with recordings of another size") << QByteArray(3000, 'b') << false << changed + copied;
+    QTest::newRow("with recordings of another time") << QByteArray(2000, 'b') << true << changed + copied;
+    QTest::newRow("the same card again") << same << false << copied;
+    QTest::newRow("with no recordings")
+        << QByteArray() << false << QStringLiteral("Copied 1/3 videos and 0/0 photos.");
+}
+
+void TestFaults::anotherCardInTheSamePlace()
+{
+    QFETCH(QByteArray, other);
+    QFETCH(bool, later);
+    QFETCH(QString, text);
+    const QDateTime time = QDateTime::fromSecsSinceEpoch(1550782004);
+    const Workspace workspace;
+    const auto fill = [&](const QByteArray &content, const QDateTime &modified) {
+        for (int i = 0; i < 3 && !content.isEmpty(); ++i) {
+            QFile file(workspace.write(QStringLiteral("card/CLIP%1.MOV").arg(i), content));
+            QVERIFY(file.open(QIODevice::ReadWrite));
+            QVERIFY(file.setFileTime(modified, QFileDevice::FileModificationTime));
+        }
+    };
+    fill(QByteArray(2000, 'a'), time);
+    ImportRun worker(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    std::unique_ptr<TestVolume> second;
+    worker.onReport = [&](const Progress &progress) {
+        if (progress.value != 2 || !progress.text.startsWith(QStringLiteral("Copying")))
+            return;
+        second = std::make_unique<TestVolume>(workspace.path(QStringLiteral("card")), 1024);
+        fill(other, later ? time.addSecs(10) : time);
+    };
+    const MessageLog log;
+    QVERIFY(worker.run());
+    SKIP_UNLESS_MOUNTED(*second);
+    QCOMPARE(worker.finalReports(), QStringList{"0 1 1 " + text});
+    const QStringList named = MessageLog::lines(QStringLiteral("warning"))
+                                  .filter(QStringLiteral("Card 1: changed since the card was listed: "));
+    QCOMPARE(named.size(), text.startsWith(QLatin1String("Error")) ? 2 : 0);
+}
+
 void TestFaults::aCardPulledBetweenTwoRecordings()
 {
     const Workspace workspace;
@@ -380,18 +483,19 @@ void TestFaults::aCardPulledBetweenTwoRecordings()
     SKIP_UNLESS_MOUNTED(card);
     const Recordings recordings = videos(6, mebibyte);
     writeCard(workspace, recordings);
-    ImportRun import(
+    ImportRun worker(
         {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
     bool pulled = false;
-    import.onReport = [&](const Progress &progress) {
-        if (progress.value == 4 && progress.text.startsWith(QStringLiteral("Copying"))) pulled = card.pull();
-};
-QVERIFY(import.run());
-QVERIFY(pulled);
-checkCopies(workspace, recordings);
-QCOMPARE(copied_, 3);
-QCOMPARE(import.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 3/6 videos and 0/0 photos.")});
-QCOMPARE(import.reports().last(), import.finalReports().constFirst());
+    worker.onReport = [&](const Progress &progress) {
+        if (progress.value == 4 && progress.text.startsWith(QStringLiteral("Copying")))
+            pulled = card.pull();
+    };
+    QVERIFY(worker.run());
+    QVERIFY(pulled);
+    checkCopies(workspace, recordings);
+    QCOMPARE(copied_, 3);
+    QCOMPARE(worker.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 3/6 videos and 0/0 photos.")});
+    QCOMPARE(worker.reports().last(), worker.finalReports().constFirst());
 }
 
 void TestFaults::aCardPulledDuringARecording()

@@ -13,14 +13,21 @@
 #include <QStandardPaths>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <memory>
 #include <sys/mman.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -108,6 +115,27 @@ private:
     QString why_;
 };
 
+/// From now on this process copies by plain reads and writes, and each write answers that it wrote nothing,
+/// as a volume in user space may when it is full.
+bool writeNothing()
+{
+    const auto call = [](long number) { return static_cast<unsigned>(number); };
+    constexpr auto numberAt = static_cast<unsigned>(offsetof(struct seccomp_data, nr));
+    std::array<sock_filter, 8> rules = {{
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, numberAt),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call(SYS_copy_file_range), 4, 0),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call(SYS_sendfile), 3, 0),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call(SYS_ioctl), 2, 0),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call(SYS_pwrite64), 2, 0),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | unsigned(EOPNOTSUPP)),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO),
+    }};
+    const struct sock_fprog program = {static_cast<unsigned short>(rules.size()), rules.data()};
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
 /// A file of `size` bytes with data only at the given offsets.
 bool writeSparse(const QString &path, qint64 size, const QMap<qint64, QByteArray> &stretches)
 {
@@ -184,6 +212,8 @@ private slots:
     void holesAreKept();
     void aSourceThatCantBeCopied_data();
     void aSourceThatCantBeCopied();
+    void aSourceThatGrows();
+    void aVolumeThatWritesNothing();
     void aSourceWithoutPermission();
     void aFolderWithoutPermission();
     void aDestinationFolderThatIsMissing();
@@ -502,6 +532,55 @@ void TestFileCopy::aSourceThatCantBeCopied()
     timer.start();
     QVERIFY(copyNewFile(source, target + QStringLiteral("/B.MOV"), StopFlag()) == Publish::Failed);
     QVERIFY(timer.elapsed() < 5000);
+    QCOMPARE(filesBelow(target), QStringList());
+}
+
+void TestFileCopy::aSourceThatGrows()
+{
+    constexpr int copies = 150;
+    const Workspace workspace;
+    const QString path = workspace.write(QStringLiteral("GROWING.MOV"), QByteArray(300000, 'x'));
+    const QString target = workspace.makeFolder(QStringLiteral("dst"));
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        QFile file(path);
+        if (!file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Unbuffered))
+            return;
+        while (!done) {
+            if (file.write(QByteArray(720, 'x')) < 0 || (file.size() > 4 * mebibyte && !file.resize(300000)))
+                return;
+        }
+    });
+    QByteArray damaged;
+    for (int i = 0; i < copies && damaged.isEmpty(); ++i) {
+        const QString copy = QStringLiteral("dst/%1.MOV").arg(i);
+        static_cast<void>(copyNewFile(path, workspace.path(copy), StopFlag()));
+        const QByteArray content = workspace.read(copy);
+        if (content.count('x') != content.size())
+            damaged = copy.toUtf8() + " has a foreign byte at " + QByteArray::number(content.indexOf('\0'));
+    }
+    done = true;
+    writer.join();
+    QCOMPARE(damaged, QByteArray());
+}
+
+void TestFileCopy::aVolumeThatWritesNothing()
+{
+    const Workspace workspace;
+    const QString source = workspace.write(QStringLiteral("A.MOV"), recording(100000, 1));
+    const QString target = workspace.makeFolder(QStringLiteral("dst"));
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::alarm(10);
+        ::_exit(writeNothing() ? int(copyNewFile(source, target + QStringLiteral("/A.MOV"), StopFlag()))
+                               : 99);
+    }
+    int status = 0;
+    QCOMPARE(::waitpid(child, &status, 0), child);
+    QVERIFY2(WIFEXITED(status), "it went on for ever");
+    if (WEXITSTATUS(status) == 99)
+        QSKIP("This machine does not allow system call filters.");
+    QCOMPARE(WEXITSTATUS(status), int(Publish::Failed));
     QCOMPARE(filesBelow(target), QStringList());
 }
 

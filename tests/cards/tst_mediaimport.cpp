@@ -53,6 +53,8 @@ private slots:
     void hiddenFilesAndFoldersAreNotListed();
     void aNameThatIsNoTextIsTold();
     void aFolderThatCannotBeListedIsTold();
+    void linksThatLeadNowhere_data();
+    void linksThatLeadNowhere();
     void linksToFoldersAreNotFollowed();
     void whatIsNoFileIsNotListed();
     void aLinkToWhatIsNoFileIsNotCopied();
@@ -419,6 +421,38 @@ void TestMediaImport::aFolderThatCannotBeListedIsTold()
                                         "Copied 1/1 videos and 0/0 photos.")});
     QCOMPARE(MessageLog::lines(QStringLiteral("warning")),
              QStringList{QStringLiteral("Card 3: can't read %1.").arg(QFile::decodeName(shut))});
+}
+
+void TestMediaImport::linksThatLeadNowhere_data()
+{
+    QTest::addColumn<QString>("target");
+    QTest::addColumn<bool>("told");
+    QTest::newRow("its end is missing") << "missing.MOV" << false;
+    QTest::newRow("in a circle") << "LINK.MOV" << false;
+    QTest::newRow("into a folder that is shut") << "../shut/B.MOV" << true;
+}
+
+void TestMediaImport::linksThatLeadNowhere()
+{
+    QFETCH(QString, target);
+    QFETCH(bool, told);
+    const Workspace workspace;
+    workspace.write(QStringLiteral("card/A.MOV"), "video");
+    workspace.write(QStringLiteral("shut/B.MOV"), "video");
+    const QByteArray shut = QFile::encodeName(workspace.path(QStringLiteral("shut")));
+    QVERIFY(::chmod(shut.constData(), 0) == 0);
+    QVERIFY(QFile::link(target, workspace.path(QStringLiteral("card/LINK.MOV"))));
+    const MessageLog log;
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    {
+        const PlainUser user;
+        QVERIFY(import.run());
+    }
+    ::chmod(shut.constData(), 0700);
+    const QString start =
+        told ? QStringLiteral("0 1 1 Error: Part of the card could not be read. ") : QStringLiteral("0 1 1 ");
+    QCOMPARE(import.finalReports(), QStringList{start + "Copied 1/1 videos and 0/0 photos."});
 }
 
 void TestMediaImport::linksToFoldersAreNotFollowed()
