@@ -1,14 +1,35 @@
 #include "app/newfile.h"
 
+#include <QDebug>
 #include <QFileInfo>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
+
+constexpr int lockTimeoutMs = 2000;
+constexpr int lockPollMs = 10;
+
+/// Locks the folder, unless another program keeps it locked for longer than this one's moment with it takes.
+bool lock(int folder)
+{
+    for (int waited = 0; ::flock(folder, LOCK_EX | LOCK_NB) != 0; waited += lockPollMs) {
+        if (errno != EWOULDBLOCK && errno != EINTR)
+            return false;
+        if (waited >= lockTimeoutMs) {
+            qWarning("Another program keeps the destination folder locked.");
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(lockPollMs));
+    }
+    return true;
+}
 
 /// For file systems that know neither renameat2's flag nor hard links (exFAT through FUSE): a lock on the
 /// folder keeps this program's own processes apart while the name is looked up and taken.
@@ -19,7 +40,7 @@ Publish renameUnderLock(const QString &from, const QString &to)
     if (folder < 0)
         return Publish::Failed;
     Publish result = Publish::Failed;
-    if (::flock(folder, LOCK_EX) == 0) {
+    if (lock(folder)) {
         const QFileInfo target(to);
         if (target.exists() || target.isSymLink())
             result = Publish::Exists;

@@ -1,5 +1,7 @@
 #include "app/newfile.h"
 
+#include <QFileInfo>
+
 #include <cerrno>
 #include <cstdio>
 
@@ -12,8 +14,10 @@ Publish renameNoReplace(const QString &from, const QString &to)
         return Publish::Exists;
     if (errno != ENOTSUP)
         return Publish::Failed;
-    // A volume without exclusive renames; QFile looks the name up first and refuses to replace it.
-    if (QFile::exists(to))
+    // A volume without exclusive renames. QFile would copy where it can't rename.
+    if (QFile::exists(to) || QFileInfo(to).isSymLink())
         return Publish::Exists;
-    return QFile::rename(from, to) ? Publish::Done : Publish::Failed;
+    return std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0
+               ? Publish::Done
+               : Publish::Failed;
 }

@@ -3,23 +3,28 @@
 #include "tests/support/workspace.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
+#include <fcntl.h>
 #include <functional>
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <new>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -133,6 +138,8 @@ private slots:
     void aTakenNameIsKept();
     void twoProcessesRaceForAName_data() { addFileSystems(); }
     void twoProcessesRaceForAName();
+    void aFolderThatIsLocked_data();
+    void aFolderThatIsLocked();
     void contents_data();
     void contents();
     void hiddenUntilPublished();
@@ -260,6 +267,47 @@ void TestNewFile::twoProcessesRaceForAName()
     qInfo("The first process won %d of %d names.", firstWins, rounds);
     QCOMPARE(entries(workspace).size(), rounds);
     ::munmap(shared, sizeof(Race));
+}
+
+void TestNewFile::aFolderThatIsLocked_data()
+{
+    QTest::addColumn<int>("lockedMs");
+    QTest::addColumn<int>("expected");
+    QTest::addColumn<int>("least");
+    QTest::newRow("for a moment") << 300 << int(Publish::Done) << 300;
+    QTest::newRow("for good") << -1 << int(Publish::Failed) << 2000;
+}
+
+void TestNewFile::aFolderThatIsLocked()
+{
+    QFETCH(int, lockedMs);
+    QFETCH(int, expected);
+    QFETCH(int, least);
+    const Workspace workspace;
+    const QByteArray folder = QFile::encodeName(workspace.makeFolder(folderName));
+    const int other = ::open(folder.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    QVERIFY(::flock(other, LOCK_EX) == 0);
+    std::thread hand([&] {
+        if (lockedMs < 0)
+            return;
+        std::this_thread::sleep_for(std::chrono::milliseconds(lockedMs));
+        ::flock(other, LOCK_UN);
+    });
+    QElapsedTimer timer;
+    timer.start();
+    const QString path = workspace.path(QStringLiteral("out/A.MOV"));
+    const int result = inChild(PlainRenames, [&] {
+        ::alarm(10);
+        return static_cast<int>(writeNewFile(path, "new"));
+    });
+    hand.join();
+    ::close(other);
+    if (result == cannotPretend)
+        QSKIP("This machine does not allow system call filters.");
+    QCOMPARE(result, expected);
+    QVERIFY2(timer.elapsed() >= least && timer.elapsed() < 5000,
+             qPrintable(QString::number(timer.elapsed())));
+    QCOMPARE(entries(workspace).size(), expected == int(Publish::Done) ? 1 : 0);
 }
 
 void TestNewFile::contents_data()
