@@ -10,6 +10,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <exception>
 #include <utility>
 
 namespace {
@@ -25,7 +26,9 @@ bool isLink(const QString &path)
 bool holds(const QString &path, const QByteArray &text)
 {
     QFile file(path);
-    return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly) && file.readAll() == text;
+    // What a damaged card says of a size may be any number.
+    return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly) && file.size() == text.size() &&
+           file.readAll() == text;
 }
 
 } // namespace
@@ -38,6 +41,18 @@ CardPreparation::CardPreparation(int card, QString root, ProgressReport report)
 }
 
 void CardPreparation::run(bool erase, bool createSyncConfig)
+{
+    try {
+        prepare(erase, createSyncConfig);
+    } catch (const std::exception &error) {
+        // The other cards are still to be prepared, and the window would stay locked without a last report.
+        const QString reason = QString::fromLocal8Bit(error.what());
+        qWarning().noquote() << QStringLiteral("Card %1: ").arg(card_) + reason;
+        report_({0, 2, 2, QStringLiteral("Error: ") + reason});
+    }
+}
+
+void CardPreparation::prepare(bool erase, bool createSyncConfig)
 {
     if (root_.isEmpty() || isSystemRoot(root_)) {
         log("Invalid directory for card %1 (%2)");

@@ -17,6 +17,7 @@ public:
     void run(bool erase, bool createSyncConfig);
 
 private:
+    void prepare(bool erase, bool createSyncConfig);
     [[nodiscard]] bool eraseCard() const;
     void writeSyncConfig();
     void writeMarkers();

@@ -18,7 +18,9 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
+#include <stdexcept>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -246,6 +248,8 @@ private slots:
     void existingFiles();
     void theReadOnlyConfigurationKeepsItsContent();
     void theReadOnlyConfigurationOfAnEarlierTime();
+    void aConfigurationOfAnySize();
+    void aPreparationThatThrows();
     void preparingTwice_data();
     void preparingTwice();
     void invalidFolders_data();
@@ -473,6 +477,42 @@ void TestCardPreparation::theReadOnlyConfigurationKeepsItsContent()
     }
     QCOMPARE(workspace.read(QStringLiteral("card/MISC/cfg")), config);
     QCOMPARE(modeOf(path), mode_t(0444));
+}
+
+void TestCardPreparation::aConfigurationOfAnySize()
+{
+    // As a damaged card may tell.
+    const Workspace workspace;
+    const QString root = workspace.makeFolder(QStringLiteral("card"));
+    const QString path = workspace.write(QStringLiteral("card/MISC/cfg"), {});
+    if (!QFile::resize(path, qint64{1} << 30))
+        QSKIP("This file system takes no file of that size");
+    struct rusage before = {};
+    struct rusage after = {};
+    ::getrusage(RUSAGE_SELF, &before);
+    const QStringList said = prepare(1, root, false, true);
+    ::getrusage(RUSAGE_SELF, &after);
+    QCOMPARE(said.last(), QStringLiteral("0 2 2 Prepared."));
+    // In KiB.
+    QVERIFY2(after.ru_maxrss - before.ru_maxrss < 100000, "all of it was taken into memory");
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.read(config.size()), config);
+}
+
+void TestCardPreparation::aPreparationThatThrows()
+{
+    const Workspace workspace;
+    const QString root = workspace.makeFolder(QStringLiteral("card"));
+    const MessageLog log;
+    QStringList told;
+    CardPreparation(2, root, [&told](const Progress &progress) {
+        told.append(progress.text);
+        if (told.size() == 1)
+            throw std::runtime_error("no memory");
+    }).run(true, true);
+    QCOMPARE(told, (QStringList{"Erasing", "Error: no memory"}));
+    QCOMPARE(MessageLog::lines(QStringLiteral("warning")), QStringList{"Card 2: no memory"});
 }
 
 void TestCardPreparation::preparingTwice_data()
