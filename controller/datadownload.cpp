@@ -1,5 +1,6 @@
 #include "controller/datadownload.h"
 
+#include "app/newfile.h"
 #include "controller/pseacomms.h"
 #include "controller/record.h"
 
@@ -10,6 +11,7 @@
 #include <QSaveFile>
 #include <QSet>
 
+#include <cerrno>
 #include <utility>
 
 namespace {
@@ -78,8 +80,10 @@ public:
             qWarning().noquote() << "Data: Kept the older" << named + QStringLiteral(", writing") << path_;
             ++files_.beside;
         }
+        const bool holdsOlder = !complete_ && !ours_.contains(path_) && QFileInfo::exists(path_);
         if (write()) {
-            ours_.insert(path_);
+            if (!holdsOlder)
+                ours_.insert(path_);
             ++files_.written;
         } else {
             ++files_.failed;
@@ -101,17 +105,24 @@ private:
     [[nodiscard]] bool write() const
     {
         QSaveFile file(path_);
-        if (file.open(QIODevice::WriteOnly) && file.write(content_) == content_.size() && file.commit())
+        errno = 0;
+        // Before it has its name: commit() would give it that also when the disk could not take it.
+        if (file.open(QIODevice::WriteOnly) && file.write(content_) == content_.size() && syncToDisk(file) &&
+            file.commit() && syncFolder(QFileInfo(path_).absolutePath()))
             return true;
-        qWarning().noquote() << "Data: Could not write" << path_ + QStringLiteral(": ") + file.errorString();
+        const QString reason =
+            file.error() == QFileDevice::NoError ? qt_error_string(errno) : file.errorString();
+        qWarning().noquote() << "Data: Could not write" << path_ + QStringLiteral(": ") + reason;
         return false;
     }
 
     bool complete_;
     QString path_; ///< empty while no run is begun
     QByteArray content_;
-    bool whole_ = true;  ///< no entry missing so far
-    QSet<QString> ours_; ///< written from this dump: of two runs with one name the second replaces the first
+    bool whole_ = true; ///< no entry missing so far
+    /// Written from this dump: of two runs with one name the second replaces the first, but not one that
+    /// holds what an older file held.
+    QSet<QString> ours_;
     RunFiles files_;
 };
 

@@ -1,6 +1,7 @@
 #include "controller/datadownload.h"
 #include "controller/nmea0183.h"
 #include "controller/record.h"
+#include "tests/support/loopvolume.h"
 #include "tests/support/messagelog.h"
 #include "tests/support/testmain.h"
 #include "tests/support/workspace.h"
@@ -51,6 +52,16 @@ QByteArray heading()
     return Record::headingCSV().toUtf8();
 }
 
+/// Takes all the room that the file's volume has.
+void fill(const QString &path)
+{
+    QFile filler(path);
+    if (!filler.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+        return;
+    while (filler.write(QByteArray(4096, 'f')) > 0) {
+    }
+}
+
 /// A run's lines: its start and `entries` entries.
 QStringList run(int start, int entries)
 {
@@ -89,7 +100,10 @@ private slots:
     void oneRunThatCannotBeWrittenLosesNoOther();
     void aReadOnlyVolume();
     void aFullVolumeLeavesNoHalfFile();
+    void aFullVolumeKeepsTheFileOfThatName_data();
     void aFullVolumeKeepsTheFileOfThatName();
+    void aDiskThatFailsLateKeepsTheFileOfThatName();
+    void twoRunsInAMinuteOfACutDump();
     void aReaderNeverMeetsAHalfFile();
 };
 
@@ -444,17 +458,71 @@ void TestCsvRuns::aFullVolumeLeavesNoHalfFile()
         QCOMPARE(content.count('\n'), 11);
 }
 
+void TestCsvRuns::aFullVolumeKeepsTheFileOfThatName_data()
+{
+    QTest::addColumn<int>("entries");
+    // Up to 16 KiB the toolkit keeps in memory until the file is closed.
+    for (const int entries : {0, 1, 100, 200, 300, 5000})
+        QTest::newRow(QByteArray::number(entries).constData()) << entries;
+}
+
 void TestCsvRuns::aFullVolumeKeepsTheFileOfThatName()
 {
+    QFETCH(int, entries);
     const Workspace place;
     const TestVolume volume(place.path(QStringLiteral("out")), 64);
     SKIP_UNLESS_MOUNTED(volume);
     const QByteArray before = "an earlier download\r\n";
     place.write(QStringLiteral("out/kelpora360_20190221-204600.csv"), before);
+    fill(place.path(QStringLiteral("out/filler")));
     const MessageLog log;
-    QCOMPARE(filesOf(run(evening, 5000), place.path(QStringLiteral("out")), QString()), 0);
-    QCOMPARE(place.tree(QStringLiteral("out")),
-             (QMap<QString, QByteArray>{{QStringLiteral("kelpora360_20190221-204600.csv"), before}}));
+    const RunFiles files = writeRuns(run(evening, entries), place.path(QStringLiteral("out")), QString());
+    QCOMPARE(files.written, 0);
+    QCOMPARE(files.failed, 1);
+    QMap<QString, QByteArray> left = place.tree(QStringLiteral("out"));
+    left.remove(QStringLiteral("filler"));
+    QCOMPARE(left, (QMap<QString, QByteArray>{{QStringLiteral("kelpora360_20190221-204600.csv"), before}}));
+    const QStringList warnings = MessageLog::lines(QStringLiteral("warning"));
+    QCOMPARE(warnings.size(), 1);
+    QVERIFY2(warnings.constFirst().endsWith(QStringLiteral(": No space left on device")),
+             qPrintable(warnings.constFirst()));
+}
+
+/// The volume says yes to every write; the disk below it is full when they get there.
+void TestCsvRuns::aDiskThatFailsLateKeepsTheFileOfThatName()
+{
+    const Workspace place;
+    const TestVolume below(place.path(QStringLiteral("below")), 40 * 1024);
+    SKIP_UNLESS_MOUNTED(below);
+    const LoopVolume volume(LoopVolume::Kind::Ext4, place.path(QStringLiteral("below/image")), 64,
+                            place.path(QStringLiteral("out")));
+    SKIP_UNLESS_MOUNTED(volume);
+    const QStringList lines = run(evening, 2000);
+    QCOMPARE(filesOf(lines, place.path(QStringLiteral("out")), QString()), 1);
+    const QByteArray before = place.read(QStringLiteral("out/kelpora360_20190221-204600.csv"));
+    QCOMPARE(before.count('\n'), 2001);
+    fill(place.path(QStringLiteral("below/filler")));
+    const MessageLog log;
+    const RunFiles files = writeRuns(lines, place.path(QStringLiteral("out")), QString());
+    QCOMPARE(files.written, 0);
+    QCOMPARE(files.failed, 1);
+    QCOMPARE(place.read(QStringLiteral("out/kelpora360_20190221-204600.csv")), before);
+}
+
+void TestCsvRuns::twoRunsInAMinuteOfACutDump()
+{
+    // The first goes on from what an older dump left of it, so the second may not take its place.
+    const Workspace place;
+    const QString folder = place.makeFolder(QStringLiteral("out"));
+    static_cast<void>(writeRuns(run(evening, 2), folder, QString(), false));
+    const MessageLog log;
+    const RunFiles files = writeRuns(run(evening, 3) + run(evening + 10, 1), folder, QString(), false);
+    QCOMPARE(files.written, 2);
+    QCOMPARE(files.beside, 1);
+    const QMap<QString, QByteArray> tree = place.tree(QStringLiteral("out"));
+    QCOMPARE(tree.size(), 2);
+    QCOMPARE(tree.value(QStringLiteral("kelpora360_20190221-204600.csv")).count('\n'), 4);
+    QCOMPARE(tree.value(QStringLiteral("kelpora360_20190221-204600_incomplete.csv")).count('\n'), 2);
 }
 
 void TestCsvRuns::aReaderNeverMeetsAHalfFile()
