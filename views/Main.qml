@@ -151,6 +151,19 @@ ApplicationWindow {
         return root.devices[index].name
     }
 
+    /// Whether another device has the name of the one chosen at `index` by now, as when a rig was pulled and the
+    /// next one put in.
+    function isReplaced(index) {
+        const chosen = root.devices[index]
+        const present = appController.getDevices().find(device => device.name === chosen.name)
+        return present !== undefined && present.serial !== chosen.serial
+    }
+
+    function say(text) {
+        root.content.messagePopup.text = text
+        root.content.messagePopup.open()
+    }
+
     function getSelectedSettingsDeviceName() {
         return root.selectDevice(root.ready ? root.settingsPage.deviceIndex : root.likelyDevice())
     }
@@ -263,8 +276,7 @@ ApplicationWindow {
             console.warn("The calibration service's answer holds no calibration.")
         }
         root.makeContent()
-        root.content.messagePopup.text = response.message === undefined || response.message === null ? "" : String(response.message)
-        root.content.messagePopup.open()
+        root.say(response.message === undefined || response.message === null ? "" : String(response.message))
     }
 
     /// Puts a folder chosen by hand at the top of every card's list; the card that asked for it selects it, the
@@ -324,6 +336,11 @@ ApplicationWindow {
         root.makeContent()
         if (!root.readyToEraseMemory() || !checked)
             return
+        if (root.isReplaced(root.copyDataPage.deviceIndex)) {
+            root.refreshDevices()
+            root.say("Another device is connected now. Nothing was erased. Please check the device and try again.")
+            return
+        }
         root.dataCopying = true
         root.eraseMemory(root.getSelectedDataDeviceName())
     }
