@@ -6,6 +6,7 @@
 #include <QStringList>
 
 #include <array>
+#include <mutex>
 
 namespace {
 
@@ -25,10 +26,15 @@ constexpr std::array<Default, 21> defaults = {{
     {"Camera3Yaw", "-0"},       {"Camera3OffsetX", "-20"},     {"Camera3OffsetY", "0"},
 }};
 
+/// Every QSettings of one path in a process works on the same values, entry by entry: without it a load would
+/// see half of what another thread stores.
+std::mutex valuesMutex;
+
 } // namespace
 
 QVariantMap loadSettings()
 {
+    const std::lock_guard<std::mutex> lock(valuesMutex);
     QSettings file(getIniFilePath(), QSettings::IniFormat);
     const QStringList present = file.allKeys();
     for (const Default &entry : defaults) {
@@ -41,17 +47,18 @@ QVariantMap loadSettings()
     QVariantMap settings;
     const QStringList keys = file.allKeys();
     for (const QString &key : keys) {
-        // A comma that was typed into the file by hand makes a list.
+        // A comma that was typed into the file by hand makes a list, an "@" anything.
         const QVariant value = file.value(key);
         settings.insert(key, value.type() == QVariant::StringList
-                                 ? QVariant(value.toStringList().join(QLatin1Char(',')))
-                                 : value);
+                                 ? value.toStringList().join(QLatin1Char(','))
+                                 : value.toString());
     }
     return settings;
 }
 
 void storeSettings(const QVariantMap &settings)
 {
+    const std::lock_guard<std::mutex> lock(valuesMutex);
     QSettings file(getIniFilePath(), QSettings::IniFormat);
     for (auto entry = settings.cbegin(); entry != settings.cend(); ++entry)
         file.setValue(entry.key(), entry.value());

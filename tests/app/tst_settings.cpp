@@ -5,6 +5,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QSettings>
 
 #include <atomic>
 #include <thread>
@@ -76,6 +77,7 @@ private slots:
     void load_data();
     void load();
     void aCommaTypedIntoTheFile();
+    void whatIsNoTextBecomesOne();
     void store_data();
     void store();
     void textsSurvive_data();
@@ -84,6 +86,7 @@ private slots:
     void fileThatCannotBeWritten();
     void theFileIsReadAfresh();
     void workersReadWhileTheViewStores();
+    void aLoadSeesAWholeStore();
 };
 
 void TestSettings::init()
@@ -128,6 +131,15 @@ void TestSettings::load()
 
     QCOMPARE(texts(loadSettings()), expected);
     QCOMPARE(stored(workspace), expected);
+}
+
+void TestSettings::whatIsNoTextBecomesOne()
+{
+    const Workspace workspace;
+    workspace.write(settingsFile, "[General]\nCamera1Pitch=@Invalid()\nCamera1Yaw=@Size(1 2)\n");
+    const QVariantMap settings = loadSettings();
+    for (const char *key : {"Camera1Pitch", "Camera1Yaw"})
+        QCOMPARE(settings.value(QString::fromLatin1(key)), QVariant(QString()));
 }
 
 void TestSettings::aCommaTypedIntoTheFile()
@@ -253,6 +265,40 @@ void TestSettings::workersReadWhileTheViewStores()
         worker.join();
     QCOMPARE(wrong.load(), 0);
     QCOMPARE(stored(workspace), defaults());
+}
+
+void TestSettings::aLoadSeesAWholeStore()
+{
+    const Workspace workspace;
+    const QStringList cameras{"Camera1Yaw", "Camera2Yaw", "Camera3Yaw"};
+    const auto store = [&](int value) {
+        QVariantMap settings;
+        for (const QString &key : cameras)
+            settings.insert(key, QString::number(value));
+        storeSettings(settings);
+    };
+    store(0);
+    // As in the program, whose start-up opens the file for the whole run.
+    const QSettings shared(getIniFilePath(), QSettings::IniFormat);
+    std::atomic<bool> done{false};
+    std::atomic<int> mixed{0};
+    std::vector<std::thread> workers;
+    for (int i = 0; i < 3; ++i) {
+        workers.emplace_back([&] {
+            while (!done) {
+                const QVariantMap settings = loadSettings();
+                if (settings.value(cameras[0]) != settings.value(cameras[1]) ||
+                    settings.value(cameras[0]) != settings.value(cameras[2]))
+                    ++mixed;
+            }
+        });
+    }
+    for (int i = 1; i <= 300; ++i)
+        store(i);
+    done = true;
+    for (std::thread &worker : workers)
+        worker.join();
+    QCOMPARE(mixed.load(), 0);
 }
 
 KELPORA_TEST_MAIN(TestSettings)
