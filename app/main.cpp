@@ -7,12 +7,14 @@
 #include <QDebug>
 #include <QFile>
 #include <QGuiApplication>
+#include <QLockFile>
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
 #include <QQuickWindow>
 #include <QSettings>
 #include <QUrl>
 
+#include <csignal>
 #include <cstdlib>
 
 namespace {
@@ -23,6 +25,18 @@ constexpr int stopTimeoutMs = 1500;
 QString flag(bool on)
 {
     return on ? QStringLiteral("1") : QStringLiteral("0");
+}
+
+/// Takes away a lock on the settings that nobody gives back, such as one that another user's run left behind
+/// when the power went: the toolkit would wait for it without end. It is held for milliseconds otherwise.
+void freeSettings()
+{
+    constexpr int patienceMs = 2000;
+    const QString path = getIniFilePath() + QStringLiteral(".lock");
+    QLockFile lock(path);
+    lock.setStaleLockTime(0);
+    if (!lock.tryLock(patienceMs) && lock.error() == QLockFile::LockFailedError)
+        QFile::remove(path);
 }
 
 /// Qt reads these switches once, when the application object is made. Leaves all of them in the file.
@@ -66,6 +80,14 @@ void keepTexturesSmall()
     }
 }
 
+/// The log's lines go to standard error as well; who reads them there may leave before the program does.
+void outliveTheReaderOfTheLog()
+{
+#ifdef Q_OS_UNIX
+    std::signal(SIGPIPE, SIG_IGN);
+#endif
+}
+
 /// Ends the program with a line in its log where nothing can be drawn; the toolkit would abort without one.
 void endIfUndrawable(const QQuickWindow *window)
 {
@@ -82,7 +104,9 @@ void endIfUndrawable(const QQuickWindow *window)
 
 int main(int argc, char *argv[])
 {
+    outliveTheReaderOfTheLog();
     setAppPathFromExecutable(QFile::decodeName(argv[0]));
+    freeSettings();
     QSettings settings(getIniFilePath(), QSettings::IniFormat);
     AppScreen screen(settings.value(QStringLiteral("ScaleFactor"), 1.0).toDouble());
     screen.init(argc, argv);

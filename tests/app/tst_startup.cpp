@@ -2,6 +2,7 @@
 #include "tests/support/workspace.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QProcess>
 #include <QProcessEnvironment>
@@ -105,8 +106,10 @@ private slots:
     void theSecondRunsLogHoldsNothingOfTheFirst();
     void otherSettingsAreLeftAlone();
     void settingsThatCannotBeWritten();
+    void aLockOnTheSettingsThatNobodyGivesBack();
     void aBundleFindsItsFolder();
     void nothingToDrawWith();
+    void theReaderOfStandardErrorLeaves();
 };
 
 void TestStartup::init()
@@ -281,6 +284,23 @@ void TestStartup::settingsThatCannotBeWritten()
     QCOMPARE(messages(workspace).last(), QStringLiteral("Info: Application end"));
 }
 
+void TestStartup::aLockOnTheSettingsThatNobodyGivesBack()
+{
+    const Workspace workspace;
+    workspace.write(settingsFile, "[General]\nByHand=yes\n");
+    // A process that lives, but has nothing to do with it, as after a start of the machine.
+    const QString lock = workspace.write(settingsFile + ".lock", "1\ninit\nelsewhere\n");
+    QElapsedTimer timer;
+    timer.start();
+    QCOMPARE(run(workspace), QString());
+    // The toolkit itself takes one that it can read for left behind after half a minute.
+    QVERIFY2(timer.elapsed() < 15000, qPrintable(QString::number(timer.elapsed())));
+    QVERIFY(!QFileInfo::exists(lock));
+    const Texts settings = pairs(workspace.read(settingsFile));
+    QCOMPARE(settings.value(QStringLiteral("ByHand")), QStringLiteral("yes"));
+    QCOMPARE(settings.value(QStringLiteral("EnableScaleFactor")), QStringLiteral("1"));
+}
+
 void TestStartup::aBundleFindsItsFolder()
 {
     const Workspace workspace;
@@ -305,6 +325,19 @@ void TestStartup::nothingToDrawWith()
     const QStringList log = messages(workspace);
     QCOMPARE(log.filter(QStringLiteral("Critical: The window can't be drawn: ")).size(), 1);
     QCOMPARE(log.last(), QStringLiteral("Info: Application end"));
+}
+
+void TestStartup::theReaderOfStandardErrorLeaves()
+{
+    const Workspace workspace;
+    const QString script =
+        workspace.write(QStringLiteral("start"), "#!/bin/sh\n{ '" + program().toUtf8() + "'; echo $? >'" +
+                                                     workspace.path().toUtf8() + "/code'; } 2>&1 | :\n");
+    QVERIFY(QFile::setPermissions(script,
+                                  QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
+    QCOMPARE(run(workspace, script), QString());
+    QCOMPARE(workspace.read(QStringLiteral("code")), QByteArray("0\n"));
+    QCOMPARE(messages(workspace).last(), QStringLiteral("Info: Application end"));
 }
 
 KELPORA_TEST_MAIN(TestStartup)
