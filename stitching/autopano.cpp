@@ -168,6 +168,16 @@ void writeProject(int card, const QString &path, const QByteArray &text)
         qInfo().noquote() << wroteLine(card, path);
 }
 
+/// As writeNewFile(), and on disk before it has its name: the import's last flush is not for the templates
+/// folder, and a template that a power cut left empty would be used from then on.
+Publish writeTemplate(const QString &path, const QByteArray &text)
+{
+    NewFile file(QFileInfo(path).absolutePath());
+    if (!file.isOpen() || file.file().write(text) != text.size() || !syncToDisk(file.file()))
+        return Publish::Failed;
+    return file.publish(path);
+}
+
 /// Adds the project to the templates folder unless it holds a template of that name.
 void supplyTemplate(int card, const QString &projectPath, const QString &folderTemplate)
 {
@@ -177,7 +187,7 @@ void supplyTemplate(int card, const QString &projectPath, const QString &folderT
     if (project.open(QIODevice::ReadOnly)) {
         const QByteArray text = project.readAll();
         if (project.error() == QFileDevice::NoError)
-            static_cast<void>(writeNewFile(folderTemplate, text));
+            static_cast<void>(writeTemplate(folderTemplate, text));
     }
     qInfo().noquote() << QStringLiteral("Card %1: copied template file %2.").arg(card).arg(folderTemplate);
 }
@@ -218,8 +228,8 @@ void writeVideoProject(int card, const QString &templatePath, const QString &vid
     supplyTemplate(card, kavaPath, folderTemplate);
 
     const QString gigaTemplate = replaced(folderTemplate, QStringLiteral(".kava"), QStringLiteral(".pano"));
-    if (!QFileInfo::exists(gigaTemplate))
-        writeProject(card, gigaTemplate, toPanoXml(pano));
+    if (!QFileInfo::exists(gigaTemplate) && writeTemplate(gigaTemplate, toPanoXml(pano)) == Publish::Done)
+        qInfo().noquote() << wroteLine(card, gigaTemplate);
 }
 
 void writePhotoProject(int card, const QString &photoPath, const QString &name,
