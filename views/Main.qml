@@ -27,6 +27,8 @@ ApplicationWindow {
     property var devices: []
     property var templates: []
     property var settings: ({})
+    /// In characters; a calibration has less than a thousand.
+    readonly property int longestAnswer: 1000000
     /// Where calibrations come from unless the settings name another service.
     readonly property string calibrationUrl: "https://calibration.kelpora.example"
 
@@ -246,16 +248,20 @@ ApplicationWindow {
         console.info("Downloading settings for " + serial)
         const request = new XMLHttpRequest()
         request.onreadystatechange = () => {
+            const tooLong = request.responseText.length > root.longestAnswer
             if (request.readyState === XMLHttpRequest.DONE)
-                root.takeStitchSettings(request.responseText)
+                root.takeStitchSettings(tooLong ? "" : request.responseText, serial)
+            else if (tooLong)
+                request.abort()
         }
         const service = root.settings["CalibrationUrl"] || root.calibrationUrl
         request.open("GET", service + "/api/v1/kelpora360/calibration/" + encodeURIComponent(serial))
         request.send()
     }
 
-    /// Takes the calibration service's answer: what it sends is saved at once, what it says is shown.
-    function takeStitchSettings(text) {
+    /// Takes the calibration service's answer on the rig `serial`: what it sends is saved at once, what it says is
+    /// shown. Angles are never saved with another rig's serial, which the operator may have typed meanwhile.
+    function takeStitchSettings(text, serial) {
         console.info("Response: " + text)
         let response
         try {
@@ -269,14 +275,20 @@ ApplicationWindow {
             return
         }
         const data = response.data
-        if (response.success === true && data !== null && typeof data === "object") {
+        const other = root.stitchPopup().serialnumber !== serial
+        if (response.success === true && other) {
+            console.warn("The calibration of " + serial + " came when another serial stood in its place.")
+        } else if (response.success === true && data !== null && typeof data === "object") {
             root.stitchPopup().showCalibration(data)
             root.saveStitchSettings()
         } else if (response.success === true) {
             console.warn("The calibration service's answer holds no calibration.")
         }
         root.makeContent()
-        root.say(response.message === undefined || response.message === null ? "" : String(response.message))
+        if (response.success === true && other)
+            root.say("The serial was changed meanwhile. Nothing was saved.")
+        else
+            root.say(response.message === undefined || response.message === null ? "" : String(response.message))
     }
 
     /// Puts a folder chosen by hand at the top of every card's list; the card that asked for it selects it, the

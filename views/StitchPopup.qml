@@ -6,6 +6,7 @@ import QtQuick.Layouts 1.15
 ModalPopup {
     id: root
 
+    property alias serialnumber: serialnumberText.text
     readonly property var angles: ["Yaw", "Pitch", "Roll", "OffsetX", "OffsetY"]
     signal downloadClicked(string serialnumber)
     signal resetClicked()
@@ -32,13 +33,13 @@ ModalPopup {
         root.forEachField((key, field) => field.text = settings[key])
     }
 
-    /// Fills the fields from a calibration; what it lacks stays.
+    /// Fills the fields from a calibration; what it lacks, or has in another form than a number or a text, stays.
     function showCalibration(data) {
         const radians = data["RadiansAngles"]
         if (radians !== undefined)
             radiansBox.checked = !!radians && !["0", "false"].includes(String(radians).toLowerCase())
         root.forEachField((key, field) => {
-            if (data[key] !== undefined && data[key] !== null)
+            if (["number", "string"].includes(typeof data[key]))
                 field.text = String(data[key])
         })
     }

@@ -158,7 +158,7 @@ void TestStart::functionsBeforeTheFirstFrame_data()
     });
     row("a calibration that arrives", [](const View &view) {
         view.call("takeStitchSettings",
-                  R"({"success": true, "message": "Welcome", "data": {"Camera1Yaw": 7}})");
+                  R"({"success": true, "message": "Welcome", "data": {"Camera1Yaw": 7}})", "0");
         QCOMPARE(view.window()->property("settings").toMap().value(QStringLiteral("Camera1Yaw")).toString(),
                  QStringLiteral("7"));
         QCOMPARE(view.property(QStringLiteral("messageText"), "text").toString(), QStringLiteral("Welcome"));

@@ -105,6 +105,7 @@ public:
     QByteArray answer;                    ///< to every request that has none of its own
     QMap<QByteArray, QByteArray> answers; ///< by path
     int delay = 0;                        ///< milliseconds before an answer
+    QMap<QByteArray, int> delays;         ///< by path
     QList<QByteArray> requests;           ///< everything that came, one text for each request
 
 private:
@@ -117,7 +118,7 @@ private:
         requests.append(request);
         const QByteArray path = request.split(' ').value(1);
         pending_.remove(socket);
-        QTimer::singleShot(delay, socket, [this, socket, path] {
+        QTimer::singleShot(delays.value(path, delay), socket, [this, socket, path] {
             socket->write(answers.value(path, answer));
             socket->disconnectFromHost();
         });
@@ -195,6 +196,8 @@ private slots:
     void anAnswerAfterTheWindowIsGone();
     void tenMegabytesOfGarbage();
     void downloadTwice();
+    void anglesStayWithTheirRig_data();
+    void anglesStayWithTheirRig();
 };
 
 void TestStitchPopup::initTestCase()
@@ -473,6 +476,14 @@ void TestStitchPopup::download_data()
     QTest::newRow("null keeps its field")
         << ok(calibration(number, R"("Camera3OffsetY":null)", QStringLiteral("Camera3OffsetY")))
         << "Here it is." << keep("Camera3OffsetY");
+    for (const char *value : {"{}", "[1,2]", "true"}) {
+        QTest::newRow(qPrintable(QStringLiteral("%1 keeps its field").arg(value)))
+            << ok(calibration(number, QByteArray(R"("Camera1Yaw":)") + value, QStringLiteral("Camera1Yaw")))
+            << "Here it is." << keep("Camera1Yaw");
+    }
+    QTest::newRow("more than any calibration")
+        << ok(R"({"success":false,"message":")" + QByteArray(3000000, 'm') + R"("})") << nothing
+        << QVariantMap();
     QTest::newRow("an unknown key isn't taken")
         << ok(calibration(number, R"("Camera4Yaw":1)")) << "Here it is." << numbers;
     QTest::newRow("no success") << ok(refused) << "No such rig." << QVariantMap();
@@ -828,8 +839,61 @@ void TestStitchPopup::downloadTwice()
     }
     QTRY_COMPARE(MessageLog::lines(QStringLiteral("info")).filter(QStringLiteral("Response: ")).size(), 2);
     QCOMPARE(service.requests.size(), 2);
-    QCOMPARE(controller.updates.size(), 1);
+    QCOMPARE(controller.updates.size(), 0);
     QTRY_VERIFY(view.isOpen(message));
+}
+
+void TestStitchPopup::anglesStayWithTheirRig_data()
+{
+    QTest::addColumn<int>("firstMs");
+    QTest::addColumn<QStringList>("downloads");
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QString>("saved");
+    QTest::newRow("the first answer comes last") << 600 << QStringList{"1", "2"} << "2"
+                                                 << "2";
+    QTest::newRow("the serial is edited meanwhile") << 100 << QStringList{"1"} << "12"
+                                                    << "";
+    QTest::newRow("edited and put back") << 100 << QStringList{"1"} << "1"
+                                         << "1";
+}
+
+void TestStitchPopup::anglesStayWithTheirRig()
+{
+    QFETCH(int, firstMs);
+    QFETCH(QStringList, downloads);
+    QFETCH(QString, typed);
+    QFETCH(QString, saved);
+    Service service;
+    const auto yaw = [](const char *value) {
+        return ok(QByteArray(R"({"success":true,"message":"Here it is.","data":{"Camera1Yaw":)") + value +
+                  "}}");
+    };
+    const QByteArray path = "/api/v1/kelpora360/calibration/";
+    service.answers = {{path + "1", yaw("111")}, {path + "2", yaw("222")}};
+    service.delays = {{path + "1", firstMs}, {path + "2", 50}};
+    ScriptedController controller;
+    controller.settings = storedSettings();
+    controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QVERIFY(openPopup(view));
+    const MessageLog log;
+    for (const QString &serial : downloads) {
+        view.object(QStringLiteral("serialnumber"))->setProperty("text", serial);
+        view.click(QStringLiteral("downloadAnglesButton"));
+    }
+    view.object(QStringLiteral("serialnumber"))->setProperty("text", typed);
+    QTRY_COMPARE(MessageLog::lines(QStringLiteral("info")).filter(QStringLiteral("Response: ")).size(),
+                 downloads.size());
+    QCOMPARE(controller.updates.size(), saved.isEmpty() ? 0 : 1);
+    if (!saved.isEmpty()) {
+        QCOMPARE(controller.updates.first().value(QStringLiteral("Serialnumber")).toString(), saved);
+        QCOMPARE(controller.updates.first().value(QStringLiteral("Camera1Yaw")).toString(),
+                 QString(saved).repeated(3));
+    }
+    const bool lastIsOther = downloads.first() != typed;
+    QCOMPARE(view.property("messageText", "text").toString(),
+             lastIsOther ? "The serial was changed meanwhile. Nothing was saved." : "Here it is.");
 }
 
 QTEST_MAIN(TestStitchPopup)
