@@ -41,12 +41,5 @@ private:
 /// Writes `content` to a new file `path`; its folder must exist.
 [[nodiscard]] Publish writeNewFile(const QString &path, const QByteArray &content);
 
-/// Has what was written to the open file `file` written to its disk. False if it could not be: a full volume
-/// may say so only here. One implementation per platform.
-[[nodiscard]] bool syncToDisk(QFileDevice &file);
-
-/// The same for the names in the folder `folder`.
-[[nodiscard]] bool syncFolder(const QString &folder);
-
 /// Renames `from` to `to` in one step unless `to` exists. One implementation per platform.
 [[nodiscard]] Publish renameNoReplace(const QString &from, const QString &to);

@@ -4,17 +4,6 @@
 
 #include <cstdio>
 
-bool syncToDisk(QFileDevice &file)
-{
-    return file.flush();
-}
-
-bool syncFolder(const QString &folder)
-{
-    Q_UNUSED(folder)
-    return true;
-}
-
 Publish renameNoReplace(const QString &from, const QString &to)
 {
     if (QFile::exists(to) || QFileInfo(to).isSymLink())

@@ -51,29 +51,7 @@ Publish renameUnderLock(const QString &from, const QString &to)
     return result;
 }
 
-/// fsync(), on a file system that knows it.
-bool sync(int file)
-{
-    return ::fsync(file) == 0 || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP;
-}
-
 } // namespace
-
-bool syncToDisk(QFileDevice &file)
-{
-    return file.flush() && sync(file.handle());
-}
-
-bool syncFolder(const QString &folder)
-{
-    const int file = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    // One that may only be written to.
-    if (file < 0)
-        return errno == EACCES;
-    const bool synced = sync(file);
-    ::close(file);
-    return synced;
-}
 
 Publish renameNoReplace(const QString &from, const QString &to)
 {

@@ -1,6 +1,6 @@
 #include "controller/datadownload.h"
 
-#include "app/newfile.h"
+#include "app/disksync.h"
 #include "controller/pseacomms.h"
 #include "controller/record.h"
 

@@ -1,5 +1,6 @@
 #include "stitching/autopano.h"
 
+#include "app/disksync.h"
 #include "app/newfile.h"
 #include "app/paths.h"
 #include "stitching/projectxml.h"
