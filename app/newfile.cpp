@@ -1,5 +1,7 @@
 #include "app/newfile.h"
 
+#include "app/disksync.h"
+
 #include <QFileInfo>
 #include <QRandomGenerator>
 
@@ -49,10 +51,11 @@ Publish NewFile::publish(const QString &path)
     return result;
 }
 
-Publish writeNewFile(const QString &path, const QByteArray &content)
+Publish writeNewFile(const QString &path, const QByteArray &content, Durable durable)
 {
     NewFile file(QFileInfo(path).absolutePath());
-    if (!file.isOpen() || file.file().write(content) != content.size())
+    if (!file.isOpen() || file.file().write(content) != content.size() ||
+        (durable == Durable::Named && !syncToDisk(file.file())))
         return Publish::Failed;
     return file.publish(path);
 }

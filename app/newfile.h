@@ -38,8 +38,14 @@ private:
     bool published_ = false;
 };
 
+enum class Durable {
+    Later, ///< when the system or the caller flushes the volume
+    Named, ///< when it has its name
+};
+
 /// Writes `content` to a new file `path`; its folder must exist.
-[[nodiscard]] Publish writeNewFile(const QString &path, const QByteArray &content);
+[[nodiscard]] Publish writeNewFile(const QString &path, const QByteArray &content,
+                                   Durable durable = Durable::Later);
 
 /// Renames `from` to `to` in one step unless `to` exists. One implementation per platform.
 [[nodiscard]] Publish renameNoReplace(const QString &from, const QString &to);

@@ -13,20 +13,22 @@
 
 namespace {
 
-constexpr int lockTimeoutMs = 2000;
-constexpr int lockPollMs = 10;
+/// Shorter than the program's wait for its jobs at its end.
+constexpr std::chrono::milliseconds lockTimeout(1000);
+constexpr std::chrono::milliseconds lockPoll(10);
 
 /// Locks the folder, unless another program keeps it locked for longer than this one's moment with it takes.
 bool lock(int folder)
 {
-    for (int waited = 0; ::flock(folder, LOCK_EX | LOCK_NB) != 0; waited += lockPollMs) {
+    const auto deadline = std::chrono::steady_clock::now() + lockTimeout;
+    while (::flock(folder, LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK && errno != EINTR)
             return false;
-        if (waited >= lockTimeoutMs) {
+        if (std::chrono::steady_clock::now() >= deadline) {
             qWarning("Another program keeps the destination folder locked.");
             return false;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(lockPollMs));
+        std::this_thread::sleep_for(lockPoll);
     }
     return true;
 }

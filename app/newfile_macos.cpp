@@ -14,7 +14,8 @@ Publish renameNoReplace(const QString &from, const QString &to)
         return Publish::Exists;
     if (errno != ENOTSUP)
         return Publish::Failed;
-    // A volume without exclusive renames. QFile would copy where it can't rename.
+    // A volume without exclusive renames: a name that is taken since the look is replaced. QFile would copy
+    // where it can't rename.
     if (QFile::exists(to) || QFileInfo(to).isSymLink())
         return Publish::Exists;
     return std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0

@@ -5,6 +5,7 @@
 #include <QSettings>
 #include <QStringList>
 
+#include <algorithm>
 #include <array>
 #include <mutex>
 
@@ -25,6 +26,12 @@ constexpr std::array<Default, 21> defaults = {{
     {"Camera2OffsetY", "0"},    {"Camera3Pitch", "0"},         {"Camera3Roll", "-90"},
     {"Camera3Yaw", "-0"},       {"Camera3OffsetX", "-20"},     {"Camera3OffsetY", "0"},
 }};
+
+bool isOurs(const QString &key)
+{
+    return std::any_of(defaults.cbegin(), defaults.cend(),
+                       [&key](const Default &entry) { return key == QLatin1String(entry.key); });
+}
 
 /// Every QSettings of one path in a process works on the same values, entry by entry: without it a load would
 /// see half of what another thread stores.
@@ -47,11 +54,13 @@ QVariantMap loadSettings()
     QVariantMap settings;
     const QStringList keys = file.allKeys();
     for (const QString &key : keys) {
-        // A comma that was typed into the file by hand makes a list, an "@" anything.
+        // A comma that was typed into the file by hand makes a list, an "@" anything. What another version of
+        // the program has written stays what it is.
         const QVariant value = file.value(key);
-        settings.insert(key, value.type() == QVariant::StringList
-                                 ? value.toStringList().join(QLatin1Char(','))
-                                 : value.toString());
+        if (value.type() == QVariant::StringList)
+            settings.insert(key, value.toStringList().join(QLatin1Char(',')));
+        else
+            settings.insert(key, isOurs(key) ? QVariant(value.toString()) : value);
     }
     return settings;
 }

@@ -215,12 +215,12 @@ quint64 deviceBelow(const QString &folder)
     return status.st_dev;
 }
 
-/// Whether a volume still takes writes. One that met an error may go on read-only, with what it had not
-/// written lost, and has nothing to flush then.
+/// Whether a volume still takes writes, as far as it tells. One that met an error may go on read-only, with
+/// what it had not written lost, and has nothing to flush then.
 bool isWritable(int file)
 {
     struct statvfs status = {};
-    return ::fstatvfs(file, &status) == 0 && (status.f_flag & ST_RDONLY) == 0;
+    return ::fstatvfs(file, &status) != 0 || (status.f_flag & ST_RDONLY) == 0;
 }
 
 /// Has the disk write what is copied while the copying goes on, and lets go of what it has written.
@@ -273,15 +273,18 @@ bool copyStretches(int source, int target, const StopFlag &stop)
     off_t offset = 0;
     off_t released = 0;
     for (;;) {
-        // The size comes first: what a file grows by after the look for data would become a hole.
-        struct stat status = {};
-        if (::fstat(source, &status) != 0)
+        struct stat before = {};
+        struct stat after = {};
+        if (::fstat(source, &before) != 0)
             return false;
         const Stretch stretch = nextStretch(source, offset);
-        // It may end in a hole.
-        if (stretch.none)
-            return writeBehind.finish(offset) &&
-                   (status.st_size <= offset || ::ftruncate(target, status.st_size) == 0);
+        if (stretch.none) {
+            // It may end in a hole. What it grew or shrank by since the first look is none.
+            if (::fstat(source, &after) != 0)
+                return false;
+            const off_t size = std::min(before.st_size, after.st_size);
+            return writeBehind.finish(offset) && (size <= offset || ::ftruncate(target, size) == 0);
+        }
         offset = stretch.begin;
         while (offset < stretch.end) {
             if (stop.isRaised())

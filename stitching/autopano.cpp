@@ -1,6 +1,5 @@
 #include "stitching/autopano.h"
 
-#include "app/disksync.h"
 #include "app/newfile.h"
 #include "app/paths.h"
 #include "stitching/projectxml.h"
@@ -169,14 +168,11 @@ void writeProject(int card, const QString &path, const QByteArray &text)
         qInfo().noquote() << wroteLine(card, path);
 }
 
-/// As writeNewFile(), and on disk before it has its name: the import's last flush is not for the templates
-/// folder, and a template that a power cut left empty would be used from then on.
+/// The import's last flush is not for the templates folder, and a template that a power cut left empty would
+/// be used from then on.
 Publish writeTemplate(const QString &path, const QByteArray &text)
 {
-    NewFile file(QFileInfo(path).absolutePath());
-    if (!file.isOpen() || file.file().write(text) != text.size() || !syncToDisk(file.file()))
-        return Publish::Failed;
-    return file.publish(path);
+    return writeNewFile(path, text, Durable::Named);
 }
 
 /// Adds the project to the templates folder unless it holds a template of that name.

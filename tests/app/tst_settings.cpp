@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSettings>
+#include <QSize>
 
 #include <atomic>
 #include <thread>
@@ -136,10 +137,15 @@ void TestSettings::load()
 void TestSettings::whatIsNoTextBecomesOne()
 {
     const Workspace workspace;
-    workspace.write(settingsFile, "[General]\nCamera1Pitch=@Invalid()\nCamera1Yaw=@Size(1 2)\n");
+    workspace.write(settingsFile,
+                    "[General]\nCamera1Pitch=@Invalid()\nCamera1Yaw=@Size(1 2)\nOldWindow=@Size(700 920)\n");
     const QVariantMap settings = loadSettings();
     for (const char *key : {"Camera1Pitch", "Camera1Yaw"})
         QCOMPARE(settings.value(QString::fromLatin1(key)), QVariant(QString()));
+    // What the program does not know may belong to another version of it.
+    QCOMPARE(settings.value(QStringLiteral("OldWindow")), QVariant(QSize(700, 920)));
+    storeSettings(settings);
+    QVERIFY(workspace.read(settingsFile).contains("OldWindow=@Size(700 920)"));
 }
 
 void TestSettings::aCommaTypedIntoTheFile()
