@@ -2,7 +2,6 @@
 
 #include "app/job.h"
 
-#include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
 
@@ -49,9 +48,11 @@ struct Folder
 CardFile::CardFile(const QString &filePath)
     : path(filePath)
 {
-    const QFileInfo file(path);
-    size = file.size();
-    modified = file.lastModified().toMSecsSinceEpoch();
+    // The toolkit would turn the time into a local one, which takes longer than all else here.
+    const fs::path file = fs::u8path(path.toStdString());
+    std::error_code error;
+    size = static_cast<qint64>(fs::file_size(file, error));
+    modified = static_cast<qint64>(fs::last_write_time(file, error).time_since_epoch().count());
 }
 
 bool CardFile::isUnchanged() const

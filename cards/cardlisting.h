@@ -10,8 +10,8 @@ class StopFlag;
 struct CardFile
 {
     QString path;        ///< absolute
-    qint64 size = 0;     ///< in bytes
-    qint64 modified = 0; ///< in milliseconds since the epoch
+    qint64 size = 0;     ///< in bytes; -1 if it can't be told
+    qint64 modified = 0; ///< on the clock of the file system
 
     explicit CardFile(const QString &filePath);
     /// False when the path leads to another file now, or to none, or the file has changed.
