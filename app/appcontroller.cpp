@@ -18,6 +18,7 @@
 #include <QCoreApplication>
 #include <QDebug>
 #include <QException>
+#include <QJsonObject>
 #include <QQuickWindow>
 #include <QThreadPool>
 #include <QtConcurrent>
@@ -74,9 +75,22 @@ void AppController::listDevicesAhead()
 
 QVariantList AppController::getDevices()
 {
-    if (devicesAhead_)
-        return std::exchange(devicesAhead_, std::nullopt)->result();
-    return PSEAComms::getDevices();
+    const QVariantList devices =
+        devicesAhead_ ? std::exchange(devicesAhead_, std::nullopt)->result() : PSEAComms::getDevices();
+    const std::lock_guard<std::mutex> lock(shownSerialsMutex_);
+    shownSerials_.clear();
+    for (const QVariant &device : devices) {
+        const QJsonObject entry = device.toJsonObject();
+        shownSerials_.insert(entry.value(QStringLiteral("name")).toString(),
+                             entry.value(QStringLiteral("serial")).toString());
+    }
+    return devices;
+}
+
+QString AppController::shownSerial(const QString &port)
+{
+    const std::lock_guard<std::mutex> lock(shownSerialsMutex_);
+    return shownSerials_.value(port);
 }
 
 QVariantList AppController::getTemplates()
@@ -272,7 +286,7 @@ void AppController::resetCameraSettingsWorker(QString port)
 
 void AppController::eraseMemoryWorker(QString port)
 {
-    EraseMemory(dataRequest(port)).run();
+    EraseMemory(dataRequest(port), shownSerial(port)).run();
 }
 
 void AppController::saveCameraSettingsWorker(QString port, QString date, PSEAConfig cfg)

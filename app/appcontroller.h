@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QFuture>
+#include <QMap>
 #include <QObject>
 #include <QString>
 #include <QVariant>
@@ -118,6 +119,7 @@ private:
                                              const QString &targetDir, const QString &templatePath,
                                              const QString &projectName);
     [[nodiscard]] ProgressReport cardReport(int cardIndex);
+    [[nodiscard]] QString shownSerial(const QString &port);
     [[nodiscard]] ControllerRequest dataRequest(const QString &port);
     [[nodiscard]] ControllerRequest settingsRequest(const QString &port);
     void countFinishedCard(const QString &targetDir);
@@ -130,5 +132,7 @@ private:
     QString version_;
     QString port_;
     std::optional<QFuture<QVariantList>> devicesAhead_;
+    QMap<QString, QString> shownSerials_; ///< by port, of the devices that were listed last
+    std::mutex shownSerialsMutex_;
     StopFlag stop_;
 };

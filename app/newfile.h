@@ -38,9 +38,10 @@ private:
     bool published_ = false;
 };
 
+/// When a new file is on its disk.
 enum class Durable {
-    Later, ///< when the system or the caller flushes the volume
-    Named, ///< when it has its name
+    Later, ///< once the system or the caller flushes the volume
+    Named, ///< before it has its name
 };
 
 /// Writes `content` to a new file `path`; its folder must exist.

@@ -99,11 +99,13 @@ private:
         while (written < count) {
             const ssize_t step = ::pwrite(target_, buffer_.get() + written,
                                           static_cast<std::size_t>(count - written), offset + written);
-            // Without progress or a reason, as a volume in user space may answer, it would go on for ever.
-            if (step == 0)
-                errno = EIO;
-            if (step == 0 || (step < 0 && errno != EINTR))
+            if (step < 0 && errno != EINTR)
                 return -1;
+            // Without progress or a reason, as a volume in user space may answer, it would go on for ever.
+            if (step == 0) {
+                errno = EIO;
+                return -1;
+            }
             written += std::max<ssize_t>(step, 0);
         }
         return count;

@@ -6,11 +6,16 @@
 class EraseMemory : public ControllerJob
 {
 public:
-    using ControllerJob::ControllerJob;
+    /// `serial`: the serial number with which the operator was shown the device at that port, where another
+    /// one is left alone; empty if none was shown.
+    explicit EraseMemory(ControllerRequest request, QString serial = {});
 
 protected:
     void work(PSEAComms &link) override;
     [[nodiscard]] bool endsEarly() const override;
+
+private:
+    QString serial_;
 };
 
 /// Switches the controller off.

@@ -136,6 +136,7 @@ bool PSEAComms::open(const QString &portName)
         return false;
     qInfo("Port found.");
 
+    serialNumber_ = found->serialNumber();
     port_.setPort(*found);
     port_.setBaudRate(baudRate);
     port_.setParity(QSerialPort::NoParity);

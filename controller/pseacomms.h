@@ -42,6 +42,8 @@ public:
     [[nodiscard]] bool open(const QString &portName);
     void close();
     [[nodiscard]] bool isOpen() const;
+    /// The serial number of the device behind the port that was opened last; empty if it has none.
+    [[nodiscard]] const QString &serialNumber() const { return serialNumber_; }
 
     /// Sends the line, trimmed, with "\r\n". Does not wait for the bytes to leave.
     bool writeLine(const QString &line);
@@ -94,6 +96,7 @@ private:
     bool portFailed();
 
     QSerialPort port_;
+    QString serialNumber_;
     const StopFlag *stop_;
     bool failed_ = false;
 };

@@ -161,18 +161,15 @@ QString wroteLine(int card, const QString &path)
     return QStringLiteral("Card %1: wrote template file %2.").arg(card).arg(path);
 }
 
-/// Writes `text` to `path` and logs it; another card's worker may have been first, which is as good.
-void writeProject(int card, const QString &path, const QByteArray &text)
-{
-    if (writeNewFile(path, text) == Publish::Done)
-        qInfo().noquote() << wroteLine(card, path);
-}
-
 /// The import's last flush is not for the templates folder, and a template that a power cut left empty would
 /// be used from then on.
-Publish writeTemplate(const QString &path, const QByteArray &text)
+constexpr Durable templatesDurable = Durable::Named;
+
+/// Writes `text` to `path` and logs it; another card's worker may have been first, which is as good.
+void writeProject(int card, const QString &path, const QByteArray &text, Durable durable = Durable::Later)
 {
-    return writeNewFile(path, text, Durable::Named);
+    if (writeNewFile(path, text, durable) == Publish::Done)
+        qInfo().noquote() << wroteLine(card, path);
 }
 
 /// Adds the project to the templates folder unless it holds a template of that name.
@@ -184,7 +181,7 @@ void supplyTemplate(int card, const QString &projectPath, const QString &folderT
     if (project.open(QIODevice::ReadOnly)) {
         const QByteArray text = project.readAll();
         if (project.error() == QFileDevice::NoError)
-            static_cast<void>(writeTemplate(folderTemplate, text));
+            static_cast<void>(writeNewFile(folderTemplate, text, templatesDurable));
     }
     qInfo().noquote() << QStringLiteral("Card %1: copied template file %2.").arg(card).arg(folderTemplate);
 }
@@ -225,8 +222,8 @@ void writeVideoProject(int card, const QString &templatePath, const QString &vid
     supplyTemplate(card, kavaPath, folderTemplate);
 
     const QString gigaTemplate = replaced(folderTemplate, QStringLiteral(".kava"), QStringLiteral(".pano"));
-    if (!QFileInfo::exists(gigaTemplate) && writeTemplate(gigaTemplate, toPanoXml(pano)) == Publish::Done)
-        qInfo().noquote() << wroteLine(card, gigaTemplate);
+    if (!QFileInfo::exists(gigaTemplate))
+        writeProject(card, gigaTemplate, toPanoXml(pano), templatesDurable);
 }
 
 void writePhotoProject(int card, const QString &photoPath, const QString &name,

@@ -153,19 +153,6 @@ ApplicationWindow {
         return root.devices[index].name
     }
 
-    /// Whether another device has the name of the one chosen at `index` by now, as when a rig was pulled and the
-    /// next one put in.
-    function isReplaced(index) {
-        const chosen = root.devices[index]
-        const present = appController.getDevices().find(device => device.name === chosen.name)
-        return present !== undefined && present.serial !== chosen.serial
-    }
-
-    function say(text) {
-        root.content.messagePopup.text = text
-        root.content.messagePopup.open()
-    }
-
     function getSelectedSettingsDeviceName() {
         return root.selectDevice(root.ready ? root.settingsPage.deviceIndex : root.likelyDevice())
     }
@@ -260,7 +247,7 @@ ApplicationWindow {
     }
 
     /// Takes the calibration service's answer on the rig `serial`: what it sends is saved at once, what it says is
-    /// shown. Angles are never saved with another rig's serial, which the operator may have typed meanwhile.
+    /// shown.
     function takeStitchSettings(text, serial) {
         console.info("Response: " + text)
         let response
@@ -275,20 +262,15 @@ ApplicationWindow {
             return
         }
         const data = response.data
-        const other = root.stitchPopup().serialnumber !== serial
-        if (response.success === true && other) {
-            console.warn("The calibration of " + serial + " came when another serial stood in its place.")
-        } else if (response.success === true && data !== null && typeof data === "object") {
-            root.stitchPopup().showCalibration(data)
+        if (response.success === true && data !== null && typeof data === "object") {
+            root.stitchPopup().showCalibration(data, serial)
             root.saveStitchSettings()
         } else if (response.success === true) {
             console.warn("The calibration service's answer holds no calibration.")
         }
         root.makeContent()
-        if (response.success === true && other)
-            root.say("The serial was changed meanwhile. Nothing was saved.")
-        else
-            root.say(response.message === undefined || response.message === null ? "" : String(response.message))
+        root.content.messagePopup.text = response.message === undefined || response.message === null ? "" : String(response.message)
+        root.content.messagePopup.open()
     }
 
     /// Puts a folder chosen by hand at the top of every card's list; the card that asked for it selects it, the
@@ -348,11 +330,6 @@ ApplicationWindow {
         root.makeContent()
         if (!root.readyToEraseMemory() || !checked)
             return
-        if (root.isReplaced(root.copyDataPage.deviceIndex)) {
-            root.refreshDevices()
-            root.say("Another device is connected now. Nothing was erased. Please check the device and try again.")
-            return
-        }
         root.dataCopying = true
         root.eraseMemory(root.getSelectedDataDeviceName())
     }

@@ -6,7 +6,6 @@ import QtQuick.Layouts 1.15
 ModalPopup {
     id: root
 
-    property alias serialnumber: serialnumberText.text
     readonly property var angles: ["Yaw", "Pitch", "Roll", "OffsetX", "OffsetY"]
     signal downloadClicked(string serialnumber)
     signal resetClicked()
@@ -33,8 +32,10 @@ ModalPopup {
         root.forEachField((key, field) => field.text = settings[key])
     }
 
-    /// Fills the fields from a calibration; what it lacks, or has in another form than a number or a text, stays.
-    function showCalibration(data) {
+    /// Fills the fields from the calibration of the rig `serial`; what it lacks, or has in another form than a number
+    /// or a text, stays. Angles never stand beside another rig's serial, which may have been typed meanwhile.
+    function showCalibration(data, serial) {
+        serialnumberText.text = serial
         const radians = data["RadiansAngles"]
         if (radians !== undefined)
             radiansBox.checked = !!radians && !["0", "false"].includes(String(radians).toLowerCase())

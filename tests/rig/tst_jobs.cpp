@@ -143,6 +143,7 @@ private slots:
     void whatIsShown();
     void whatIsKept();
     void whatTheOperatorSetReachesTheController();
+    void aRigThatTookTheChosenOnesPlace();
     void anEraseThatFails();
     void theVersionButNoSettings();
     void aSilentController();
@@ -341,6 +342,36 @@ void TestJobs::whatTheOperatorSetReachesTheController()
     QTRY_VERIFY(!told.isEmpty());
     QCOMPARE(told.last().last().toString(), QStringLiteral("Success. Settings saved."));
     QCOMPARE(rig.state().settings, (std::array<std::int32_t, 5>{0, 500, 2250, 1, 26}));
+}
+
+void TestJobs::aRigThatTookTheChosenOnesPlace()
+{
+    RigOptions options = rigWith({});
+    options.usb.serial = "KELPORA0001";
+    const MessageLog log;
+    AppController controller;
+    QSignalSpy told(&controller, &AppController::updateDataProgress);
+    const auto erase = [&] {
+        told.clear();
+        controller.eraseMemory(portName());
+        if (!AppController::waitForJobs(30000) || !QTest::qWaitFor([&] { return !told.isEmpty(); }))
+            return QString();
+        QCoreApplication::processEvents();
+        return told.last().last().toString();
+    };
+    {
+        const SimulatedRig first(options);
+        QCOMPARE(controller.getDevices().size(), 1);
+    }
+    options.usb.serial = "KELPORA0002";
+    SimulatedRig second(options);
+    QCOMPARE(erase(), QStringLiteral("Error: Another device is connected now. Nothing was erased."));
+    QVERIFY(!second.state().log.empty());
+    QVERIFY(!QByteArray::fromStdString(second.received()).contains("$PSEAFORMAT"));
+    // The operator has looked again.
+    QCOMPARE(controller.getDevices().size(), 1);
+    QCOMPARE(erase(), QStringLiteral("Success. Memory erased."));
+    QVERIFY(second.state().log.empty());
 }
 
 void TestJobs::anEraseThatFails()

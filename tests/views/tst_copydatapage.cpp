@@ -43,8 +43,6 @@ private slots:
     void copyData();
     void eraseMemory_data();
     void eraseMemory();
-    void aDeviceThatWasReplacedIsNotErased_data();
-    void aDeviceThatWasReplacedIsNotErased();
     void theEraseMemoryPopup();
     void theEraseMemoryPopupClosesOnlyByItsButtons_data();
     void theEraseMemoryPopupClosesOnlyByItsButtons();
@@ -353,38 +351,6 @@ void TestCopyDataPage::eraseMemory()
         QCOMPARE(requests.first(), QVariantList{"ttyUSB0"});
     QCOMPARE(view.window()->property("dataCopying").toBool(), emitted);
     QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
-}
-
-void TestCopyDataPage::aDeviceThatWasReplacedIsNotErased_data()
-{
-    QTest::addColumn<Devices>("later");
-    QTest::addColumn<bool>("emitted");
-    QTest::newRow("the same device") << Devices{{"ttyUSB0", "KELPORA7", "Kelpora"}} << true;
-    QTest::newRow("another rig under its name") << Devices{{"ttyUSB0", "KELPORA8", "Kelpora"}} << false;
-    // The job tells that it can't be opened.
-    QTest::newRow("none") << Devices{{"ttyUSB1", "KELPORA8", "Kelpora"}} << true;
-}
-
-void TestCopyDataPage::aDeviceThatWasReplacedIsNotErased()
-{
-    QFETCH(Devices, later);
-    QFETCH(bool, emitted);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
-    QVERIFY(view.showPage(1));
-    QCOMPARE(view.property(dataCombo, "currentIndex").toInt(), 1);
-    controller.devices.clear();
-    for (const QStringList &device : later)
-        controller.addDevice(device[0], device[1], device[2]);
-    QSignalSpy requests(view.window(), SIGNAL(eraseMemory(QString)));
-    view.call("eraseMemoryClicked", true);
-    QCOMPARE(requests.size(), emitted ? 1 : 0);
-    QCOMPARE(view.window()->property("dataCopying").toBool(), emitted);
-    QCOMPARE(view.property("messagePopup", "visible").toBool(), !emitted);
-    QCOMPARE(view.property(dataCombo, "currentText").toString(),
-             emitted ? "KELPORA7 (Kelpora)" : "KELPORA8 (Kelpora)");
 }
 
 void TestCopyDataPage::theEraseMemoryPopup()
