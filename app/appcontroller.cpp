@@ -2,7 +2,6 @@
 
 #include "app/paths.h"
 #include "app/settings.h"
-#include "app/threadpriority.h"
 #include "cards/cardpreparation.h"
 #include "cards/drives.h"
 #include "cards/filecopy.h"
@@ -12,6 +11,7 @@
 #include "controller/memoryjobs.h"
 #include "controller/pseacomms.h"
 #include "controller/settingsjobs.h"
+#include "platform/threadpriority.h"
 #include "stitching/autopano.h"
 #include "stitching/templates.h"
 

@@ -1,8 +1,8 @@
 #include "cards/cardpreparation.h"
 
 #include "cards/drives.h"
-#include "cards/platformcopy.h"
-#include "cards/platformerase.h"
+#include "platform/removetree.h"
+#include "platform/volumeflush.h"
 
 #include <QDebug>
 #include <QDir>

@@ -1,7 +1,7 @@
 #include "cards/filecopy.h"
 
 #include "app/job.h"
-#include "cards/platformcopy.h"
+#include "platform/copycontent.h"
 
 #include <QFileInfo>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/newfile.h"
+#include "platform/newfile.h"
 
 class StopFlag;
 

@@ -2,7 +2,7 @@
 
 #include "app/job.h"
 #include "cards/cardlisting.h"
-#include "cards/platformcopy.h"
+#include "platform/volumeflush.h"
 
 #include <QDir>
 #include <QStringList>

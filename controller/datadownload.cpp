@@ -1,8 +1,8 @@
 #include "controller/datadownload.h"
 
-#include "app/disksync.h"
 #include "controller/pseacomms.h"
 #include "controller/record.h"
+#include "platform/filesync.h"
 
 #include <QDebug>
 #include <QDir>

@@ -1,7 +1,7 @@
 #include "stitching/autopano.h"
 
-#include "app/newfile.h"
 #include "app/paths.h"
+#include "platform/newfile.h"
 #include "stitching/projectxml.h"
 #include "stitching/stitchangles.h"
 

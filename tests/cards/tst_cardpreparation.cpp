@@ -1,6 +1,6 @@
 #include "app/appcontroller.h"
 #include "cards/cardpreparation.h"
-#include "cards/platformerase.h"
+#include "platform/removetree.h"
 #include "tests/support/messagelog.h"
 #include "tests/support/plainuser.h"
 #include "tests/support/testmain.h"

@@ -1,5 +1,6 @@
-#include "app/job.h"
-#include "cards/platformcopy.h"
+#include "platform/copycontent.h"
+#include "platform/stopflag.h"
+#include "platform/volumeflush.h"
 
 #include <QFile>
 #include <QFileDevice>

@@ -1,6 +1,6 @@
-#include "app/newfile.h"
+#include "platform/newfile.h"
 
-#include "app/disksync.h"
+#include "platform/filesync.h"
 
 #include <QFileInfo>
 #include <QRandomGenerator>

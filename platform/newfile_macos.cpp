@@ -1,4 +1,4 @@
-#include "app/newfile.h"
+#include "platform/newfile.h"
 
 #include <QFileInfo>
 

@@ -1,4 +1,4 @@
-#include "cards/platformerase.h"
+#include "platform/removetree.h"
 
 #include <QFile>
 

@@ -1,4 +1,4 @@
-#include "app/disksync.h"
+#include "platform/filesync.h"
 
 bool syncToDisk(QFileDevice &file)
 {

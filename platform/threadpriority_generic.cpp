@@ -1,4 +1,4 @@
-#include "app/threadpriority.h"
+#include "platform/threadpriority.h"
 
 #include <QThread>
 

@@ -1,4 +1,4 @@
-#include "app/newfile.h"
+#include "platform/newfile.h"
 #include "tests/support/testmain.h"
 #include "tests/support/workspace.h"
 
