@@ -8,14 +8,35 @@
 StagedCopy::StagedCopy(const QString &source, const QString &folder, const StopFlag &stop)
     : file_(folder)
 {
-    QFile input(source);
-    // Only regular files: opening a named pipe would wait for its writer.
-    if (!file_.isOpen() || !QFileInfo(source).isFile() ||
-        !input.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+    if (!file_.isOpen())
         return;
-    whole_ = copyContent(input, file_.file(), stop);
-    if (whole_)
+    const QFileInfo info(source);
+    // Opening a named pipe would wait for its writer.
+    if (source.isEmpty() || (info.exists() && !info.isFile())) {
+        error_ = QStringLiteral("can't open the source: not a regular file");
+        return;
+    }
+    QFile input(source);
+    if (!input.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+        error_ = QStringLiteral("can't open the source: ") + input.errorString();
+        return;
+    }
+    const CopyResult result = copyContent(input, file_.file(), stop);
+    switch (result.end) {
+    case CopyResult::End::Whole:
+        whole_ = true;
         copyAttributes(input, file_.file());
+        break;
+    case CopyResult::End::Stopped:
+        error_ = QStringLiteral("stopped");
+        break;
+    case CopyResult::End::ReadFailed:
+        error_ = QStringLiteral("can't read the source: ") + result.reason;
+        break;
+    case CopyResult::End::WriteFailed:
+        error_ = QStringLiteral("can't write the copy: ") + result.reason;
+        break;
+    }
 }
 
 Publish StagedCopy::publish(const QString &path)

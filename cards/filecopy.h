@@ -16,6 +16,9 @@ public:
 
     /// Whether everything that the source holds has been copied.
     [[nodiscard]] bool isWhole() const { return whole_; }
+    /// What failed first, with the system's reason and without a path: "can't read the source: ...",
+    /// "stopped" if the flag was raised. Empty while all is well, also after Publish::Exists.
+    [[nodiscard]] QString error() const { return error_.isEmpty() ? file_.error() : error_; }
 
     /// Gives the copy its name; never replaces a file. May be called again with another name on
     /// Publish::Exists.
@@ -23,6 +26,7 @@ public:
 
 private:
     NewFile file_;
+    QString error_;
     bool whole_ = false;
 };
 

@@ -1,13 +1,27 @@
 #pragma once
 
+#include <QString>
+
 class QFile;
 class StopFlag;
 
+/// How a copy ended.
+struct CopyResult
+{
+    enum class End {
+        Whole,
+        Stopped, ///< the flag was raised
+        ReadFailed,
+        WriteFailed,
+    };
+    End end = End::Whole;
+    QString reason = {}; ///< what the system says of a read or write that failed
+};
+
 /// Copies the whole content of the open file `source` to the open, empty file `target`, without passing
 /// through this process where the system can, with holes kept as holes where the system tells of them, and
-/// starts writing it to disk. False on a read or write error, a full disk, or a raised flag, which is tested
-/// at least every 4 MiB.
-[[nodiscard]] bool copyContent(QFile &source, QFile &target, const StopFlag &stop);
+/// starts writing it to disk. The flag is tested at least every 4 MiB.
+[[nodiscard]] CopyResult copyContent(QFile &source, QFile &target, const StopFlag &stop);
 
 /// Gives `target` the permissions and the modification time of `source`, as far as its file system keeps
 /// them. To be called when the content is written.

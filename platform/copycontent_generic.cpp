@@ -2,23 +2,25 @@
 #include "platform/stopflag.h"
 #include "platform/volumeflush.h"
 
+#include <QDateTime>
 #include <QFile>
 #include <QFileDevice>
 
 #include <algorithm>
 
-bool copyContent(QFile &source, QFile &target, const StopFlag &stop)
+CopyResult copyContent(QFile &source, QFile &target, const StopFlag &stop)
 {
     constexpr qint64 chunkSize = qint64{1} << 20;
-    for (;;) {
-        if (stop.isRaised())
-            return false;
+    while (!stop.isRaised()) {
         const QByteArray chunk = source.read(chunkSize);
+        if (source.error() != QFileDevice::NoError)
+            return {CopyResult::End::ReadFailed, source.errorString()};
+        if (target.write(chunk) != chunk.size() || (chunk.isEmpty() && !target.flush()))
+            return {CopyResult::End::WriteFailed, target.errorString()};
         if (chunk.isEmpty())
-            return source.error() == QFileDevice::NoError && target.flush();
-        if (target.write(chunk) != chunk.size())
-            return false;
+            return {};
     }
+    return {CopyResult::End::Stopped};
 }
 
 void copyAttributes(QFile &source, QFile &target)

@@ -44,7 +44,7 @@ public:
     }
 
     /// Copies up to `size` bytes at `offset` to the same offset. Returns the number copied, 0 at the end of
-    /// the source, -1 on an error.
+    /// the source, -1 on an error; see failure().
     ssize_t copy(off_t offset, off_t size)
     {
         for (;;) {
@@ -53,23 +53,21 @@ public:
                 return copied;
             if (copied < 0 && errno == EINTR)
                 continue;
-            if (copied < 0 && !isUnsupported(errno))
-                return -1;
-            // Some file systems answer 0 instead of refusing: only read() is believed at the end.
+            // Some file systems answer 0 instead of refusing, and no error of the others tells which side
+            // failed: only plain reads and writes are believed.
             if (method_ == Method::ReadWrite)
                 return copied;
             method_ = method_ == Method::CopyFileRange ? Method::SendFile : Method::ReadWrite;
         }
     }
 
-private:
-    static bool isUnsupported(int error)
+    /// What made copy() fail, with errno.
+    [[nodiscard]] CopyResult::End failure() const
     {
-        return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP ||
-               error == EBADF || error == EPERM || error == EACCES || error == EREMOTEIO ||
-               error == ETXTBSY || error == EIO;
+        return readFailed_ ? CopyResult::End::ReadFailed : CopyResult::End::WriteFailed;
     }
 
+private:
     ssize_t attempt(off_t offset, std::size_t size)
     {
         switch (method_) {
@@ -96,6 +94,7 @@ private:
         if (!buffer_)
             buffer_ = std::make_unique<char[]>(bufferSize);
         const ssize_t count = ::pread(source_, buffer_.get(), std::min(size, bufferSize), offset);
+        readFailed_ = count < 0;
         ssize_t written = 0;
         while (written < count) {
             const ssize_t step = ::pwrite(target_, buffer_.get() + written,
@@ -116,6 +115,7 @@ private:
     int target_;
     Method method_ = Method::CopyFileRange;
     std::unique_ptr<char[]> buffer_;
+    bool readFailed_ = false;
 };
 
 /// The next stretch of data at or after `from`; up to the end of the file where holes aren't reported.
@@ -269,8 +269,12 @@ private:
     off_t settled_ = 0;
 };
 
-bool copyStretches(int source, int target, const StopFlag &stop)
+CopyResult copyStretches(int source, int target, const StopFlag &stop)
 {
+    using End = CopyResult::End;
+    const auto failed = [&stop](End end) {
+        return stop.isRaised() ? CopyResult{End::Stopped} : CopyResult{end, qt_error_string(errno)};
+    };
     RangeCopier copier(source, target);
     WriteBehind writeBehind(target, stop);
     off_t offset = 0;
@@ -279,43 +283,45 @@ bool copyStretches(int source, int target, const StopFlag &stop)
         struct stat before = {};
         struct stat after = {};
         if (::fstat(source, &before) != 0)
-            return false;
+            return failed(End::ReadFailed);
         const Stretch stretch = nextStretch(source, offset);
         if (stretch.none) {
             // It may end in a hole. What it grew or shrank by since the first look is none.
             if (::fstat(source, &after) != 0)
-                return false;
+                return failed(End::ReadFailed);
             const off_t size = std::min(before.st_size, after.st_size);
-            return writeBehind.finish(offset) && (size <= offset || ::ftruncate(target, size) == 0);
+            const bool ended =
+                writeBehind.finish(offset) && (size <= offset || ::ftruncate(target, size) == 0);
+            return ended ? CopyResult() : failed(End::WriteFailed);
         }
         offset = stretch.begin;
         while (offset < stretch.end) {
             if (stop.isRaised())
-                return false;
+                return {End::Stopped};
             const ssize_t copied = copier.copy(offset, std::min(chunkSize, stretch.end - offset));
             if (copied < 0)
-                return false;
+                return failed(copier.failure());
             if (copied == 0)
-                return writeBehind.finish(offset);
+                return writeBehind.finish(offset) ? CopyResult() : failed(End::WriteFailed);
             offset += copied;
             if (offset - released >= chunkSize) {
                 releaseCache(source, released, offset);
                 released = offset;
             }
             if (!writeBehind.advance(offset))
-                return false;
+                return failed(End::WriteFailed);
         }
     }
 }
 
 } // namespace
 
-bool copyContent(QFile &source, QFile &target, const StopFlag &stop)
+CopyResult copyContent(QFile &source, QFile &target, const StopFlag &stop)
 {
     if (stop.isRaised())
-        return false;
+        return {CopyResult::End::Stopped};
     if (::ioctl(target.handle(), FICLONE, source.handle()) == 0)
-        return true;
+        return {};
     return copyStretches(source.handle(), target.handle(), stop);
 }
 

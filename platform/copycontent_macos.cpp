@@ -22,14 +22,23 @@ int onProgress(int /*what*/, int stage, copyfile_state_t /*state*/, const char *
 
 } // namespace
 
-bool copyContent(QFile &source, QFile &target, const StopFlag &stop)
+CopyResult copyContent(QFile &source, QFile &target, const StopFlag &stop)
 {
     copyfile_state_t state = copyfile_state_alloc();
     copyfile_state_set(state, COPYFILE_STATE_STATUS_CB, reinterpret_cast<const void *>(&onProgress));
     copyfile_state_set(state, COPYFILE_STATE_STATUS_CTX, &stop);
-    const int result = ::fcopyfile(source.handle(), target.handle(), state, COPYFILE_DATA);
+    const bool copied = ::fcopyfile(source.handle(), target.handle(), state, COPYFILE_DATA) == 0;
+    const int error = errno;
     copyfile_state_free(state);
-    return result == 0 && !stop.isRaised();
+    if (stop.isRaised())
+        return {CopyResult::End::Stopped};
+    if (copied)
+        return {};
+    // It doesn't say which side failed: a read error is told by another read at the place where it stopped.
+    char byte = 0;
+    const off_t stoppedAt = ::lseek(source.handle(), 0, SEEK_CUR);
+    const bool readable = ::pread(source.handle(), &byte, 1, stoppedAt) >= 0;
+    return {readable ? CopyResult::End::WriteFailed : CopyResult::End::ReadFailed, qt_error_string(error)};
 }
 
 void copyAttributes(QFile &source, QFile &target)

@@ -5,6 +5,8 @@
 #include <QFileInfo>
 #include <QRandomGenerator>
 
+#include <cerrno>
+
 namespace {
 
 constexpr int nameTries = 16;
@@ -22,9 +24,12 @@ NewFile::NewFile(const QString &folder)
 {
     for (int tried = 0; tried < nameTries; ++tried) {
         file_.setFileName(temporaryName(folder));
-        if (file_.open(QIODevice::WriteOnly | QIODevice::NewOnly) || !file_.exists())
+        if (file_.open(QIODevice::WriteOnly | QIODevice::NewOnly))
             return;
+        if (!file_.exists())
+            break;
     }
+    error_ = QStringLiteral("can't create a temporary file: ") + file_.errorString();
 }
 
 NewFile::~NewFile()
@@ -38,15 +43,18 @@ NewFile::~NewFile()
 Publish NewFile::publish(const QString &path)
 {
     if (file_.isOpen()) {
-        whole_ = file_.flush() && file_.error() == QFileDevice::NoError;
+        // close() forgets an earlier error.
+        if (!file_.flush() || file_.error() != QFileDevice::NoError)
+            error_ = QStringLiteral("can't write the file: ") + file_.errorString();
         file_.close();
-        whole_ = whole_ && file_.error() == QFileDevice::NoError;
-    } else if (!file_.exists()) {
-        return Publish::Failed;
+        if (error_.isEmpty() && file_.error() != QFileDevice::NoError)
+            error_ = QStringLiteral("can't write the file: ") + file_.errorString();
     }
-    if (!whole_)
+    if (!error_.isEmpty())
         return Publish::Failed;
     const Publish result = renameNoReplace(file_.fileName(), path);
+    if (result == Publish::Failed)
+        error_ = QStringLiteral("can't rename the file: ") + qt_error_string(errno);
     published_ = result == Publish::Done;
     return result;
 }

@@ -20,13 +20,15 @@ class NewFile
     Q_DISABLE_COPY(NewFile)
 
 public:
-    /// Creates the temporary file in `folder`, which must exist; see isOpen().
+    /// Creates the temporary file in `folder`, which must exist; see isOpen() and error().
     explicit NewFile(const QString &folder);
     ~NewFile();
 
     [[nodiscard]] bool isOpen() const { return file_.isOpen(); }
     /// The open file, for writing. Owned by this object.
     [[nodiscard]] QFile &file() { return file_; }
+    /// What could not be done, with the system's reason; empty while all is well, also after Publish::Exists.
+    [[nodiscard]] const QString &error() const { return error_; }
 
     /// Closes the file and renames it to `path`, which lies in the same folder. After Publish::Exists it may
     /// be called again with another name.
@@ -34,7 +36,7 @@ public:
 
 private:
     QFile file_;
-    bool whole_ = true;
+    QString error_;
     bool published_ = false;
 };
 
@@ -48,5 +50,6 @@ enum class Durable {
 [[nodiscard]] Publish writeNewFile(const QString &path, const QByteArray &content,
                                    Durable durable = Durable::Later);
 
-/// Renames `from` to `to` in one step unless `to` exists. One implementation per platform.
+/// Renames `from` to `to` in one step unless `to` exists. After Publish::Failed errno says why. One
+/// implementation per platform.
 [[nodiscard]] Publish renameNoReplace(const QString &from, const QString &to);

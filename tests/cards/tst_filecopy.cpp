@@ -149,6 +149,19 @@ bool writeSparse(const QString &path, qint64 size, const QMap<qint64, QByteArray
     return true;
 }
 
+QString systemError(const char *what, int number)
+{
+    return QLatin1String(what) + QStringLiteral(": ") + qt_error_string(number);
+}
+
+/// What StagedCopy says of a copy of `source` to `destination` at its end.
+QString copyError(const QString &source, const QString &destination, const StopFlag &stop = StopFlag())
+{
+    StagedCopy copy(source, QFileInfo(destination).absolutePath(), stop);
+    const bool failed = copy.publish(destination) == Publish::Failed;
+    return failed == copy.error().isEmpty() ? QStringLiteral("neither a success nor a reason") : copy.error();
+}
+
 /// What a file takes up on its volume.
 qint64 allocated(const QString &path)
 {
@@ -380,6 +393,7 @@ void TestFileCopy::anExistingFileIsNeverOverwritten()
     StagedCopy staged(source, workspace.path(QStringLiteral("dst")), StopFlag());
     QVERIFY(staged.isWhole());
     QVERIFY(staged.publish(target) == Publish::Exists);
+    QCOMPARE(staged.error(), QString());
     QVERIFY(staged.publish(workspace.path(QStringLiteral("dst/C.MOV"))) == Publish::Done);
 
     QMap<QString, QByteArray> after = workspace.tree(QStringLiteral("."));
@@ -506,19 +520,22 @@ void TestFileCopy::holesAreKept()
 void TestFileCopy::aSourceThatCantBeCopied_data()
 {
     QTest::addColumn<QString>("source");
-    QTest::newRow("one that isn't there") << "nothing";
-    QTest::newRow("no name") << "";
-    QTest::newRow("a folder") << "folder";
-    QTest::newRow("a pipe without a writer") << "pipe";
-    QTest::newRow("a link to a pipe") << "link to pipe";
-    QTest::newRow("a link to itself") << "loop";
-    QTest::newRow("an endless device") << "/dev/zero";
-    QTest::newRow("a read error") << "/proc/self/mem";
+    QTest::addColumn<QString>("error");
+    const QString noFile = QStringLiteral("can't open the source: not a regular file");
+    QTest::newRow("one that isn't there") << "nothing" << systemError("can't open the source", ENOENT);
+    QTest::newRow("no name") << "" << noFile;
+    QTest::newRow("a folder") << "folder" << noFile;
+    QTest::newRow("a pipe without a writer") << "pipe" << noFile;
+    QTest::newRow("a link to a pipe") << "link to pipe" << noFile;
+    QTest::newRow("a link to itself") << "loop" << systemError("can't open the source", ELOOP);
+    QTest::newRow("an endless device") << "/dev/zero" << noFile;
+    QTest::newRow("a read error") << "/proc/self/mem" << systemError("can't read the source", EIO);
 }
 
 void TestFileCopy::aSourceThatCantBeCopied()
 {
     QFETCH(QString, source);
+    QFETCH(QString, error);
     const Workspace workspace;
     workspace.makeFolder(QStringLiteral("folder"));
     const QString pipe = workspace.path(QStringLiteral("pipe"));
@@ -532,6 +549,7 @@ void TestFileCopy::aSourceThatCantBeCopied()
     QElapsedTimer timer;
     timer.start();
     QVERIFY(copyNewFile(source, target + QStringLiteral("/B.MOV"), StopFlag()) == Publish::Failed);
+    QCOMPARE(copyError(source, target + QStringLiteral("/B.MOV")), error);
     QVERIFY(timer.elapsed() < 5000);
     QCOMPARE(filesBelow(target), QStringList());
 }
@@ -606,17 +624,20 @@ void TestFileCopy::aSourceWithoutPermission()
 
     bool readable = true;
     bool ended = false;
+    QString error;
     Publish result = Publish::Done;
     ImportRun import({1, card, workspace.path(QStringLiteral("dst")), {}, {}});
     withoutPrivileges([&] {
         QFile file(secret);
         readable = file.open(QIODevice::ReadOnly);
         result = copyNewFile(secret, workspace.path(QStringLiteral("C.MOV")), StopFlag());
+        error = copyError(secret, workspace.path(QStringLiteral("C.MOV")));
         ended = import.run();
     });
     if (readable)
         QSKIP("This user may read every file");
     QVERIFY(result == Publish::Failed);
+    QCOMPARE(error, systemError("can't open the source", EACCES));
     QVERIFY(!QFileInfo::exists(workspace.path(QStringLiteral("C.MOV"))));
     QVERIFY(ended);
     QCOMPARE(import.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 1/2 videos and 0/0 photos.")});
@@ -634,16 +655,19 @@ void TestFileCopy::aFolderWithoutPermission()
     QVERIFY(::chmod(QFile::encodeName(target).constData(), 0555) == 0);
 
     bool writable = true;
+    QString error;
     Publish result = Publish::Done;
     withoutPrivileges([&] {
         QFile probe(target + QStringLiteral("/probe"));
         writable = probe.open(QIODevice::WriteOnly);
         result = copyNewFile(source, target + QStringLiteral("/B.MOV"), StopFlag());
+        error = copyError(source, target + QStringLiteral("/B.MOV"));
     });
     QVERIFY(::chmod(QFile::encodeName(target).constData(), 0755) == 0);
     if (writable)
         QSKIP("This user may write everywhere");
     QVERIFY(result == Publish::Failed);
+    QCOMPARE(error, systemError("can't create a temporary file", EACCES));
     QCOMPARE(filesBelow(target), QStringList());
 }
 
@@ -653,6 +677,8 @@ void TestFileCopy::aDestinationFolderThatIsMissing()
     const QString source = workspace.write(QStringLiteral("A.MOV"), "video");
     QVERIFY(copyNewFile(source, workspace.path(QStringLiteral("missing/B.MOV")), StopFlag()) ==
             Publish::Failed);
+    QCOMPARE(copyError(source, workspace.path(QStringLiteral("missing/B.MOV"))),
+             systemError("can't create a temporary file", ENOENT));
     QCOMPARE(filesBelow(workspace.path()), QStringList{QStringLiteral("A.MOV")});
 }
 
@@ -660,8 +686,9 @@ void TestFileCopy::aNameThatIsTooLong()
 {
     const Workspace workspace;
     const QString source = workspace.write(QStringLiteral("A.MOV"), "video");
-    QVERIFY(copyNewFile(source, workspace.path(QString(300, QLatin1Char('x'))), StopFlag()) ==
-            Publish::Failed);
+    const QString target = workspace.path(QString(300, QLatin1Char('x')));
+    QVERIFY(copyNewFile(source, target, StopFlag()) == Publish::Failed);
+    QCOMPARE(copyError(source, target), systemError("can't rename the file", ENAMETOOLONG));
     QCOMPARE(filesBelow(workspace.path()), QStringList{QStringLiteral("A.MOV")});
 }
 
@@ -673,6 +700,8 @@ void TestFileCopy::aFullVolume()
     SKIP_UNLESS_MOUNTED(volume);
     QVERIFY(copyNewFile(source, workspace.path(QStringLiteral("dst/B.MOV")), StopFlag()) == Publish::Failed);
     QCOMPARE(filesBelow(workspace.path(QStringLiteral("dst"))), QStringList());
+    QCOMPARE(copyError(source, workspace.path(QStringLiteral("dst/B.MOV"))),
+             systemError("can't write the copy", ENOSPC));
     // The room is there again.
     const QString small = workspace.write(QStringLiteral("B.MOV"), recording(2 * mebibyte - 65536, 2));
     QVERIFY(copyNewFile(small, workspace.path(QStringLiteral("dst/B.MOV")), StopFlag()) == Publish::Done);
@@ -686,6 +715,7 @@ void TestFileCopy::aRaisedFlagCopiesNothing()
     StopFlag stop;
     stop.raise();
     QVERIFY(copyNewFile(source, workspace.path(QStringLiteral("B.MOV")), stop) == Publish::Failed);
+    QCOMPARE(copyError(source, workspace.path(QStringLiteral("B.MOV")), stop), QStringLiteral("stopped"));
     QCOMPARE(filesBelow(workspace.path()), QStringList{QStringLiteral("A.MOV")});
 }
 

@@ -369,6 +369,7 @@ void TestNewFile::anotherNameAfterOneThatWasTaken()
         NewFile file(workspace.path(folderName));
         QCOMPARE(file.file().write("new"), qint64(3));
         QCOMPARE(file.publish(workspace.path(QStringLiteral("out/a"))), Publish::Exists);
+        QCOMPARE(file.error(), QString());
         QCOMPARE(file.publish(workspace.path(QStringLiteral("out/b"))), Publish::Done);
     }
     QCOMPARE(workspace.tree(folderName),
@@ -460,6 +461,7 @@ void TestNewFile::fullVolume()
             file.file().write(QByteArray(1000, 'x'));
         QCOMPARE(file.publish(path), Publish::Failed);
         QCOMPARE(file.publish(path), Publish::Failed);
+        QCOMPARE(file.error(), QStringLiteral("can't write the file: ") + qt_error_string(ENOSPC));
     } else {
         QCOMPARE(writeNewFile(path, QByteArray(size, 'x')), Publish::Failed);
     }
