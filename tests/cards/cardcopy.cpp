@@ -9,6 +9,7 @@
 #include <QStringList>
 
 #include <cstdio>
+#include <sys/resource.h>
 
 namespace {
 
@@ -39,7 +40,17 @@ int publishOne(const QStringList &arguments)
     return 3;
 }
 
-/// CARD SOURCE TARGET TEMPLATE PROJECT N: imports a card and pauses at its N-th report.
+/// Lets the system kill this process at its next attempt to write past byte `bytes` of a file.
+void killPast(rlim_t bytes)
+{
+    const rlimit noCore = {0, 0};
+    const rlimit limit = {bytes, bytes};
+    ::setrlimit(RLIMIT_CORE, &noCore);
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+/// CARD SOURCE TARGET TEMPLATE PROJECT N BYTES: imports a card. From its N-th report on, the process is
+/// killed when it writes past byte BYTES of a file.
 int importCard(const QStringList &arguments)
 {
     ImportProjects projects;
@@ -52,11 +63,12 @@ int importCard(const QStringList &arguments)
                                     const QString &name) {
         Autopano::createPano(card, templatePath, take, name, loadSettings());
     };
-    const int pauseAt = arguments.at(5).toInt();
+    const int killFrom = arguments.at(5).toInt();
+    const rlim_t bytes = arguments.at(6).toULong();
     int reports = 0;
     const ProgressReport report = [&](const Progress &) {
-        if (++reports == pauseAt)
-            pause("reported");
+        if (++reports == killFrom)
+            killPast(bytes);
     };
     const StopFlag stop;
     MediaImport import(
@@ -71,7 +83,7 @@ int main(int argc, char *argv[])
 {
     const QCoreApplication app(argc, argv);
     QStringList arguments = QCoreApplication::arguments().mid(1);
-    if (arguments.size() == 7 && arguments.first() == QStringLiteral("import"))
+    if (arguments.size() == 8 && arguments.first() == QStringLiteral("import"))
         return importCard(arguments.mid(1));
     if (arguments.size() == 3 && arguments.first() == QStringLiteral("publish"))
         return publishOne(arguments.mid(1));

@@ -663,15 +663,15 @@ void TestAppController::anImportThatRunsPastThreeCopiesTheLog()
     AppController controller;
     CardReports reports(controller);
     import(controller, {cards.at(0), QString(), QString()}, workspace.path(QStringLiteral("first")));
-    // The second import's cards end one by one, so that one of them is seen to be the third.
-    std::mutex oneByOne;
-    reports.onReport = [&](int, const QString &text) {
-        if (text.startsWith(QStringLiteral("Copying"))) {
-            const std::lock_guard<std::mutex> lock(oneByOne);
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
+    // The fourth card to end waits until one of the others was the third.
+    const MessageLog log;
+    bool counted = false;
+    reports.onReport = [&](int card, const QString &text) {
+        if (card == 3 && text.startsWith(QStringLiteral("Copied 1/1")))
+            counted = QTest::qWaitFor([] { return doneLines() == 1; }, hangMilliseconds);
     };
     import(controller, cards, workspace.path(QStringLiteral("second")));
+    QVERIFY(counted);
     QVERIFY(QFileInfo::exists(workspace.path(QStringLiteral("second/") + logName)));
 }
 
@@ -761,15 +761,28 @@ void TestAppController::closingDuringALargeImport()
     const QString target = workspace.path(QStringLiteral("dst"));
 
     AppController controller;
-    const CardReports reports(controller);
+    CardReports reports(controller);
+    // Each card waits before its second large file, so that none has ended when the others are stopped.
+    std::atomic<int> large[3] = {};
+    std::atomic<int> waiting{0};
+    std::atomic<bool> stopped{false};
+    reports.onReport = [&](int card, const QString &text) {
+        if (!text.startsWith(QStringLiteral("Copying")) || !text.contains(QStringLiteral("LARGE")) ||
+            ++large[card - 1] != 2)
+            return;
+        ++waiting;
+        while (!stopped)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    };
     controller.copyFiles(cards.at(0), cards.at(1), cards.at(2), target, {}, {});
     QElapsedTimer timer;
     timer.start();
     // Until something stands whole and something else is in the middle.
-    while ((visibleBelow(target).isEmpty() || unfinishedBytes(target) < 8 * mebibyte) &&
+    while ((visibleBelow(target).isEmpty() || unfinishedBytes(target) < 8 * mebibyte) && waiting < 3 &&
            timer.elapsed() < hangMilliseconds)
         std::this_thread::yield();
     controller.stopJobs();
+    stopped = true;
     timer.restart();
     QVERIFY(AppController::waitForJobs(hangMilliseconds));
     QVERIFY2(timer.elapsed() < closingMilliseconds, qPrintable(QString::number(timer.elapsed())));
