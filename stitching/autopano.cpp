@@ -24,14 +24,20 @@ QString replaced(QString text, const QString &before, const QString &after)
     return text.replace(before, after);
 }
 
+/// A "/" in the project's name is part of the take's folder: the project lies there too.
+QString bareFileName(const QString &file)
+{
+    return file.section(QLatin1Char('/'), -1);
+}
+
 /// The file names of the three cameras' copies of the video take `takeFile`, as the import names them.
 CameraFiles cameraVideos(const QString &takeFile, const QString &name)
 {
     CameraFiles files;
     for (std::size_t i = 0; i < files.size(); ++i) {
         const QString suffix = QStringLiteral("_cam") + QString::number(i + 1) + videoExtension;
-        files[i] = replaced(takeFile, videoExtension,
-                            name.isEmpty() ? suffix : (QStringLiteral("_%1") + suffix).arg(name));
+        files[i] = bareFileName(replaced(
+            takeFile, videoExtension, name.isEmpty() ? suffix : (QStringLiteral("_%1") + suffix).arg(name)));
     }
     return files;
 }
@@ -43,11 +49,11 @@ CameraFiles cameraPhotos(const QString &takeFile, const QString &extension, cons
     CameraFiles files;
     for (std::size_t i = 0; i < files.size(); ++i) {
         const QString camera = QStringLiteral("_cam") + QString::number(i + 1);
-        files[i] =
+        files[i] = bareFileName(
             replaced(takeFile, extension,
                      name.isEmpty()
                          ? camera + extension
-                         : (QStringLiteral("_%1") + camera + QStringLiteral("%2")).arg(name).arg(extension));
+                         : (QStringLiteral("_%1") + camera + QStringLiteral("%2")).arg(name).arg(extension)));
     }
     return files;
 }

@@ -301,6 +301,11 @@ void TestAutopano::videoNames_data()
         {"%1%2_n_cam1.MOV", "%1%2_n_cam2.MOV", "%1%2_n_cam3.MOV"}, "%1%2_rendered.kava");
     row("a name that XML escapes", "day/A.MOV", "<\"&'>", "day/A_<\"&'>_autopano.kava",
         {"A_<\"&'>_cam1.MOV", "A_<\"&'>_cam2.MOV", "A_<\"&'>_cam3.MOV"}, "A_rendered.kava");
+    row("a name with slashes: the files lie beside the project", "day/A.MOV", "x/y/reef",
+        "day/A_x/y/reef_autopano.kava", {"reef_cam1.MOV", "reef_cam2.MOV", "reef_cam3.MOV"},
+        "A_rendered.kava");
+    row("a name that ends in a slash", "day/A.MOV", "reef/", "day/A_reef/_autopano.kava",
+        {"_cam1.MOV", "_cam2.MOV", "_cam3.MOV"}, "A_rendered.kava");
 }
 
 void TestAutopano::videoNames()
@@ -360,6 +365,8 @@ void TestAutopano::photoNames_data()
         {"img.dng", "img.dng", "img.dng"});
     row("a placeholder in the name is filled too", "day/A.JPG", "a%2b", "day/A_a.JPGb_giga.JPG.pano",
         {"A_a.JPGb_cam1.JPG", "A_a.JPGb_cam2.JPG", "A_a.JPGb_cam3.JPG"});
+    row("a name with slashes: the files lie beside the project", "day/A.DNG", "x/y/reef",
+        "day/A_x/y/reef_giga.DNG.pano", {"reef_cam1.DNG", "reef_cam2.DNG", "reef_cam3.DNG"});
 }
 
 void TestAutopano::photoNames()
