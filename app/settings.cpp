@@ -33,6 +33,13 @@ bool isOurs(const QString &key)
                        [&key](const Default &entry) { return key == QLatin1String(entry.key); });
 }
 
+/// Whether `sent` is `stored` as the view sends it back: JavaScript has fewer types, so a list of texts comes
+/// back as a list of values and an integer as a double.
+bool isSameValue(const QVariant &stored, QVariant sent)
+{
+    return sent.convert(stored.userType()) && sent == stored;
+}
+
 /// Every QSettings of one path in a process works on the same values, entry by entry: without it a load would
 /// see half of what another thread stores.
 std::mutex valuesMutex;
@@ -54,13 +61,13 @@ QVariantMap loadSettings()
     QVariantMap settings;
     const QStringList keys = file.allKeys();
     for (const QString &key : keys) {
-        // A comma that was typed into the file by hand makes a list, an "@" anything. What another version of
-        // the program has written stays what it is.
-        const QVariant value = file.value(key);
-        if (value.type() == QVariant::StringList)
-            settings.insert(key, value.toStringList().join(QLatin1Char(',')));
-        else
-            settings.insert(key, isOurs(key) ? QVariant(value.toString()) : value);
+        QVariant value = file.value(key);
+        // The program's own values are text, but an unquoted comma in the file makes a list, and an "@" any
+        // type.
+        if (isOurs(key))
+            value = value.type() == QVariant::StringList ? value.toStringList().join(QLatin1Char(','))
+                                                         : value.toString();
+        settings.insert(key, value);
     }
     return settings;
 }
@@ -69,7 +76,11 @@ void storeSettings(const QVariantMap &settings)
 {
     const std::lock_guard<std::mutex> lock(valuesMutex);
     QSettings file(getIniFilePath(), QSettings::IniFormat);
-    for (auto entry = settings.cbegin(); entry != settings.cend(); ++entry)
-        file.setValue(entry.key(), entry.value());
+    for (auto entry = settings.cbegin(); entry != settings.cend(); ++entry) {
+        // What another version of the program has written keeps its type.
+        if (isOurs(entry.key()) || !file.contains(entry.key()) ||
+            !isSameValue(file.value(entry.key()), entry.value()))
+            file.setValue(entry.key(), entry.value());
+    }
     file.sync();
 }

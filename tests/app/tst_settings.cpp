@@ -5,6 +5,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QJSEngine>
 #include <QSettings>
 #include <QSize>
 
@@ -65,6 +66,16 @@ Texts stored(const Workspace &workspace)
     return result;
 }
 
+/// Stands for the object that the view calls.
+class SettingsForView : public QObject
+{
+    Q_OBJECT
+
+public:
+    Q_INVOKABLE QVariantMap getSettings() { return loadSettings(); }
+    Q_INVOKABLE void updateSettings(const QVariantMap &settings) { storeSettings(settings); }
+};
+
 } // namespace
 
 Q_DECLARE_METATYPE(Texts)
@@ -83,6 +94,10 @@ private slots:
     void store();
     void textsSurvive_data();
     void textsSurvive();
+    void otherKeysSurviveTheView_data();
+    void otherKeysSurviveTheView();
+    void theViewChangesAnotherKey_data();
+    void theViewChangesAnotherKey();
     void handMadeKeyGoesRoundTrip();
     void fileThatCannotBeWritten();
     void theFileIsReadAfresh();
@@ -216,6 +231,79 @@ void TestSettings::textsSurvive()
     const Workspace workspace;
     storeSettings({{QStringLiteral("Serialnumber"), text}});
     QCOMPARE(loadSettings().value(QStringLiteral("Serialnumber")), QVariant(text));
+}
+
+void TestSettings::otherKeysSurviveTheView_data()
+{
+    QTest::addColumn<QByteArray>("line");
+
+    const auto row = [](const char *title, const QByteArray &line) { QTest::newRow(title) << line; };
+    row("a list", "Mine=a, b");
+    row("a list of numbers", "Mine=1, 2, 3");
+    row("a list with an empty text", R"(Mine=a, "", b)");
+    row("a list of quoted texts", R"(Mine="a, b", "c;d")");
+    row("a text with a comma", R"(Mine="a, b")");
+    row("quotes", R"(Mine="\"a\" \\ b")");
+    row("letters beyond ASCII", R"(Mine=\xe4\x4e2d)");
+    row("a key with letters beyond ASCII", "%C3%A4%U4E2D=1");
+    row("an empty text", "Mine=");
+    row("a text that looks like a number", "Mine=007.10");
+    row("a text that begins with an at sign", "Mine=@@Size");
+    row("no value", "Mine=@Invalid()");
+    row("bytes", R"(Mine=@ByteArray(a\0\xff))");
+    row("a size", "Mine=@Size(700 920)");
+    row("a rectangle", "Mine=@Rect(1 2 3 4)");
+    row("an integer of 64 bits", R"(Mine=@Variant(\0\0\0\x4\0\0\0\0\0\0\0*))");
+    row("a float", R"(Mine=@Variant(\0\0\0\x87?\x80\0\0))");
+    row("a list of one text", R"(Mine=@Variant(\0\0\0\t\0\0\0\x1\0\0\0\n\0\0\0\x2\0\x61))");
+    row("a date", R"(Mine=@DateTime(\0\0\0\x10\0\0\0\0\0\0%\x8b\x8a\0\0\0\0\x1))");
+    row("a group", "\n[Other]\nMine=a, b\nYours=1");
+}
+
+void TestSettings::otherKeysSurviveTheView()
+{
+    QFETCH(QByteArray, line);
+
+    const Workspace workspace;
+    storeSettings(loadSettings());
+    workspace.write(settingsFile, workspace.read(settingsFile) + line + '\n');
+    // Qt writes the keys in an order of its own.
+    QSettings(getIniFilePath(), QSettings::IniFormat).setValue(QStringLiteral("AppVersion"), 1);
+    const QByteArray before = workspace.read(settingsFile);
+
+    QJSEngine engine;
+    engine.globalObject().setProperty(QStringLiteral("app"), engine.newQObject(new SettingsForView));
+    const QJSValue result = engine.evaluate(QStringLiteral(
+        "var settings = app.getSettings(); settings.Camera1Yaw = '-0'; app.updateSettings(settings)"));
+    QVERIFY2(!result.isError(), qPrintable(result.toString()));
+    QCOMPARE(workspace.read(settingsFile), before);
+}
+
+void TestSettings::theViewChangesAnotherKey_data()
+{
+    QTest::addColumn<QVariant>("before");
+    QTest::addColumn<QVariant>("after");
+
+    const QStringList list = {"a", "b"};
+    QTest::newRow("a text") << QVariant("a") << QVariant("b");
+    QTest::newRow("a list's element") << QVariant(list) << QVariant(QStringList{"a", "c"});
+    QTest::newRow("a list's length") << QVariant(list) << QVariant(QStringList{"a", "b", "c"});
+    QTest::newRow("a list becomes a text") << QVariant(list) << QVariant("a,b");
+    QTest::newRow("a number") << QVariant(QSize(1, 2)) << QVariant(QSize(1, 3));
+    QTest::newRow("another type") << QVariant(QSize(1, 2)) << QVariant("1 2");
+}
+
+void TestSettings::theViewChangesAnotherKey()
+{
+    QFETCH(QVariant, before);
+    QFETCH(QVariant, after);
+
+    const Workspace workspace;
+    const QString key = QStringLiteral("Mine");
+    storeSettings({{key, before}});
+    QCOMPARE(loadSettings().value(key), before);
+    storeSettings({{key, after}});
+    QCOMPARE(loadSettings().value(key), after);
 }
 
 void TestSettings::handMadeKeyGoesRoundTrip()
