@@ -102,10 +102,7 @@ class Angles(testing.WindowTest):
         return _LABELS[key[7:]] + key[6]
 
     def wait_fields(self, popup, wanted):
-        try:
-            self.wait_until(lambda: self.fields(popup) == wanted, 10, "the angles")
-        except TimeoutError:
-            self.assertEqual(self.fields(popup), wanted)
+        self.wait_equal(lambda: self.fields(popup), wanted, 10)
 
     def leave(self, popup, button):
         popup.press(button)
@@ -124,7 +121,7 @@ class Angles(testing.WindowTest):
         popup.type(SERIAL, "K360-8")
         self.leave(popup, "Save")
         wanted = dict(edits, Serialnumber="K360-8", OverwriteAngles="1", RadiansAngles="0")
-        self.wait_until(lambda: self.file() == wanted, 5, "the settings file")
+        self.wait_equal(self.file, wanted)
         popup = self.change()
         self.assertEqual(self.fields(popup), wanted)
         self.leave(popup, "Cancel")
@@ -136,7 +133,7 @@ class Angles(testing.WindowTest):
         popup.check(OVERWRITE, False)
         self.leave(popup, "Save")
         wanted = dict(STORED, OverwriteAngles="0", RadiansAngles="1")
-        self.wait_until(lambda: self.file() == wanted, 5, "the settings file")
+        self.wait_equal(self.file, wanted)
         popup = self.change()
         self.assertEqual(self.fields(popup), wanted)
         # Without the overwrite box neither the fields nor the other box can be changed.
@@ -178,7 +175,7 @@ class Angles(testing.WindowTest):
         self.assertEqual(self.fields(popup), STORED)
         popup.press("Defaults")
         self.leave(popup, "Save")
-        self.wait_until(lambda: self.file() == wanted, 5, "the settings file")
+        self.wait_equal(self.file, wanted)
 
     def test_downloaded_angles_are_kept_and_used(self):
         self.prepare_import()
@@ -212,7 +209,7 @@ class Angles(testing.WindowTest):
         self.wait_until(lambda: "Response: <html>down</html>" in self.program.messages(), 5, "the answer in the log")
         self.assertEqual(self.fields(popup), STORED)
         self.assertEqual(self.file(), STORED)
-        self.assertIsNone(self.window._search(self.window.frame, "label", "Info", None))
+        self.assertFalse(self.window.shows("Info"))
         self.leave(popup, "Cancel")
         self.assertEqual(self.exit(self.window), 0)
 

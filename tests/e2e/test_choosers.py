@@ -27,26 +27,14 @@ class Choosers(testing.WindowTest):
         window.press(button)
         FileDialog(self.program, title).choose(path)
 
-    def choices(self, window):
-        return [window.choice("Card {}".format(card)) for card in (1, 2, 3)]
-
     def wait_choices(self, window, wanted):
-        try:
-            self.wait_until(lambda: self.choices(window) == wanted, 5, "the cards")
-        except TimeoutError:
-            self.assertEqual(self.choices(window), wanted)
+        self.wait_equal(lambda: self.choices(window), wanted)
 
     def wait_folder(self, window, wanted):
-        try:
-            self.wait_until(lambda: window.text("Folder") == wanted, 5, "the folder")
-        except TimeoutError:
-            self.assertEqual(window.text("Folder"), wanted)
+        self.wait_equal(lambda: window.text("Folder"), wanted)
 
     def wait_template(self, window, wanted):
-        try:
-            self.wait_until(lambda: window.choice("Template") == wanted, 5, "the template")
-        except TimeoutError:
-            self.assertEqual(window.choice("Template"), wanted)
+        self.wait_equal(lambda: window.choice("Template"), wanted)
 
     def test_a_chosen_destination_is_used(self):
         chosen = self.new_folder("50% of the reef")
@@ -114,7 +102,7 @@ class Choosers(testing.WindowTest):
         for name, data in (("Mine.kava", template), ("Mine.jpg", self.sample("Rig.jpg"))):
             recordings.write(mine, name, data)
         window = self.start()
-        self.assertEqual(window.choice("Template"), "Installed")
+        self.wait_template(window, "Installed")
         path = os.path.join(mine, "Mine.kava")
         self.choose(window, "Template ...", TEMPLATE, path)
         self.wait_template(window, path)

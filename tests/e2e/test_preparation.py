@@ -146,12 +146,7 @@ class Preparation(testing.WindowTest):
         return Popup(window, "check box", ERASE)
 
     def wait_status(self, window, wanted):
-        def status():
-            return [window.progress(card) for card in (1, 2, 3)]
-        try:
-            self.wait_until(lambda: status() == wanted, 20, "the preparation")
-        except TimeoutError:
-            self.assertEqual(status(), wanted)
+        self.wait_equal(lambda: self.progress(window), wanted, 20)
 
 
 if __name__ == "__main__":

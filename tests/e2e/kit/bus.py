@@ -15,7 +15,7 @@ _VALUE = "org.a11y.atspi.Value"
 _ACTIVE = 1
 _CHECKED = 4
 _SCREEN = 0
-_TIMEOUT_MS = 10000
+_TIMEOUT_MS = 30000
 
 
 @functools.lru_cache(maxsize=None)

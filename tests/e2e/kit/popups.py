@@ -3,7 +3,6 @@
 import subprocess
 import time
 
-from . import bus
 from .window import Window, wait_until
 
 
@@ -57,7 +56,6 @@ class FileDialog:
 
     def choose(self, path):
         """Types the path, which may be of a folder or of a file."""
-        wait_until(lambda: self.window.find("text"), 5, "the dialog's field")
         self.window.type(None, path)
         self._end("Return")
 
@@ -69,9 +67,4 @@ class FileDialog:
         wait_until(lambda: not self._frame(), 5, "the dialog {!r} to close".format(self.title))
 
     def _frame(self):
-        for application in bus.desktop().children():
-            if self.program._is_ours(application.process()):
-                for frame in application.children():
-                    if frame.name() == self.title and frame.is_active():
-                        return frame
-        return None
+        return next((frame for frame in self.program.frames() if frame.name() == self.title and frame.is_active()), None)

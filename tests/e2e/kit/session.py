@@ -20,7 +20,6 @@ MODE = "KELPORA_CARDS"
 _INSIDE = "KELPORA_SESSION"
 _REASON = "KELPORA_NO_SESSION"
 
-_LAUNCHERS = ("/usr/libexec/at-spi-bus-launcher", "/usr/lib/at-spi2-core/at-spi-bus-launcher")
 _OWN_PROCESSES = ["--pid", "--fork", "--kill-child", "--mount-proc"]
 _MOUNT_WRAPPERS = [
     ["unshare", "--mount"] + _OWN_PROCESSES,
@@ -72,15 +71,11 @@ def _missing(screen):
         return []
     tools = ["dbus-daemon", "Xvfb", "openbox", "xdotool", "import", "convert"]
     missing = [tool for tool in tools if not shutil.which(tool)]
-    if not _launcher():
-        missing.append("at-spi-bus-launcher")
+    if not os.path.exists("/usr/share/dbus-1/services/org.a11y.Bus.service"):
+        missing.append("at-spi2-core")
     if subprocess.run([sys.executable, "-c", "import gi"], stderr=subprocess.DEVNULL).returncode != 0:
         missing.append("gi for " + sys.executable)
     return missing
-
-
-def _launcher():
-    return next((path for path in _LAUNCHERS if os.access(path, os.X_OK)), None)
 
 
 def _mount_wrapper():
@@ -156,11 +151,13 @@ def _start(screen, size):
         "dbus-daemon", "--session", "--nofork", "--print-address", out])
     quiet = {"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
     subprocess.Popen(["openbox"], **quiet)
-    subprocess.Popen([_launcher(), "--launch-immediately"], **quiet)
-    from . import bus
-    # By its answer the accessibility bus is written down on the screen, which must not be reset when its first
-    # client goes. A toolkit that has to ask for the address may use the bus too early and never shows up.
+    from . import bus, window
+    # The question starts the accessibility bus, whose address is a property of the screen by the time of the answer. A
+    # toolkit that has to ask for the address may use the bus too early and never shows up.
     bus.address()
+    # A window that is there before its manager never gets the keyboard.
+    window.wait_until(lambda: subprocess.run(["xdotool", "get_desktop"], **quiet).returncode == 0, 10,
+                      "the window manager")
 
 
 def _answer(what, command):

@@ -15,8 +15,9 @@ _SUMMARY = re.compile(r"Copied (\d+)/(\d+) videos and (\d+)/(\d+) photos\.$")
 
 
 def closing_bound():
-    """Seconds within which a closed program must have ended, whatever it was doing."""
-    return 6 if os.environ.get("KELPORA_SANITIZED") else 2
+    """Seconds within which a closed program must have ended, whatever it was doing; more where others are busy."""
+    busy = max(1, os.getloadavg()[0] / os.cpu_count())
+    return busy * (6 if os.environ.get("KELPORA_SANITIZED") else 2)
 
 
 class WindowTest(unittest.TestCase):
@@ -53,10 +54,25 @@ class WindowTest(unittest.TestCase):
             window.type("Project Name", project)
         return window
 
+    def wait_equal(self, get, wanted, seconds=5):
+        """Waits until `get()` returns `wanted`; fails with the difference if it never does."""
+        try:
+            self.wait_until(lambda: get() == wanted, seconds, wanted)
+        except TimeoutError:
+            self.assertEqual(get(), wanted)
+
+    def choices(self, window):
+        """What the three cards' drop-downs show."""
+        return [window.choice("Card {}".format(card)) for card in (1, 2, 3)]
+
+    def progress(self, window):
+        """What stands below the three cards' bars."""
+        return [window.progress(card) for card in (1, 2, 3)]
+
     def summaries(self, window, seconds=30):
         """Waits until every card has ended; returns what it said."""
         def ended():
-            texts = [window.progress(card) for card in (1, 2, 3)]
+            texts = self.progress(window)
             return texts if all(text.startswith("Error") or _SUMMARY.match(text) for text in texts) else None
         return self.wait_until(ended, seconds, "the end of the import")
 

@@ -6,8 +6,8 @@ import time
 
 from . import bus
 
-# Sanitized builds are several times slower.
-SLOW = 4 if os.environ.get("KELPORA_SANITIZED") else 1
+# Sanitized builds are several times slower, and other programs may be busy.
+SLOW = 12 if os.environ.get("KELPORA_SANITIZED") else 3
 
 
 def wait_until(condition, seconds, what):
@@ -91,12 +91,12 @@ class Program:
     def _find_window(self):
         if not self.is_running():
             raise RuntimeError("The program ended at its start:\n" + self.errors())
-        for application in bus.desktop().children():
-            if self._is_ours(application.process()):
-                for frame in application.children():
-                    if frame.is_active():
-                        return Window(frame)
-        return None
+        return next((Window(frame) for frame in self.frames() if frame.is_active()), None)
+
+    def frames(self):
+        """The program's windows and dialogs on the accessibility bus."""
+        return [frame for application in bus.desktop().children() if self._is_ours(application.process())
+                for frame in application.children()]
 
     def _is_ours(self, pid):
         """Whether that is the process that was started, or the program that it runs."""
@@ -117,13 +117,11 @@ class Window:
         self._found = {}
 
     def find(self, role, name=None, description=None):
-        """The control of a role ("push button") and an accessible name or description."""
+        """The control of a role ("push button") and an accessible name or description, once it is there."""
         key = (role, name, description)
         if key not in self._found:
-            self._found[key] = self._search(self.frame, *key)
-        if self._found[key] is None:
-            del self._found[key]
-            raise LookupError("No {} named {!r} in the window".format(role, name or description))
+            self._found[key] = wait_until(lambda: self._search(self.frame, *key), 5,
+                                          "a {} named {!r}".format(role, name or description))
         return self._found[key]
 
     def press(self, button):
@@ -150,6 +148,7 @@ class Window:
     def type(self, field, text):
         """Replaces the text of a field from the keyboard."""
         self.click("text", field)
+        self._wait_active()
         _xdotool("key", "ctrl+a", "BackSpace")
         if text:
             _xdotool("type", "--delay", "5", text)
@@ -165,6 +164,7 @@ class Window:
     def choose(self, box, place):
         """Chooses the entry at `place` (0, ...) of a drop-down from the keyboard."""
         self.click("combo box", box)
+        self._wait_active()
         _xdotool("key", "Home", *["Down"] * place, "Return")
 
     def is_checked(self, box):
@@ -203,11 +203,16 @@ class Window:
 
     def close(self):
         """Closes the window from the keyboard, through the window manager."""
+        self._wait_active()
         _xdotool("key", "alt+F4")
 
     def screenshot(self, path):
         place = "{2}x{3}+{0}+{1}".format(*self.frame.place())
         subprocess.run(["import", "-silent", "-window", "root", "-crop", place, "+repage", path], check=True)
+
+    def _wait_active(self):
+        """Waits until the window has the keyboard: its manager gives it a moment after a click or a closed dialog."""
+        wait_until(self.frame.is_active, 5, "the keyboard")
 
     def _labels(self, accessible=None):
         accessible = accessible or self.frame
