@@ -1,4 +1,4 @@
 #include "app/version.h"
 
 const QString app_name = QStringLiteral("Kelpora 360");
-const QString app_version = QStringLiteral("1.8.0");
+const QString app_version = QStringLiteral(KELPORA_VERSION);
