@@ -19,24 +19,24 @@ QString text(const fs::path &path)
     return QString::fromStdString(path.u8string());
 }
 
-/// Whether a name survives the way through text, by which everything else names the file.
-bool isText(const std::string &name)
+/// Whether a name is valid UTF-8. Another one would be a different name once it is a QString.
+bool isValidUtf8(const std::string &name)
 {
     return QString::fromStdString(name).toStdString() == name;
 }
 
-/// Whether a link, or what else has the name, is a regular file at its end.
+/// Whether a link, or anything else of that name, leads to a regular file.
 bool leadsToFile(const fs::path &path, CardListing *listing)
 {
     std::error_code error;
     const fs::file_type type = fs::status(path, error).type();
-    // A link in a circle leads nowhere, as one whose end is missing.
+    // A link that leads back to itself leads nowhere, like one whose target is missing.
     if (type == fs::file_type::none && error != std::errc::too_many_symbolic_link_levels)
         listing->unreadable.append(text(path));
     return type == fs::file_type::regular;
 }
 
-/// A folder that is being listed, and the entry to come.
+/// A folder that is being listed, and its next entry.
 struct Folder
 {
     fs::path path;
@@ -48,21 +48,23 @@ struct Folder
 CardFile::CardFile(const QString &filePath)
     : path(filePath)
 {
-    // The toolkit would turn the time into a local one, which takes longer than all else here.
+    // QFileInfo converts the time to local time, which takes longer than everything else here.
     const fs::path file = fs::u8path(path.toStdString());
     std::error_code error;
     size = static_cast<qint64>(fs::file_size(file, error));
     modified = static_cast<qint64>(fs::last_write_time(file, error).time_since_epoch().count());
 }
 
-bool CardFile::isUnchanged() const
+CardFile::Change CardFile::change() const
 {
     const CardFile now(path);
-    return now.size == size && now.modified == modified;
+    if (now.size != size)
+        return Change::Size;
+    return now.modified == modified ? Change::None : Change::Time;
 }
 
-// Qt's own iterator passes over a folder that it can't read, and over names that are no text, without a word;
-// an import must not say that it copied everything then.
+// Qt's own iterator skips folders that it can't read, and names that are not valid UTF-8, without an error;
+// an import would say that it copied everything.
 CardListing listCard(const QString &root, const StopFlag &stop)
 {
     CardListing listing;
@@ -70,7 +72,7 @@ CardListing listCard(const QString &root, const StopFlag &stop)
     const auto enter = [&](const fs::path &path) {
         std::error_code error;
         open.push_back({path, fs::directory_iterator(path, error)});
-        // The folder that a file system keeps for itself is root's alone.
+        // Only root may read the folder that ext4 keeps for itself.
         const bool ownFolder = path.filename() == "lost+found" && open.size() == 2;
         if (error && !(ownFolder && error == std::errc::permission_denied))
             listing.unreadable.append(text(path));
@@ -92,10 +94,10 @@ CardListing listCard(const QString &root, const StopFlag &stop)
             continue;
         std::error_code unknown;
         const fs::file_type type = fs::symlink_status(entry.path(), unknown).type();
-        if (!isText(name) || type == fs::file_type::none) {
+        if (!isValidUtf8(name) || type == fs::file_type::none) {
             listing.unreadable.append(text(entry.path()));
         } else if (type == fs::file_type::not_found) {
-            // The card is gone, with all entries that were read ahead: one line for them will do.
+            // The card is gone, with all entries that were read ahead; one line is enough for them.
             const QString folder = text(open.back().path);
             if (!listing.unreadable.endsWith(folder))
                 listing.unreadable.append(folder);

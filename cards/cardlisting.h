@@ -13,9 +13,15 @@ struct CardFile
     qint64 size = 0;     ///< in bytes; -1 if it can't be told
     qint64 modified = 0; ///< on the clock of the file system
 
+    /// What is different now.
+    enum class Change {
+        None,
+        Time, ///< and not the size
+        Size, ///< or there is no such file
+    };
+
     explicit CardFile(const QString &filePath);
-    /// False when the path leads to another file now, or to none, or the file has changed.
-    [[nodiscard]] bool isUnchanged() const;
+    [[nodiscard]] Change change() const;
 };
 
 /// What is on a card.
@@ -23,7 +29,7 @@ struct CardListing
 {
     QVector<CardFile> files; ///< all regular files, links to such included, in the system's order
     /// Folders that could not be listed to their end, and what is not known to be no recording: names that
-    /// are no valid text, and entries that don't tell what they are.
+    /// are no valid UTF-8, and entries that don't tell what they are.
     QStringList unreadable;
 };
 

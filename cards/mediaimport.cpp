@@ -2,44 +2,18 @@
 
 #include "cards/drives.h"
 #include "cards/filecopy.h"
+#include "platform/volumewatch.h"
 
 #include <QDebug>
+#include <QFile>
 #include <QFileInfo>
 
 #include <exception>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 namespace {
-
-const QString videoExtension = QStringLiteral(".MOV");
-const QString rawExtension = QStringLiteral(".DNG");
-const QString jpegExtension = QStringLiteral(".JPG");
-
-/// What replaces a file's extension in its names. The placeholders are filled one after another, so a
-/// project name with a percent sign and a digit takes part in the later ones.
-struct Patterns
-{
-    QString extension;
-    QString suffix;    ///< of the copy
-    QString clashCopy; ///< of the copy when the name is taken, "%1" stands for the number
-    QString clashTake; ///< of the take when the name is taken, "%1" stands for the number
-};
-
-Patterns videoPatterns(int card, const QString &projectName)
-{
-    return {videoExtension,
-            projectName.isEmpty() ? QStringLiteral("_cam%1.MOV").arg(card)
-                                  : QStringLiteral("_%1_cam%2.MOV").arg(projectName).arg(card),
-            QStringLiteral("-%1_cam") + QString::number(card) + videoExtension, QStringLiteral("-%1.MOV")};
-}
-
-Patterns photoPatterns(int card, const QString &projectName, const QString &extension)
-{
-    return {extension,
-            projectName.isEmpty() ? QStringLiteral("_cam%1%2").arg(card).arg(extension)
-                                  : QStringLiteral("_%1_cam%2%3").arg(projectName).arg(card).arg(extension),
-            QStringLiteral("-%1_cam") + QString::number(card) + extension, QStringLiteral("-%1") + extension};
-}
 
 QString summary(int videosCopied, int videos, int photosCopied, int photos)
 {
@@ -50,24 +24,88 @@ QString summary(int videosCopied, int videos, int photosCopied, int photos)
         .arg(photos);
 }
 
-void createFolderOf(const QString &path)
+/// Creates the folder in which `path` lies. Returns the system's reason if that fails.
+QString createFolderOf(const QString &path)
 {
-    const QString folder = QFileInfo(path).absolutePath();
-    if (!QFileInfo::exists(folder))
-        QDir().mkpath(folder);
+    std::error_code error;
+    std::filesystem::create_directories(std::filesystem::u8path(QFileInfo(path).absolutePath().toStdString()),
+                                        error);
+    return error ? QString::fromLocal8Bit(error.message().c_str()) : QString();
+}
+
+/// Whether two files can be read and hold the same bytes.
+bool sameContent(const QString &first, const QString &second, const StopFlag &stop)
+{
+    constexpr qint64 pieceSize = qint64{1} << 20;
+    QFile a(first);
+    QFile b(second);
+    if (!a.open(QIODevice::ReadOnly | QIODevice::Unbuffered) ||
+        !b.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+        return false;
+    QByteArray piece;
+    do {
+        piece = a.read(pieceSize);
+        if (stop.isRaised() || piece != b.read(pieceSize))
+            return false;
+    } while (!piece.isEmpty());
+    return a.error() == QFileDevice::NoError && b.error() == QFileDevice::NoError;
 }
 
 } // namespace
+
+/// A kind of recording: how its files are named and counted, and what is written beside a copy.
+struct MediaImport::Kind
+{
+    enum class Count {
+        Videos,
+        Photos,
+    };
+    QString extension; ///< in capitals; files in small letters are no recordings
+    Count count;
+    bool preview = false;
+    ImportProjects::Writer ImportProjects::*writeProject = nullptr;
+
+    /// What replaces the extension in the copy's name. The placeholders are filled one after another, so a
+    /// project name with a percent sign and a digit takes part in the later ones.
+    [[nodiscard]] QString suffix(int card, const QString &projectName) const
+    {
+        if (projectName.isEmpty())
+            return QStringLiteral("_cam%1").arg(card) + extension;
+        if (count == Count::Videos)
+            return (QStringLiteral("_%1_cam%2") + extension).arg(projectName).arg(card);
+        return QStringLiteral("_%1_cam%2%3").arg(projectName).arg(card).arg(extension);
+    }
+};
+
+const QVector<MediaImport::Kind> &MediaImport::kinds()
+{
+    static const QVector<Kind> all = {
+        {QStringLiteral(".MOV"), Kind::Count::Videos, true, &ImportProjects::writeVideoProject},
+        {QStringLiteral(".DNG"), Kind::Count::Photos, false, &ImportProjects::writePhotoProject},
+        {QStringLiteral(".JPG"), Kind::Count::Photos, false, &ImportProjects::writePhotoProject},
+    };
+    return all;
+}
+
+const MediaImport::Kind *MediaImport::kindOf(const QString &path)
+{
+    for (const Kind &kind : kinds()) {
+        if (path.endsWith(kind.extension))
+            return &kind;
+    }
+    return nullptr;
+}
 
 /// The names of one file in the destination: the path that it is copied to and the take that it belongs to.
 class MediaImport::TakeNames
 {
 public:
-    TakeNames(QString targetPath, Patterns patterns)
+    TakeNames(QString targetPath, const Kind &kind, int card, const QString &projectName)
         : targetPath_(std::move(targetPath))
-        , patterns_(std::move(patterns))
+        , extension_(kind.extension)
+        , card_(card)
         , takePath_(targetPath_)
-        , copyPath_(with(patterns_.suffix))
+        , copyPath_(with(kind.suffix(card, projectName)))
     {
     }
 
@@ -79,18 +117,19 @@ public:
     void advance()
     {
         ++number_;
-        copyPath_ = with(patterns_.clashCopy.arg(number_));
-        takePath_ = with(patterns_.clashTake.arg(number_));
+        copyPath_ = with(QStringLiteral("-%1_cam%2").arg(number_).arg(card_) + extension_);
+        takePath_ = with(QStringLiteral("-%1").arg(number_) + extension_);
     }
 
 private:
     [[nodiscard]] QString with(const QString &suffix) const
     {
-        return QString(targetPath_).replace(patterns_.extension, suffix);
+        return QString(targetPath_).replace(extension_, suffix);
     }
 
     QString targetPath_;
-    Patterns patterns_;
+    QString extension_;
+    int card_;
     QString takePath_;
     QString copyPath_;
     int number_ = 0;
@@ -147,6 +186,7 @@ QString MediaImport::invalidReason() const
 
 QVector<CardFile> MediaImport::listFiles()
 {
+    anotherCard_ = watchForAnotherVolume(request_.sourceDir);
     const CardListing listing = listCard(request_.sourceDir, stop_);
     for (const QString &path : listing.unreadable)
         qWarning().noquote() << QStringLiteral("Card %1: can't read %2.").arg(request_.card).arg(path);
@@ -156,68 +196,93 @@ QVector<CardFile> MediaImport::listFiles()
 
 void MediaImport::copyListed(const CardFile &file, int position, int totalFiles, Counts *counts)
 {
-    const QString &path = file.path;
-    releaseHeld();
-    report_({0, totalFiles + 1, position, QStringLiteral("Copying ") + path});
-    holding_ = position >= totalFiles - 1;
-    const QDir source(request_.sourceDir);
-    const QDir target(request_.targetDir);
-    int copied = 0;
-    if (path.endsWith(videoExtension)) {
-        copied = copyVideoFile(path, position + 1, totalFiles, source, target);
-        ++counts->videos;
-        counts->videosCopied += copied;
-    } else if (path.endsWith(rawExtension) || path.endsWith(jpegExtension)) {
-        copied = copyPhotoFile(path, position + 1, totalFiles, source, target);
-        ++counts->photos;
-        counts->photosCopied += copied;
-    }
-    // Cameras number alike: another card in the reader has recordings of the same names.
-    if (copied > 0 && !file.isUnchanged()) {
+    sendDeferred();
+    report_({0, totalFiles + 1, position, QStringLiteral("Copying ") + file.path});
+    deferring_ = position >= totalFiles - 1;
+    const Kind *kind = kindOf(file.path);
+    if (kind == nullptr)
+        return;
+    const QString copy = copyRecording(*kind, file.path, position + 1, totalFiles, QDir(request_.sourceDir),
+                                       QDir(request_.targetDir));
+    const bool video = kind->count == Kind::Count::Videos;
+    ++(video ? counts->videos : counts->photos);
+    if (copy.isEmpty())
+        return;
+    ++(video ? counts->videosCopied : counts->photosCopied);
+    if (!holdsWhatWasListed(file, copy)) {
         changed_ = true;
         qWarning().noquote()
-            << QStringLiteral("Card %1: changed since the card was listed: ").arg(request_.card) + path;
+            << QStringLiteral("Card %1: changed since the card was listed: ").arg(request_.card) + file.path;
     }
+}
+
+/// Whether `copyPath`, a copy of the size that the source has now, holds the recording that was listed.
+bool MediaImport::holdsWhatWasListed(const CardFile &file, const QString &copyPath)
+{
+    switch (file.change()) {
+    case CardFile::Change::None:
+        return true;
+    case CardFile::Change::Time:
+        // Cameras number alike: another card in the reader has recordings of the same names, maybe sizes.
+        return !anotherCard_() && sameContent(file.path, copyPath, stop_);
+    case CardFile::Change::Size:
+        break;
+    }
+    return false;
 }
 
 int MediaImport::copyVideoFile(const QString &sourcePath, int fileIndex, int totalFiles,
                                const QDir &sourceDirectory, const QDir &targetDirectory)
 {
-    QString targetPath = targetDirectory.absoluteFilePath(sourceDirectory.relativeFilePath(sourcePath));
-    targetPath.replace(QStringLiteral(".mov"), videoExtension);
-    TakeNames names(targetPath, videoPatterns(request_.card, request_.projectName));
-    int copied = copyTake(sourcePath, &names);
-    if (copied > 0)
-        copied = checkSizes(sourcePath, names.copyPath(), fileIndex, totalFiles);
-    if (!request_.templatePath.isEmpty() && (copied > 0 || !stop_.isRaised())) {
-        placePicture(names.copyPath());
-        writeProject(projects_.writeVideoProject, names.takePath());
-    }
-    return copied;
+    const Kind &kind = *kindOf(QStringLiteral(".MOV"));
+    const QString copy =
+        copyRecording(kind, sourcePath, fileIndex, totalFiles, sourceDirectory, targetDirectory);
+    return copy.isEmpty() ? 0 : 1;
 }
 
 int MediaImport::copyPhotoFile(const QString &sourcePath, int fileIndex, int totalFiles,
                                const QDir &sourceDirectory, const QDir &targetDirectory)
 {
-    const QString extension = sourcePath.endsWith(rawExtension) ? rawExtension : jpegExtension;
-    TakeNames names(targetDirectory.absoluteFilePath(sourceDirectory.relativeFilePath(sourcePath)),
-                    photoPatterns(request_.card, request_.projectName, extension));
-    int copied = copyTake(sourcePath, &names);
-    if (copied > 0)
-        copied = checkSizes(sourcePath, names.copyPath(), fileIndex, totalFiles);
-    if (!request_.templatePath.isEmpty() && (copied > 0 || !stop_.isRaised()))
-        writeProject(projects_.writePhotoProject, names.takePath());
-    return copied;
+    const bool raw = sourcePath.endsWith(QStringLiteral(".DNG"));
+    const Kind &kind = *kindOf(raw ? QStringLiteral(".DNG") : QStringLiteral(".JPG"));
+    const QString copy =
+        copyRecording(kind, sourcePath, fileIndex, totalFiles, sourceDirectory, targetDirectory);
+    return copy.isEmpty() ? 0 : 1;
 }
 
-/// Copies the file under the first of its names that is free; 1 when it stands there.
-int MediaImport::copyTake(const QString &sourcePath, TakeNames *names)
+/// Copies one recording and has written what belongs to it. Returns the copy's path; an empty one if there is
+/// none of the source's size.
+QString MediaImport::copyRecording(const Kind &kind, const QString &sourcePath, int fileIndex, int totalFiles,
+                                   const QDir &sourceDirectory, const QDir &targetDirectory)
+{
+    QString targetPath = targetDirectory.absoluteFilePath(sourceDirectory.relativeFilePath(sourcePath));
+    if (kind.count == Kind::Count::Videos)
+        targetPath.replace(kind.extension.toLower(), kind.extension);
+    TakeNames names(targetPath, kind, request_.card, request_.projectName);
+    const bool copied =
+        copyTake(sourcePath, &names) && checkSizes(sourcePath, names.copyPath(), fileIndex, totalFiles);
+    if (!request_.templatePath.isEmpty() && (copied || !stop_.isRaised())) {
+        if (kind.preview)
+            placePicture(names.copyPath(), kind.extension);
+        if (kind.writeProject != nullptr)
+            (projects_.*kind.writeProject)(request_.card, request_.templatePath, names.takePath(),
+                                           request_.projectName);
+    }
+    return copied ? names.copyPath() : QString();
+}
+
+/// Copies the file under the first of its names that is free.
+bool MediaImport::copyTake(const QString &sourcePath, TakeNames *names)
 {
     createFolderOf(names->targetPath());
     while (QFileInfo::exists(names->copyPath()))
         names->advance();
     // An extension inside a folder's name is rewritten too, which gives the copy a folder of its own.
-    createFolderOf(names->copyPath());
+    const QString noFolder = createFolderOf(names->copyPath());
+    if (!noFolder.isEmpty()) {
+        logFailure(sourcePath, names->copyPath(), QStringLiteral("can't create the folder: ") + noFolder);
+        return false;
+    }
 
     const QString folder = QFileInfo(names->copyPath()).absolutePath();
     flush_.watch(folder);
@@ -230,56 +295,63 @@ int MediaImport::copyTake(const QString &sourcePath, TakeNames *names)
         createFolderOf(names->copyPath());
         result = copy.publish(names->copyPath());
     }
-    if (result != Publish::Done)
-        return 0;
+    if (result != Publish::Done) {
+        logFailure(sourcePath, names->copyPath(), copy.error());
+        return false;
+    }
     written_.append(names->copyPath());
-    return 1;
+    return true;
 }
 
-int MediaImport::checkSizes(const QString &sourcePath, const QString &copyPath, int fileIndex, int totalFiles)
+/// Logs each cause once, with the first recording that it kept from being copied. A full disk would fill the
+/// log otherwise.
+void MediaImport::logFailure(const QString &sourcePath, const QString &copyPath, const QString &cause)
+{
+    if (!stop_.isRaised() && ++failures_[cause] == 1)
+        qWarning().noquote() << QStringLiteral("Card %1: could not copy %2 to %3: %4")
+                                    .arg(QString::number(request_.card), sourcePath, copyPath, cause);
+}
+
+bool MediaImport::checkSizes(const QString &sourcePath, const QString &copyPath, int fileIndex,
+                             int totalFiles)
 {
     if (QFileInfo(sourcePath).size() == QFileInfo(copyPath).size()) {
         qInfo().noquote() << QStringLiteral("Card %1: copied file %2.").arg(request_.card).arg(sourcePath);
-        tell({0, totalFiles, fileIndex, QStringLiteral("Copied %1 correctly.").arg(sourcePath)});
-        return 1;
+        send({0, totalFiles, fileIndex, QStringLiteral("Copied %1 correctly.").arg(sourcePath)});
+        return true;
     }
     // Both placeholders take the card's number; the path then finds none.
     qWarning().noquote()
         << QStringLiteral("Card %1: File size for %1 doesn't match after copy.").arg(request_.card);
-    tell({0, totalFiles, fileIndex,
+    send({0, totalFiles, fileIndex,
           QStringLiteral("Warning: File size for %1 doesn't match after copy.").arg(sourcePath)});
-    return 0;
+    return false;
 }
 
 /// Puts a preview beside the video, if the template or the templates folder has one.
-void MediaImport::placePicture(const QString &videoPath)
+void MediaImport::placePicture(const QString &videoPath, const QString &extension)
 {
     QString picture = QString(request_.templatePath).replace(QStringLiteral(".kava"), QStringLiteral(".jpg"));
     if (!QFileInfo::exists(picture))
         picture = projects_.fallbackPicture();
-    const QString target = QString(videoPath).replace(videoExtension, QStringLiteral(".MOV.jpg"));
+    const QString target = QString(videoPath).replace(extension, extension + QStringLiteral(".jpg"));
     if (copyNewFile(picture, target, stop_) == Publish::Done)
         written_.append(target);
 }
 
-void MediaImport::writeProject(const ImportProjects::Writer &writer, const QString &takePath) const
+void MediaImport::send(const Progress &progress)
 {
-    writer(request_.card, request_.templatePath, takePath, request_.projectName);
-}
-
-void MediaImport::tell(const Progress &progress)
-{
-    if (holding_)
-        held_.append(progress);
+    if (deferring_)
+        deferredReports_.append(progress);
     else
         report_(progress);
 }
 
-void MediaImport::releaseHeld()
+void MediaImport::sendDeferred()
 {
-    for (const Progress &progress : qAsConst(held_))
+    for (const Progress &progress : qAsConst(deferredReports_))
         report_(progress);
-    held_.clear();
+    deferredReports_.clear();
 }
 
 /// The one end of an import that began: the summary is given only for what is on disk.
@@ -289,8 +361,16 @@ bool MediaImport::finish(const Counts &counts)
     QStringList gone;
     const Flushed flushed = flush_.finish(written_, stop_, &gone);
     for (const QString &path : qAsConst(gone))
-        qWarning().noquote() << QStringLiteral("Card %1: ").arg(request_.card) +
-                                    QStringLiteral("no longer where it was put: ") + path;
+        qWarning().noquote() << QStringLiteral("Card %1: moved or deleted during the import: %2")
+                                    .arg(QString::number(request_.card), path);
+    for (auto one = failures_.cbegin(); one != failures_.cend(); ++one) {
+        if (one.value() > 1)
+            qWarning().noquote() << QStringLiteral("Card %1: %2 recordings could not be copied: %3")
+                                        .arg(QString::number(request_.card), QString::number(one.value()),
+                                             one.key());
+    }
+    if (!stop_.isRaised())
+        sendDeferred();
     if (stop_.isRaised() || flushed == Flushed::Failed) {
         const QString reason = stop_.isRaised()
                                    ? QStringLiteral("Stopped after ")
@@ -299,7 +379,6 @@ bool MediaImport::finish(const Counts &counts)
         report_({0, 1, 1, QStringLiteral("Error: ") + reason + copied});
         return !stop_.isRaised();
     }
-    releaseHeld();
     qInfo().noquote() << QStringLiteral("Card %1: copied ").arg(request_.card) + copied;
     QStringList text;
     if (!wholeCardSeen_)
@@ -307,7 +386,7 @@ bool MediaImport::finish(const Counts &counts)
     if (changed_)
         text << QStringLiteral("The card was changed meanwhile.");
     if (flushed == Flushed::AllThatIsThere)
-        text << QStringLiteral("Not every copy is where it was put.");
+        text << QStringLiteral("Some copies were moved or deleted during the import.");
     if (!text.isEmpty())
         text.prepend(QStringLiteral("Error:"));
     text << QStringLiteral("Copied ") + copied;

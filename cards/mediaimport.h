@@ -5,6 +5,7 @@
 #include "platform/volumeflush.h"
 
 #include <QDir>
+#include <QMap>
 #include <QStringList>
 #include <QVector>
 
@@ -61,6 +62,7 @@ public:
                       const QDir &targetDirectory);
 
 private:
+    struct Kind;
     class TakeNames;
     struct Counts
     {
@@ -70,17 +72,22 @@ private:
         int photosCopied = 0;
     };
 
+    [[nodiscard]] static const QVector<Kind> &kinds();
+    [[nodiscard]] static const Kind *kindOf(const QString &path);
     bool importCard();
     [[nodiscard]] QString invalidReason() const;
     [[nodiscard]] QVector<CardFile> listFiles();
     void copyListed(const CardFile &file, int position, int totalFiles, Counts *counts);
-    int copyTake(const QString &sourcePath, TakeNames *names);
-    [[nodiscard]] int checkSizes(const QString &sourcePath, const QString &copyPath, int fileIndex,
-                                 int totalFiles);
-    void placePicture(const QString &videoPath);
-    void writeProject(const ImportProjects::Writer &writer, const QString &takePath) const;
-    void tell(const Progress &progress);
-    void releaseHeld();
+    QString copyRecording(const Kind &kind, const QString &sourcePath, int fileIndex, int totalFiles,
+                          const QDir &sourceDirectory, const QDir &targetDirectory);
+    bool copyTake(const QString &sourcePath, TakeNames *names);
+    void logFailure(const QString &sourcePath, const QString &copyPath, const QString &cause);
+    [[nodiscard]] bool checkSizes(const QString &sourcePath, const QString &copyPath, int fileIndex,
+                                  int totalFiles);
+    [[nodiscard]] bool holdsWhatWasListed(const CardFile &file, const QString &copyPath);
+    void placePicture(const QString &videoPath, const QString &extension);
+    void send(const Progress &progress);
+    void sendDeferred();
     bool finish(const Counts &counts);
 
     ImportRequest request_;
@@ -88,11 +95,13 @@ private:
     ProgressReport report_;
     const StopFlag &stop_;
     VolumeFlush flush_;
+    std::function<bool()> anotherCard_; ///< whether another one may have taken the card's place
     QStringList written_;
+    QMap<QString, int> failures_; ///< by cause, the number of recordings that could not be copied
     bool wholeCardSeen_ = true;
     bool changed_ = false; ///< a recording was no longer the one that was listed
     /// The reports of the last two files have a value at or past its maximum, by which the view takes the
-    /// card for idle. They are held back until the next file begins, or everything is on disk.
-    bool holding_ = false;
-    QVector<Progress> held_;
+    /// card for idle. They are deferred until the next file begins, or everything is on disk.
+    bool deferring_ = false;
+    QVector<Progress> deferredReports_;
 };

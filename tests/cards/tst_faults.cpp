@@ -18,6 +18,7 @@
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <functional>
 #include <memory>
 #include <sys/stat.h>
 #include <thread>
@@ -45,7 +46,13 @@ Recordings videos(int count, int size)
     return recordings;
 }
 
+using FileEvent = std::function<bool(const QString &path)>;
+using VolumeEvent = std::function<bool(const Workspace &workspace, TestVolume &target)>;
+
 } // namespace
+
+Q_DECLARE_METATYPE(FileEvent)
+Q_DECLARE_METATYPE(VolumeEvent)
 
 class TestFaults : public QObject
 {
@@ -70,6 +77,10 @@ private slots:
     void aCardThatDropsOutWhileItIsListed();
     void anotherCardInTheSamePlace_data();
     void anotherCardInTheSamePlace();
+    void aRecordingThatChangesMeanwhile_data();
+    void aRecordingThatChangesMeanwhile();
+    void theLogSaysWhyNothingWasCopied_data();
+    void theLogSaysWhyNothingWasCopied();
     void aCardPulledBetweenTwoRecordings();
     void aCardPulledDuringARecording();
     void aCardThatIsWriteProtected();
@@ -312,11 +323,10 @@ void TestFaults::copiesThatAreMovedAway()
     const MessageLog log;
     QVERIFY(worker.run());
     QVERIFY(moved);
-    QCOMPARE(
-        worker.finalReports(),
-        QStringList{"0 1 1 Error: Not every copy is where it was put. Copied 3/3 videos and 0/0 photos."});
+    QCOMPARE(worker.finalReports(), QStringList{"0 1 1 Error: Some copies were moved or deleted during the "
+                                                "import. Copied 3/3 videos and 0/0 photos."});
     const QStringList named = MessageLog::lines(QStringLiteral("warning"))
-                                  .filter(QStringLiteral("Card 1: no longer where it was put: "));
+                                  .filter(QStringLiteral("Card 1: moved or deleted during the import: "));
     QCOMPARE(named.size(), all ? 2 : 1);
     QVERIFY(named.constFirst().contains(what));
 }
@@ -374,6 +384,10 @@ void TestFaults::aDiskThatFailsLate()
     QVERIFY(import.run());
     QCOMPARE(import.finalReports().size(), 1);
     const QString last = import.finalReports().constFirst();
+    QCOMPARE(import.reports().last(), last);
+    // Also the reports that wait for the disk are sent when it fails.
+    const QStringList correct = import.reports().filter(QStringLiteral(" correctly."));
+    QVERIFY2(last.contains(QStringLiteral(" %1/").arg(correct.size())), qPrintable(last));
     if (good) {
         QCOMPARE(last, QStringLiteral("0 1 1 Copied %1/%1 videos and 0/0 photos.").arg(files));
     } else {
@@ -475,6 +489,139 @@ void TestFaults::anotherCardInTheSamePlace()
     const QStringList named = MessageLog::lines(QStringLiteral("warning"))
                                   .filter(QStringLiteral("Card 1: changed since the card was listed: "));
     QCOMPARE(named.size(), text.startsWith(QLatin1String("Error")) ? 2 : 0);
+}
+
+void TestFaults::aRecordingThatChangesMeanwhile_data()
+{
+    QTest::addColumn<QString>("report"); // of the second of four recordings, with which it changes
+    QTest::addColumn<FileEvent>("event");
+    QTest::addColumn<bool>("told");
+    const FileEvent touch = [](const QString &path) {
+        QFile file(path);
+        return file.open(QIODevice::ReadWrite) &&
+               file.setFileTime(QDateTime::currentDateTime().addSecs(10), QFileDevice::FileModificationTime);
+    };
+    const auto write = [touch](const QByteArray &content, QIODevice::OpenMode mode) {
+        return FileEvent([=](const QString &path) {
+            QFile file(path);
+            const bool written = file.open(mode) && file.write(content) == content.size();
+            file.close();
+            return written && touch(path);
+        });
+    };
+    const FileEvent replace = [write](const QString &path) {
+        return QFile::remove(path) && write(QByteArray(2000, 'a'), QIODevice::WriteOnly)(path);
+    };
+    // Another folder with the same names and sizes takes the place of the card's.
+    const FileEvent swapCards = [write](const QString &path) {
+        const QDir card = QFileInfo(path).dir();
+        const QString away = card.path() + QStringLiteral("-away");
+        bool swapped = QDir().rename(card.path(), away) && QDir().mkpath(card.path());
+        for (const QString &name : QDir(away).entryList(QDir::Files))
+            swapped = swapped && write(QByteArray(2000, 'b'), QIODevice::WriteOnly)(card.filePath(name));
+        return swapped;
+    };
+    const QString before = QStringLiteral("Copying ");
+    const QString after = QStringLiteral("Copied ");
+    QTest::newRow("touched before it is copied") << before << touch << false;
+    QTest::newRow("touched after it was copied") << after << touch << false;
+    QTest::newRow("replaced by the same content") << after << replace << false;
+    QTest::newRow("other content of the same size, before it is copied")
+        << before << write(QByteArray(2000, 'b'), QIODevice::WriteOnly) << false;
+    QTest::newRow("other content of the same size, after it was copied")
+        << after << write(QByteArray(2000, 'b'), QIODevice::WriteOnly) << true;
+    QTest::newRow("longer before it is copied") << before << write("b", QIODevice::Append) << true;
+    QTest::newRow("longer after it was copied") << after << write("b", QIODevice::Append) << true;
+    QTest::newRow("deleted after it was copied")
+        << after << FileEvent([](const QString &path) { return QFile::remove(path); }) << true;
+    QTest::newRow("another card's of the same size") << before << swapCards << true;
+}
+
+void TestFaults::aRecordingThatChangesMeanwhile()
+{
+    QFETCH(QString, report);
+    QFETCH(FileEvent, event);
+    QFETCH(bool, told);
+    const Workspace workspace;
+    for (int i = 0; i < 4; ++i)
+        workspace.write(QStringLiteral("card/CLIP%1.MOV").arg(i), QByteArray(2000, 'a'));
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    QString path;
+    bool happened = false;
+    import.onReport = [&](const Progress &progress) {
+        if (progress.value == 2 && progress.text.startsWith(QStringLiteral("Copying "))) path =
+            progress.text.section(QLatin1Char(' '), 1, 1);
+    if (!happened && !path.isEmpty() && progress.text.startsWith(report + path))
+        happened = event(path);
+};
+QVERIFY(import.run());
+QVERIFY(happened);
+QCOMPARE(import.finalReports(),
+         QStringList{QStringLiteral("0 1 1 ") +
+                     (told ? QStringLiteral("Error: The card was changed meanwhile. ") : QString()) +
+                     QStringLiteral("Copied 4/4 videos and 0/0 photos.")});
+}
+
+void TestFaults::theLogSaysWhyNothingWasCopied_data()
+{
+    QTest::addColumn<QString>("folder"); // of the recordings on the card
+    QTest::addColumn<VolumeEvent>("prepare");
+    QTest::addColumn<QString>("cause");
+    QTest::newRow("a folder that can't be made")
+        << QStringLiteral("DCIM/") << VolumeEvent([](auto &space, auto &) {
+               return !space.write(QStringLiteral("dst/DCIM"), "a file").isEmpty();
+           })
+        << QStringLiteral("can't create the folder: Not a directory");
+    QTest::newRow("a full disk") << QString() << VolumeEvent([](auto &space, auto &) {
+        QFile filler(space.path(QStringLiteral("dst/filler")));
+        return filler.open(QIODevice::WriteOnly | QIODevice::Unbuffered) &&
+               filler.write(QByteArray(2 * mebibyte, 'x')) < 2 * mebibyte;
+    }) << QStringLiteral("can't write the copy: No space left on device");
+    QTest::newRow("a volume that is read-only")
+        << QString() << VolumeEvent([](auto &, auto &volume) { return volume.makeReadOnly(); })
+        << QStringLiteral("can't create a temporary file: Read-only file system");
+    QTest::newRow("a folder that is not ours") << QString() << VolumeEvent([](auto &space, auto &) {
+        return ::chmod(QFile::encodeName(space.path(QStringLiteral("dst"))).constData(), 0555) == 0;
+    }) << QStringLiteral("can't create a temporary file: Permission denied");
+    QTest::newRow("a name that is too long")
+        << QString(243, QLatin1Char('x')) << VolumeEvent([](auto &, auto &) { return true; })
+        << QStringLiteral("can't rename the file: File name too long");
+    QTest::newRow("a card that can't be read") << QString() << VolumeEvent([](auto &space, auto &) {
+        bool linked = true;
+        for (const QString &file : filesBelow(space.path(QStringLiteral("card")))) {
+            const QString path = space.path(QStringLiteral("card/") + file);
+            linked = linked && QFile::remove(path) && QFile::link(QStringLiteral("/proc/self/mem"), path);
+        }
+        return linked;
+    }) << QStringLiteral("can't read the source: Input/output error");
+}
+
+void TestFaults::theLogSaysWhyNothingWasCopied()
+{
+    QFETCH(QString, folder);
+    QFETCH(VolumeEvent, prepare);
+    QFETCH(QString, cause);
+    const Workspace workspace;
+    for (int i = 0; i < 3; ++i)
+        workspace.write(QStringLiteral("card/%1CLIP%2.MOV").arg(folder).arg(i), recording(100000, 1));
+    TestVolume target(workspace.path(QStringLiteral("dst")), 1024);
+    SKIP_UNLESS_MOUNTED(target);
+    QVERIFY(prepare(workspace, target));
+    ImportRun import(
+        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    const MessageLog log;
+    {
+        const PlainUser user;
+        QVERIFY(import.run());
+    }
+    QCOMPARE(import.finalReports(), QStringList{"0 1 1 Copied 0/3 videos and 0/0 photos."});
+    const QString first = import.reports().constFirst().section(QLatin1Char(' '), 4);
+    const QString copy = workspace.path(QStringLiteral("dst/")) +
+                         copyName(QDir(workspace.path(QStringLiteral("card"))).relativeFilePath(first));
+    QCOMPARE(MessageLog::lines(QStringLiteral("warning")),
+             (QStringList{QStringLiteral("Card 1: could not copy %1 to %2: %3").arg(first, copy, cause),
+                          QStringLiteral("Card 1: 3 recordings could not be copied: ") + cause}));
 }
 
 void TestFaults::aCardPulledBetweenTwoRecordings()

@@ -560,6 +560,10 @@ void TestMediaImport::logOfOneCard()
     for (const QString &file : inCardOrder(card)) {
         if (file.endsWith(QStringLiteral("A %1.MOV")) || file.endsWith(QStringLiteral("B.JPG")))
             expected.append(QStringLiteral("info: Card 2: copied file ") + file + QLatin1Char('.'));
+        else if (file.endsWith(QStringLiteral("BAD.MOV")))
+            expected.append(QStringLiteral("warning: Card 2: could not copy %1 to %2: can't read the source: "
+                                           "Input/output error")
+                                .arg(file, workspace.path(QStringLiteral("dst/DCIM/BAD_cam2.MOV"))));
     }
     expected.append(QStringLiteral("info: Card 2: copied 1/2 videos and 1/1 photos."));
     QCOMPARE(MessageLog::lines(), expected);

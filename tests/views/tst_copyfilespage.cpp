@@ -687,7 +687,8 @@ void TestCopyFilesPage::endsThatAreLong_data()
     for (const char *text :
          {"Error: Part of the card could not be read. Copied 1234/1235 videos and 2345/2346 photos.",
           "Error: The destination reports a write error after 1234/1235 videos and 2345/2346 photos.",
-          "Error: Not every copy is where it was put. Copied 1234/1235 videos and 2345/2346 photos."})
+          "Error: Some copies were moved or deleted during the import. Copied 1234/1235 videos and 2345/2346 "
+          "photos."})
         QTest::newRow(text) << QString::fromLatin1(text);
     QTest::newRow("a download's") << QStringLiteral(
         "Error: The controller did not send all data. Older files were kept. Wrote 412 records to 3 files in "
