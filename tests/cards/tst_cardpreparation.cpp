@@ -1,6 +1,5 @@
 #include "app/appcontroller.h"
 #include "cards/cardpreparation.h"
-#include "platform/removetree.h"
 #include "tests/support/messagelog.h"
 #include "tests/support/plainuser.h"
 #include "tests/support/testmain.h"
@@ -212,26 +211,6 @@ bool link(const QString &target, const QString &path)
     return ::symlink(QFile::encodeName(target).constData(), QFile::encodeName(path).constData()) == 0;
 }
 
-/// Nests `levels` folders named `name` below `root`, each with a file; deeper than any path is long.
-bool nest(const QString &root, int levels, const QByteArray &name, mode_t mode)
-{
-    int folder = ::open(QFile::encodeName(root).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    for (int level = 0; folder >= 0 && level < levels; ++level) {
-        const int file = ::openat(folder, "file", O_WRONLY | O_CREAT | O_CLOEXEC, 0400);
-        const bool made = file >= 0 && ::mkdirat(folder, name.constData(), 0700) == 0;
-        ::close(file);
-        const int next = made ? ::openat(folder, name.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1;
-        if (level > 0)
-            static_cast<void>(::fchmod(folder, mode));
-        ::close(folder);
-        folder = next;
-    }
-    if (folder < 0)
-        return false;
-    ::close(folder);
-    return true;
-}
-
 } // namespace
 
 class TestCardPreparation : public QObject
@@ -266,8 +245,6 @@ private slots:
     void nothingIsWrittenThroughALink();
     void readOnlyFilesAndFolders_data();
     void readOnlyFilesAndFolders();
-    void deepTrees_data();
-    void deepTrees();
     void names_data();
     void names();
     void manyEntries_data();
@@ -811,37 +788,6 @@ void TestCardPreparation::readOnlyFilesAndFolders()
     prepare(1, medium.root(), true, false);
     QCOMPARE(workspace.tree(QStringLiteral("card")), markers(1));
     QCOMPARE(rawNames(medium.root()).size(), 4);
-}
-
-void TestCardPreparation::deepTrees_data()
-{
-    QTest::addColumn<QString>("kind");
-    QTest::addColumn<int>("levels");
-    QTest::addColumn<QByteArray>("name");
-    QTest::addColumn<int>("mode");
-    for (const char *kind : {"folder", "tmpfs", "ext4"}) {
-        QTest::addRow("1,000 levels, %s", kind) << kind << 1000 << QByteArray("d") << 0755;
-        QTest::addRow("1,000 read-only levels, %s", kind) << kind << 1000 << QByteArray("DCIM") << 0555;
-        QTest::addRow("5,000 levels of long names, %s", kind) << kind << 5000 << QByteArray(200, 'n') << 0755;
-    }
-    QTest::newRow("1,000 levels, exfat") << "exfat" << 1000 << QByteArray("d") << 0755;
-}
-
-void TestCardPreparation::deepTrees()
-{
-    QFETCH(QString, kind);
-    QFETCH(int, levels);
-    QFETCH(QByteArray, name);
-    QFETCH(int, mode);
-    const Workspace workspace;
-    const Card medium(workspace, kind);
-    SKIP_UNLESS_MOUNTED(medium);
-    const PlainUser user;
-    QVERIFY(nest(medium.root(), levels, name, mode_t(mode)));
-    QVERIFY(rawNames(medium.root()).contains(name));
-    prepare(1, medium.root(), true, false);
-    QCOMPARE(rawNames(medium.root()),
-             (QList<QByteArray>{".disable_osx_metadata", ".metadata_never_index", "360_01", "AutoRun.inf"}));
 }
 
 void TestCardPreparation::names_data()
