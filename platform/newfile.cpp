@@ -1,11 +1,14 @@
 #include "platform/newfile.h"
 
 #include "platform/filesync.h"
+#include "platform/unsupported.h"
 
 #include <QFileInfo>
 #include <QRandomGenerator>
 
 #include <cerrno>
+#include <cstdio>
+#include <mutex>
 
 namespace {
 
@@ -16,6 +19,28 @@ QString temporaryName(const QString &folder)
 {
     const quint64 number = QRandomGenerator::system()->generate64();
     return folder + QStringLiteral("/.kelpora360-%1.part").arg(number, 16, 16, QLatin1Char('0'));
+}
+
+/// After Publish::Failed errno says why.
+Publish renameUnlessTaken(const QString &from, const QString &to)
+{
+    const QByteArray source = QFile::encodeName(from);
+    const QByteArray target = QFile::encodeName(to);
+    if (renameExclusively(source.constData(), target.constData()))
+        return Publish::Done;
+    if (errno == EEXIST)
+        return Publish::Exists;
+    if (!isUnsupported(errno))
+        return Publish::Failed;
+    // The volume has only the plain rename, which replaces (exFAT through FUSE). The lock keeps the imports
+    // of this program apart; a name that another program takes between the look and the rename is replaced.
+    static std::mutex mutex;
+    const std::lock_guard<std::mutex> lock(mutex);
+    const QFileInfo taken(to);
+    if (taken.exists() || taken.isSymLink())
+        return Publish::Exists;
+    // QFile would copy where it can't rename, and leave a part of the file there when it is ended.
+    return std::rename(source.constData(), target.constData()) == 0 ? Publish::Done : Publish::Failed;
 }
 
 } // namespace
@@ -52,7 +77,7 @@ Publish NewFile::publish(const QString &path)
     }
     if (!error_.isEmpty())
         return Publish::Failed;
-    const Publish result = renameNoReplace(file_.fileName(), path);
+    const Publish result = renameUnlessTaken(file_.fileName(), path);
     if (result == Publish::Failed)
         error_ = QStringLiteral("can't rename the file: ") + qt_error_string(errno);
     published_ = result == Publish::Done;

@@ -13,8 +13,9 @@ enum class Publish {
 /// A file that appears under its final name whole or not at all.
 ///
 /// It is written under a hidden temporary name in the folder where it will stand. publish() gives it its
-/// name and never replaces a file that stands there, also when another process takes the name at the same
-/// moment. A file that is not published is removed on destruction.
+/// name and never replaces a file that stands there, also when another thread takes the name at the same
+/// moment, or another process where the volume has exclusive renames or hard links. A file that is not
+/// published is removed on destruction.
 class NewFile
 {
     Q_DISABLE_COPY(NewFile)
@@ -50,6 +51,7 @@ enum class Durable {
 [[nodiscard]] Publish writeNewFile(const QString &path, const QByteArray &content,
                                    Durable durable = Durable::Later);
 
-/// Renames `from` to `to` in one step unless `to` exists. After Publish::Failed errno says why. One
-/// implementation per platform.
-[[nodiscard]] Publish renameNoReplace(const QString &from, const QString &to);
+/// Renames the file `from` to `to`, both encoded, in one step unless `to` exists. False with errno: EEXIST,
+/// or one for which isUnsupported() holds where the volume knows no such renaming. One implementation per
+/// platform.
+[[nodiscard]] bool renameExclusively(const char *from, const char *to);
