@@ -1,12 +1,9 @@
 #include "platform/copycontent.h"
 #include "platform/stopflag.h"
-#include "platform/volumeflush.h"
 
 #include <QDateTime>
 #include <QFile>
 #include <QFileDevice>
-
-#include <algorithm>
 
 CopyResult copyContent(QFile &source, QFile &target, const StopFlag &stop)
 {
@@ -27,16 +24,4 @@ void copyAttributes(QFile &source, QFile &target)
 {
     target.setPermissions(source.permissions());
     target.setFileTime(source.fileTime(QFileDevice::FileModificationTime), QFileDevice::FileModificationTime);
-}
-
-VolumeFlush::~VolumeFlush() = default;
-
-void VolumeFlush::watch(const QString & /*folder*/) {}
-
-Flushed VolumeFlush::finish(const QStringList &files, const StopFlag &stop, QStringList * /*gone*/) const
-{
-    // No portable call flushes a file; that it is still there can be seen.
-    const auto isThere = [](const QString &path) { return QFile::exists(path); };
-    return !stop.isRaised() && std::all_of(files.cbegin(), files.cend(), isThere) ? Flushed::All
-                                                                                  : Flushed::Failed;
 }

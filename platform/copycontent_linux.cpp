@@ -1,9 +1,8 @@
 #include "platform/copycontent.h"
 #include "platform/stopflag.h"
-#include "platform/volumeflush.h"
+#include "platform/writeback_linux.h"
 
 #include <QFile>
-#include <QFileInfo>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,7 +12,6 @@
 #include <sys/ioctl.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace {
@@ -118,46 +116,6 @@ private:
     bool readFailed_ = false;
 };
 
-/// The next stretch of data at or after `from`; up to the end of the file where holes aren't reported.
-struct Stretch
-{
-    off_t begin = 0;
-    off_t end = 0;
-    bool none = false;
-};
-
-Stretch nextStretch(int file, off_t from)
-{
-    constexpr off_t unknownEnd = off_t{1} << 62;
-    const off_t begin = ::lseek(file, from, SEEK_DATA);
-    if (begin < 0)
-        return errno == ENXIO ? Stretch{from, from, true} : Stretch{from, unknownEnd, false};
-    const off_t end = ::lseek(file, begin, SEEK_HOLE);
-    return {begin, end <= begin ? unknownEnd : end, false};
-}
-
-/// Whether the disk could not write, rather than the file system not knowing such a request.
-bool isWriteError(int error)
-{
-    switch (error) {
-    case EINVAL:
-    case ESPIPE:
-    case ENOSYS:
-    case EOPNOTSUPP:
-    case EPERM: // as sandboxes say
-        return false;
-    default:
-        return true;
-    }
-}
-
-/// Has the disk write [begin, end) and, with SYNC_FILE_RANGE_WAIT_*, waits for it. False if it could not be
-/// written; an error is told only once, so no answer may be passed over.
-bool syncRange(int file, off_t begin, off_t end, unsigned flags)
-{
-    return end <= begin || ::sync_file_range(file, begin, end - begin, flags) == 0 || !isWriteError(errno);
-}
-
 /// Tells the system that [begin, end) is not needed in memory any more. A card is larger than what is worth
 /// keeping of it, and each page that is used again saves taking a new one. Touches no page that is still to
 /// be written.
@@ -165,65 +123,6 @@ void releaseCache(int file, off_t begin, off_t end)
 {
     // Advice: a file system that doesn't take it keeps what it likes.
     static_cast<void>(::posix_fadvise(file, begin, end - begin, POSIX_FADV_DONTNEED));
-}
-
-/// Waits until [begin, end) is written, in pieces: no single wait can be interrupted.
-bool settle(int file, off_t begin, off_t end, const StopFlag &stop)
-{
-    constexpr unsigned written =
-        SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
-    for (off_t offset = begin; offset < end; offset += chunkSize) {
-        if (stop.isRaised() || !syncRange(file, offset, std::min(offset + chunkSize, end), written))
-            return false;
-    }
-    return true;
-}
-
-/// Waits until a copy is written.
-Flushed settleCopy(const QString &path, const StopFlag &stop)
-{
-    // What stands there may have become something else, such as a pipe that would wait for its writer.
-    const int file =
-        ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    if (file < 0) {
-        // A copy keeps the permissions of its source, also those that forbid to read it.
-        if (errno == EACCES)
-            return Flushed::All;
-        return errno == ENOENT || errno == ENOTDIR || errno == ELOOP ? Flushed::AllThatIsThere
-                                                                     : Flushed::Failed;
-    }
-    struct stat status = {};
-    Flushed result = Flushed::Failed;
-    if (::fstat(file, &status) == 0) {
-        if (!S_ISREG(status.st_mode))
-            result = Flushed::AllThatIsThere;
-        else if (settle(file, 0, status.st_size, stop))
-            result = Flushed::All;
-    }
-    ::close(file);
-    return result;
-}
-
-/// The device that a folder lies on or, where it is gone, its nearest parent that is there.
-quint64 deviceBelow(const QString &folder)
-{
-    struct stat status = {};
-    QString path = folder;
-    while (::stat(QFile::encodeName(path).constData(), &status) != 0) {
-        const QString parent = QFileInfo(path).path();
-        if (parent == path)
-            return 0;
-        path = parent;
-    }
-    return status.st_dev;
-}
-
-/// Whether a volume still takes writes, as far as it tells. One that met an error may go on read-only, with
-/// what it had not written lost, and has nothing to flush then.
-bool isWritable(int file)
-{
-    struct statvfs status = {};
-    return ::fstatvfs(file, &status) != 0 || (status.f_flag & ST_RDONLY) == 0;
 }
 
 /// Has the disk write what is copied while the copying goes on, and lets go of what it has written.
@@ -248,7 +147,7 @@ public:
             return true;
         const off_t from = settled_;
         settled_ = settled;
-        if (!settle(file_, from, settled, stop_))
+        if (!finishWriteback(file_, from, settled, stop_))
             return false;
         releaseCache(file_, from, settled);
         return true;
@@ -259,7 +158,7 @@ public:
     {
         const off_t from = started_;
         started_ = end;
-        return syncRange(file_, from, end, SYNC_FILE_RANGE_WRITE);
+        return startWriteback(file_, from, end);
     }
 
 private:
@@ -269,7 +168,7 @@ private:
     off_t settled_ = 0;
 };
 
-CopyResult copyStretches(int source, int target, const StopFlag &stop)
+CopyResult copyRanges(int source, int target, const StopFlag &stop)
 {
     using End = CopyResult::End;
     const auto failed = [&stop](End end) {
@@ -277,41 +176,22 @@ CopyResult copyStretches(int source, int target, const StopFlag &stop)
     };
     RangeCopier copier(source, target);
     WriteBehind writeBehind(target, stop);
-    off_t offset = 0;
     off_t released = 0;
-    for (;;) {
-        struct stat before = {};
-        struct stat after = {};
-        if (::fstat(source, &before) != 0)
-            return failed(End::ReadFailed);
-        const Stretch stretch = nextStretch(source, offset);
-        if (stretch.none) {
-            // It may end in a hole. What it grew or shrank by since the first look is none.
-            if (::fstat(source, &after) != 0)
-                return failed(End::ReadFailed);
-            const off_t size = std::min(before.st_size, after.st_size);
-            const bool ended =
-                writeBehind.finish(offset) && (size <= offset || ::ftruncate(target, size) == 0);
-            return ended ? CopyResult() : failed(End::WriteFailed);
+    for (off_t offset = 0; !stop.isRaised();) {
+        const ssize_t copied = copier.copy(offset, chunkSize);
+        if (copied < 0)
+            return failed(copier.failure());
+        if (copied == 0)
+            return writeBehind.finish(offset) ? CopyResult() : failed(End::WriteFailed);
+        offset += copied;
+        if (offset - released >= chunkSize) {
+            releaseCache(source, released, offset);
+            released = offset;
         }
-        offset = stretch.begin;
-        while (offset < stretch.end) {
-            if (stop.isRaised())
-                return {End::Stopped};
-            const ssize_t copied = copier.copy(offset, std::min(chunkSize, stretch.end - offset));
-            if (copied < 0)
-                return failed(copier.failure());
-            if (copied == 0)
-                return writeBehind.finish(offset) ? CopyResult() : failed(End::WriteFailed);
-            offset += copied;
-            if (offset - released >= chunkSize) {
-                releaseCache(source, released, offset);
-                released = offset;
-            }
-            if (!writeBehind.advance(offset))
-                return failed(End::WriteFailed);
-        }
+        if (!writeBehind.advance(offset))
+            return failed(End::WriteFailed);
     }
+    return {End::Stopped};
 }
 
 } // namespace
@@ -322,7 +202,7 @@ CopyResult copyContent(QFile &source, QFile &target, const StopFlag &stop)
         return {CopyResult::End::Stopped};
     if (::ioctl(target.handle(), FICLONE, source.handle()) == 0)
         return {};
-    return copyStretches(source.handle(), target.handle(), stop);
+    return copyRanges(source.handle(), target.handle(), stop);
 }
 
 void copyAttributes(QFile &source, QFile &target)
@@ -335,57 +215,4 @@ void copyAttributes(QFile &source, QFile &target)
     static_cast<void>(::fchmod(target.handle(), status.st_mode & permissionBits));
     const struct timespec times[2] = {status.st_atim, status.st_mtim};
     static_cast<void>(::futimens(target.handle(), times));
-}
-
-VolumeFlush::~VolumeFlush()
-{
-    for (const auto &volume : volumes_) {
-        if (volume.second.file >= 0)
-            ::close(volume.second.file);
-    }
-}
-
-void VolumeFlush::watch(const QString &folder)
-{
-    const QByteArray path = QFile::encodeName(folder);
-    struct stat status = {};
-    if (::stat(path.constData(), &status) != 0)
-        return;
-    Volume &volume = volumes_[status.st_dev];
-    if (volume.file >= 0)
-        return;
-    // syncfs() reports the errors since its descriptor was opened, to every descriptor once.
-    volume.folder = folder;
-    volume.file = ::open(path.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    // A folder may be open for writing only; a file without a name is on the same volume.
-    constexpr mode_t ownerOnly = 0600;
-    if (volume.file < 0 && errno == EACCES)
-        volume.file = ::open(path.constData(), O_TMPFILE | O_WRONLY | O_CLOEXEC, ownerOnly);
-}
-
-Flushed VolumeFlush::finish(const QStringList &files, const StopFlag &stop, QStringList *gone) const
-{
-    if (files.isEmpty())
-        return Flushed::All;
-    // File by file first, because the flush of the volume can't be interrupted.
-    bool whole = true;
-    for (const QString &path : files) {
-        const Flushed settled = settleCopy(path, stop);
-        if (settled == Flushed::Failed || stop.isRaised())
-            return Flushed::Failed;
-        if (settled == Flushed::AllThatIsThere) {
-            whole = false;
-            if (gone != nullptr)
-                gone->append(path);
-        }
-    }
-    // Each volume is flushed, whatever another one says.
-    bool failed = volumes_.empty();
-    for (const auto &volume : volumes_) {
-        const bool flushed = ::syncfs(volume.second.file) == 0 && isWritable(volume.second.file);
-        failed = failed || !flushed || (!whole && deviceBelow(volume.second.folder) != volume.first);
-    }
-    if (failed)
-        return Flushed::Failed;
-    return whole ? Flushed::All : Flushed::AllThatIsThere;
 }

@@ -1,13 +1,11 @@
 #include "platform/copycontent.h"
 #include "platform/stopflag.h"
-#include "platform/volumeflush.h"
 
 #include <QFile>
 
 #include <cerrno>
 #include <copyfile.h>
 #include <fcntl.h>
-#include <map>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -52,42 +50,4 @@ void copyAttributes(QFile &source, QFile &target)
     static_cast<void>(::fchmod(target.handle(), status.st_mode & permissionBits));
     const struct timespec times[2] = {status.st_atimespec, status.st_mtimespec};
     static_cast<void>(::futimens(target.handle(), times));
-}
-
-VolumeFlush::~VolumeFlush() = default;
-
-void VolumeFlush::watch(const QString & /*folder*/) {}
-
-Flushed VolumeFlush::finish(const QStringList &files, const StopFlag &stop, QStringList * /*gone*/) const
-{
-    // Network and some foreign volumes know only the plain flush.
-    const auto flush = [](int file, int request) {
-        return ::fcntl(file, request) != -1 || ::fsync(file) == 0;
-    };
-    std::map<dev_t, int> last; // of each volume
-    bool flushed = true;
-    for (auto path = files.cbegin(); path != files.cend() && flushed; ++path) {
-        // What stands there may have become something else, such as a pipe that would wait for its writer.
-        const int file =
-            ::open(QFile::encodeName(*path).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-        if (file < 0) {
-            // A copy keeps the permissions of its source, also those that forbid to read it. One that can't
-            // be found may have gone with the volume that it was written to.
-            flushed = errno == EACCES;
-            continue;
-        }
-        struct stat status = {};
-        flushed = !stop.isRaised() && ::fstat(file, &status) == 0 && S_ISREG(status.st_mode) &&
-                  flush(file, F_BARRIERFSYNC);
-        const auto before = last.find(status.st_dev);
-        if (before != last.end())
-            ::close(before->second);
-        last[status.st_dev] = file;
-    }
-    // Has the disk empty its own cache, which holds the volume's other files too.
-    for (const auto &file : last) {
-        flushed = flushed && flush(file.second, F_FULLFSYNC);
-        ::close(file.second);
-    }
-    return flushed ? Flushed::All : Flushed::Failed;
 }

@@ -1,6 +1,6 @@
+#include "platform/descriptor.h"
 #include "platform/filesync.h"
-
-#include <QFile>
+#include "platform/unsupported.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -15,7 +15,7 @@ bool reachesDisk(int file)
     if (::fcntl(file, F_FULLFSYNC) == 0)
         return true;
 #endif
-    return ::fsync(file) == 0 || errno == EINVAL || errno == ENOSYS || errno == ENOTSUP;
+    return ::fsync(file) == 0 || isUnsupported(errno);
 }
 
 } // namespace
@@ -27,12 +27,6 @@ bool syncToDisk(QFileDevice &file)
 
 bool syncFolder(const QString &folder)
 {
-    const int file = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (file < 0)
-        return errno == EACCES;
-    const bool synced = reachesDisk(file);
-    const int error = errno;
-    ::close(file);
-    errno = error;
-    return synced;
+    const Descriptor file(folder, O_RDONLY | O_DIRECTORY);
+    return file.isOpen() ? reachesDisk(file.get()) : errno == EACCES;
 }

@@ -3,7 +3,7 @@
 #include <QString>
 #include <QStringList>
 
-#include <map>
+#include <memory>
 
 class StopFlag;
 
@@ -22,7 +22,7 @@ class VolumeFlush
     Q_DISABLE_COPY(VolumeFlush)
 
 public:
-    VolumeFlush() = default;
+    VolumeFlush();
     ~VolumeFlush();
 
     /// To be called before anything is written there: from here on the volume of the folder `folder` is asked
@@ -36,10 +36,6 @@ public:
                                  QStringList *gone = nullptr) const;
 
 private:
-    struct Volume
-    {
-        QString folder; ///< one that is on it
-        int file = -1;  ///< descriptor on it; -1 if none could be had
-    };
-    std::map<quint64, Volume> volumes_; ///< by device number, where the platform needs them
+    struct Volumes; // the platform's own
+    std::unique_ptr<Volumes> volumes_;
 };

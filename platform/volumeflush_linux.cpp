@@ -1,0 +1,121 @@
+#include "platform/descriptor.h"
+#include "platform/stopflag.h"
+#include "platform/volumeflush.h"
+#include "platform/writeback_linux.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+#include <cerrno>
+#include <fcntl.h>
+#include <map>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+struct VolumeFlush::Volumes
+{
+    struct Volume
+    {
+        QString folder;  ///< one that is on it
+        Descriptor file; ///< on it, if one could be had
+    };
+    std::map<dev_t, Volume> byDevice;
+};
+
+namespace {
+
+/// Waits until a copy is written.
+Flushed finishCopy(const QString &path, const StopFlag &stop)
+{
+    // What stands there may have become something else, such as a pipe that would wait for its writer.
+    const Descriptor file(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    if (!file.isOpen()) {
+        // A copy keeps the permissions of its source, also those that forbid to read it.
+        if (errno == EACCES)
+            return Flushed::All;
+        return errno == ENOENT || errno == ENOTDIR || errno == ELOOP ? Flushed::AllThatIsThere
+                                                                     : Flushed::Failed;
+    }
+    struct stat status = {};
+    if (::fstat(file.get(), &status) != 0)
+        return Flushed::Failed;
+    if (!S_ISREG(status.st_mode))
+        return Flushed::AllThatIsThere;
+    return finishWriteback(file.get(), 0, status.st_size, stop) ? Flushed::All : Flushed::Failed;
+}
+
+/// The device that a folder lies on or, where it is gone, its nearest parent that is there.
+dev_t deviceBelow(const QString &folder)
+{
+    struct stat status = {};
+    QString path = folder;
+    while (::stat(QFile::encodeName(path).constData(), &status) != 0) {
+        const QString parent = QFileInfo(path).path();
+        if (parent == path)
+            return 0;
+        path = parent;
+    }
+    return status.st_dev;
+}
+
+/// Whether a volume still takes writes, as far as it tells. One that met an error may go on read-only, with
+/// what it had not written lost, and has nothing to flush then.
+bool isWritable(int file)
+{
+    struct statvfs status = {};
+    return ::fstatvfs(file, &status) != 0 || (status.f_flag & ST_RDONLY) == 0;
+}
+
+} // namespace
+
+VolumeFlush::VolumeFlush()
+    : volumes_(std::make_unique<Volumes>())
+{
+}
+
+VolumeFlush::~VolumeFlush() = default;
+
+void VolumeFlush::watch(const QString &folder)
+{
+    struct stat status = {};
+    if (::stat(QFile::encodeName(folder).constData(), &status) != 0)
+        return;
+    Volumes::Volume &volume = volumes_->byDevice[status.st_dev];
+    if (volume.file.isOpen())
+        return;
+    // syncfs() reports the errors since its descriptor was opened, to every descriptor once.
+    volume.folder = folder;
+    volume.file = Descriptor(folder, O_RDONLY | O_DIRECTORY);
+    // A folder may be open for writing only; a file without a name is on the same volume.
+    constexpr mode_t ownerOnly = 0600;
+    if (!volume.file.isOpen() && errno == EACCES)
+        volume.file = Descriptor(folder, O_TMPFILE | O_WRONLY, ownerOnly);
+}
+
+Flushed VolumeFlush::finish(const QStringList &files, const StopFlag &stop, QStringList *gone) const
+{
+    if (files.isEmpty())
+        return Flushed::All;
+    // File by file first, because the flush of the volume can't be interrupted.
+    bool whole = true;
+    for (const QString &path : files) {
+        const Flushed finished = finishCopy(path, stop);
+        if (finished == Flushed::Failed || stop.isRaised())
+            return Flushed::Failed;
+        if (finished == Flushed::AllThatIsThere) {
+            whole = false;
+            if (gone != nullptr)
+                gone->append(path);
+        }
+    }
+    // Each volume is flushed, whatever another one says.
+    bool failed = volumes_->byDevice.empty();
+    for (const auto &[device, volume] : volumes_->byDevice) {
+        const bool flushed = ::syncfs(volume.file.get()) == 0 && isWritable(volume.file.get());
+        failed = failed || !flushed || (!whole && deviceBelow(volume.folder) != device);
+    }
+    if (failed)
+        return Flushed::Failed;
+    return whole ? Flushed::All : Flushed::AllThatIsThere;
+}
