@@ -32,94 +32,97 @@ QString incompletePath(const QString &path, int attempt)
                                QStringLiteral(".csv"));
 }
 
-/// Whether `content` is all that the file holds, and perhaps more.
-bool continues(const QByteArray &content, const QString &path)
+/// Whether a file with the run's content holds all that the file `path` does.
+bool holdsAllOf(const QString &path, const CsvRun &run)
 {
     QFile file(path);
     if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
         return false;
     const QByteArray older = file.readAll();
-    return file.error() == QFileDevice::NoError && older.size() == file.size() && content.startsWith(older);
+    // After a gap the rows may belong to another run.
+    return file.error() == QFileDevice::NoError && older.size() == file.size() &&
+           (run.whole ? run.content.startsWith(older) : run.content == older);
 }
 
-/// Writes the runs of one dump, each when it has ended.
+/// Finds the places where data sets are missing in a dump.
+class Sequence
+{
+public:
+    /// Whether the data set of `line` comes right after the one before it. A start entry may have any number;
+    /// a line that is sent again is none of its own.
+    bool follows(const QString &line, const Record &record)
+    {
+        if (seen_.contains(line))
+            return true;
+        seen_.insert(line);
+        const int before = std::exchange(previous_, record.number);
+        if (record.type == 's' || record.number - before == 1)
+            return true;
+        qWarning("Data: Dataset %d came right after dataset %d.", record.number, before);
+        return false;
+    }
+
+private:
+    QSet<QString> seen_;
+    int previous_ = 0;
+};
+
+/// Writes the runs of one dump.
 class RunWriter
 {
 public:
-    /// A dump that isn't `complete` may lack lines in any run, which shift what follows them.
-    explicit RunWriter(bool complete)
-        : complete_(complete)
+    explicit RunWriter(DumpState dump)
+        : dump_(dump)
     {
     }
 
-    void begin(const QString &path)
+    /// Gives the run its file. A `cutOff` one gets no name of a whole run.
+    void write(const CsvRun &run, bool cutOff)
     {
-        path_ = path;
-        content_ = Record::headingCSV().toUtf8();
-        whole_ = true;
-    }
-
-    /// The entry that comes next doesn't follow the last one: a start may be among those that are missing.
-    void skip() { whole_ = false; }
-
-    void add(const Record &record)
-    {
-        if (!path_.isEmpty())
-            content_ += record.toCSV().toUtf8();
-    }
-
-    /// Gives the run that ended its file.
-    void end()
-    {
-        if (path_.isEmpty())
-            return;
-        const QString named = path_;
-        for (int attempt = 1; !mayWrite(); ++attempt)
-            path_ = incompletePath(named, attempt);
-        if (path_ != named) {
-            qWarning().noquote() << "Data: Kept the older" << named + QStringLiteral(", writing") << path_;
+        QString path = cutOff ? incompletePath(run.path, 1) : run.path;
+        for (int attempt = cutOff ? 2 : 1; !mayWrite(run, path); ++attempt)
+            path = incompletePath(run.path, attempt);
+        if (path != run.path && QFileInfo::exists(run.path)) {
+            qWarning().noquote() << "Data: Kept the older" << run.path + QStringLiteral(", writing") << path;
             ++files_.beside;
         }
-        const bool holdsOlder = !complete_ && !ours_.contains(path_) && QFileInfo::exists(path_);
-        if (write()) {
-            if (!holdsOlder)
-                ours_.insert(path_);
-            ++files_.written;
-        } else {
+        const bool holdsOlder =
+            dump_ != DumpState::Complete && !ours_.contains(path) && QFileInfo::exists(path);
+        if (!save(path, run.content)) {
             ++files_.failed;
+            return;
         }
-        path_.clear();
+        if (!holdsOlder)
+            ours_.insert(path);
+        ++files_.written;
     }
 
     [[nodiscard]] const RunFiles &files() const { return files_; }
 
 private:
-    /// Whether the run may have its file: with the dump not complete, only one that loses nothing of another
-    /// dump's.
-    [[nodiscard]] bool mayWrite() const
+    /// Whether the run may have the file `path`: with the dump not complete, only one that loses nothing of
+    /// another dump's.
+    [[nodiscard]] bool mayWrite(const CsvRun &run, const QString &path) const
     {
-        return complete_ || ours_.contains(path_) || !QFileInfo::exists(path_) ||
-               (whole_ && continues(content_, path_));
+        return dump_ == DumpState::Complete || ours_.contains(path) || !QFileInfo::exists(path) ||
+               holdsAllOf(path, run);
     }
 
-    [[nodiscard]] bool write() const
+    static bool save(const QString &path, const QByteArray &content)
     {
-        QSaveFile file(path_);
+        QSaveFile file(path);
         errno = 0;
         // Before it has its name: commit() would give it that also when the disk could not take it.
-        if (file.open(QIODevice::WriteOnly) && file.write(content_) == content_.size() && syncToDisk(file) &&
-            file.commit() && syncFolder(QFileInfo(path_).absolutePath()))
+        if (file.open(QIODevice::WriteOnly) && file.write(content) == content.size() && syncToDisk(file) &&
+            file.commit() && syncFolder(QFileInfo(path).absolutePath()))
             return true;
         const QString reason =
             file.error() == QFileDevice::NoError ? qt_error_string(errno) : file.errorString();
-        qWarning().noquote() << "Data: Could not write" << path_ + QStringLiteral(": ") + reason;
+        qWarning().noquote() << "Data: Could not write" << path + QStringLiteral(": ") + reason;
         return false;
     }
 
-    bool complete_;
-    QString path_; ///< empty while no run is begun
-    QByteArray content_;
-    bool whole_ = true; ///< no entry missing so far
+    DumpState dump_;
     /// Written from this dump: of two runs with one name the second replaces the first, but not one that
     /// holds what an older file held.
     QSet<QString> ours_;
@@ -161,11 +164,11 @@ void DataDownload::work(PSEAComms &link)
     }
     report({0, 2, 1, QStringLiteral("Reading %1 datasets ...").arg(link.numData_)});
     QStringList lines;
-    // A damaged line may have been noise, and an end message may come too early or not at all: what counts is
-    // whether all that was announced is here.
     const bool ended = link.readData(lines);
-    const bool complete = (ended || link.numData_ > 0) && link.dataReceived_ >= link.numData_;
-    const RunFiles files = writeRuns(lines, targetDir_, projectName_, complete);
+    const CsvRuns dumped = runsOf(lines, targetDir_, projectName_);
+    const DumpState dump = stateOf(link.dump_, link.numData_, ended, dumped.gaps);
+    const RunFiles files = writeRuns(dumped.runs, dump);
+    const bool complete = dump == DumpState::Complete;
     QStringList text;
     if (!complete || files.failed > 0)
         text << QStringLiteral("Error:");
@@ -182,36 +185,53 @@ void DataDownload::work(PSEAComms &link)
     report({0, 2, 2, text.join(QLatin1Char(' '))});
 }
 
-RunFiles writeRuns(const QStringList &lines, const QString &targetDir, const QString &projectName,
-                   bool complete)
+DumpState stateOf(const PSEAComms::DumpCounts &dump, int announced, bool ended, bool gaps)
 {
-    RunWriter runs(complete);
+    // Some controllers count the lines without a number, others don't.
+    const bool allArrived = dump.numbered >= announced || dump.numbered + dump.unnumbered == announced;
+    if (!ended && (!allArrived || announced < 1))
+        return DumpState::CutOff;
+    // What was announced may be too low: a damaged line and a gap stand for a lost data set anyway.
+    const bool isWhole = allArrived && (ended || dump.numbered > 0) && !dump.damaged && !gaps;
+    return isWhole ? DumpState::Complete : DumpState::Incomplete;
+}
+
+CsvRuns runsOf(const QStringList &lines, const QString &targetDir, const QString &projectName)
+{
+    CsvRuns dumped;
+    Sequence sequence;
     int startNumber = 0;
     int startTime = 0;
-    int previous = 0;
     for (const QString &line : lines) {
         Record record(line);
-        if (record.id < 1) {
+        const bool isWhole = record.id > 0;
+        if (!isWhole)
             qWarning().noquote() << "Data: Not a whole dataset:" << line.trimmed();
-            runs.skip();
+        if (!isWhole || !sequence.follows(line, record)) {
+            dumped.gaps = true;
+            if (!dumped.runs.isEmpty())
+                dumped.runs.last().whole = false;
+        }
+        if (!isWhole)
             continue;
-        }
-        if (!complete && record.type != 's' && record.number - previous != 1) {
-            qWarning("Data: Nothing between the datasets %d and %d.", previous, record.number);
-            runs.skip();
-        }
-        previous = record.number;
         if (record.type == 's') {
-            runs.end();
             startNumber = record.number;
             startTime = record.timestamp;
-            runs.begin(QDir(targetDir).filePath(runFileName(record, projectName)));
-            continue;
+            dumped.runs.append({QDir(targetDir).filePath(runFileName(record, projectName)),
+                                Record::headingCSV().toUtf8(), true});
+        } else if (!dumped.runs.isEmpty()) {
+            record.correctTimestamp(startTime);
+            record.number -= startNumber;
+            dumped.runs.last().content += record.toCSV().toUtf8();
         }
-        record.correctTimestamp(startTime);
-        record.number -= startNumber;
-        runs.add(record);
     }
-    runs.end();
-    return runs.files();
+    return dumped;
+}
+
+RunFiles writeRuns(const QVector<CsvRun> &runs, DumpState dump)
+{
+    RunWriter writer(dump);
+    for (int i = 0; i < runs.size(); ++i)
+        writer.write(runs[i], dump == DumpState::CutOff && i + 1 == runs.size());
+    return writer.files();
 }

@@ -2,7 +2,9 @@
 
 #include "controller/controllerjob.h"
 
+#include <QByteArray>
 #include <QStringList>
+#include <QVector>
 
 /// Downloads the controller's data log into CSV files in `targetDir`, one per recording run. A file gets its
 /// name only when all of it is written; what a dump that was cut off had brought is written too.
@@ -21,6 +23,35 @@ private:
     QString projectName_;
 };
 
+/// What a dump has brought.
+enum class DumpState {
+    Complete,   ///< everything
+    Incomplete, ///< something is missing, anywhere
+    CutOff      ///< it stopped before its end
+};
+
+/// Judges a dump: `announced` data sets, with or without its end message, with or without gaps in the
+/// numbers. In doubt it isn't complete.
+[[nodiscard]] DumpState stateOf(const PSEAComms::DumpCounts &dump, int announced, bool ended, bool gaps);
+
+/// One recording run as a CSV file.
+struct CsvRun
+{
+    QString path; ///< of the file that a whole run gets
+    QByteArray content;
+    bool whole = true; ///< no data set is missing in it, as far as its numbers tell
+};
+
+struct CsvRuns
+{
+    QVector<CsvRun> runs;
+    bool gaps = false; ///< data sets are missing somewhere, as far as the numbers tell
+};
+
+/// Makes a dump's lines into runs, to be written in `targetDir`. Entries before the first start entry and
+/// those that are no whole data set are dropped.
+[[nodiscard]] CsvRuns runsOf(const QStringList &lines, const QString &targetDir, const QString &projectName);
+
 /// What became of a dump's runs.
 struct RunFiles
 {
@@ -29,9 +60,7 @@ struct RunFiles
     int beside = 0; ///< written, or failed, under another name, because an older file holds more
 };
 
-/// Writes a dump's lines into CSV files, one per run, in `targetDir`. Entries before the first start entry,
-/// those of a run whose file can't be written, and those that are no whole data set are dropped. A dump that
-/// is not `complete` replaces an older file only by a run without gaps that goes on from all that the older
-/// one holds; another is written beside it as "..._incomplete.csv".
-[[nodiscard]] RunFiles writeRuns(const QStringList &lines, const QString &targetDir,
-                                 const QString &projectName, bool complete = true);
+/// Writes the runs of a dump. One that isn't complete replaces an older file only by a run with the same
+/// content, or by one without gaps that goes on from it; another run, and always the last one of a dump that
+/// was cut off, is written beside it as "..._incomplete.csv".
+[[nodiscard]] RunFiles writeRuns(const QVector<CsvRun> &runs, DumpState dump);

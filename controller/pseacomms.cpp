@@ -22,6 +22,7 @@ constexpr int piecesPerLine = 3;
 constexpr int versionAttempts = 5;
 constexpr qint32 defaultGeneration = 29;
 constexpr double leastVoltage = 0.5;
+constexpr const char *dataAddress = "$PSEADATA";
 
 /// No sentence is as long: so many bytes without a line end come from something else, and are a piece.
 constexpr qint64 longestPiece = 512;
@@ -408,9 +409,9 @@ bool PSEAComms::readData(QStringList &lines)
     lastError_.clear();
     if (!send("$PSEADUMP"))
         return false;
-    dataReceived_ = 0;
+    dump_ = {};
     QSet<QString> seen;
-    // Before the first data set four reads are the limit. After it, no number of lines ends a dump without
+    // Before the first data line four reads are the limit. After it, no number of lines ends a dump without
     // its end message, but as much time as four silent reads take does.
     int reads = 0;
     QElapsedTimer sinceData;
@@ -426,25 +427,30 @@ bool PSEAComms::readData(QStringList &lines)
         Nmea sentence(line.toStdString());
         if (!sentence.ChecksumValidate()) {
             qWarning().noquote() << "Damaged line skipped:" << line.trimmed();
+            if (line.startsWith(QLatin1String(dataAddress)))
+                dump_.damaged = true;
             continue;
         }
         if (isMessage(sentence, 4, "DATA END")) {
             qInfo("All data read");
             return true;
         }
-        if (!isSentence(sentence, "$PSEADATA", 1))
+        if (!isSentence(sentence, dataAddress, 1))
             continue;
         const int number = sentence.FieldAsInt(1);
-        const bool isNew = !seen.contains(line);
-        if (isNew)
-            seen.insert(line);
-        if (isNew && sentence.NumFields() >= Record::fieldCount)
-            ++dataReceived_;
-        if (number < 1)
+        if (number < 1) {
+            // These may all be alike. A stream of them without end must not keep the dump going.
+            ++dump_.unnumbered;
+            if (!sinceData.isValid() || dump_.numbered + dump_.unnumbered <= numData_)
+                sinceData.start();
             continue;
-        // One that comes over and over is no sign that the dump goes on.
-        if (isNew)
+        }
+        if (!seen.contains(line)) {
+            seen.insert(line);
             sinceData.start();
+            if (sentence.NumFields() >= Record::fieldCount)
+                ++dump_.numbered;
+        }
         emit newMessage(QStringLiteral("Reading dataset %1 of %2").arg(number).arg(numData_));
         lines.append(line);
     }

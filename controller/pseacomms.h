@@ -31,6 +31,14 @@ public:
         int dump = 10000;
     };
 
+    /// The data lines of a dump that arrived.
+    struct DumpCounts
+    {
+        qint32 numbered = 0;   ///< different whole data sets, numbered from 1
+        qint32 unnumbered = 0; ///< lines with a number below 1, which stand for nothing
+        bool damaged = false;  ///< a data line came with a wrong checksum
+    };
+
     explicit PSEAComms(const StopFlag *stop = nullptr);
     ~PSEAComms() override;
 
@@ -73,7 +81,7 @@ public:
     std::array<qint32, 5>
         settings_{};            ///< LED flag, logging interval ms, time-lapse ms, time-out, camera generation
     qint32 numData_ = 0;        ///< data sets in memory
-    qint32 dataReceived_ = 0;   ///< whole data sets of the last dump, each once
+    DumpCounts dump_;           ///< of the last dump
     double batteryVoltage_ = 0; ///< volts, 0 when unknown
     QString lastError_;         ///< the last failure, for the user
     Timeouts timeouts_;

@@ -77,14 +77,15 @@ std::vector<Step> FaultyCable::deliver(const std::vector<std::string> &lines)
 std::string FaultyCable::noise(const std::string &line)
 {
     std::string damaged = line;
+    // None of these begins as the line does: a damaged data line is a lost one, see badChecksumEvery.
     switch (noises_++ % 4) {
     case 0:
-        damaged[line.size() / 2] ^= 1;
+        damaged[1] ^= 1;
         return damaged;
     case 1:
         return makeSentence("GPGLL,4736.1234,N,00741.5678,E,204644,A") + "\r\n";
     case 2:
-        return line.substr(0, line.size() / 2) + "\r\n";
+        return line.substr(line.size() / 2);
     default:
         return "\xff\xfe\x80\x01*,$,*\x7f\r\n";
     }

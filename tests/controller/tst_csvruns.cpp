@@ -17,10 +17,15 @@
 
 namespace {
 
-/// How many files writeRuns() makes of a whole dump.
-int filesOf(const QStringList &lines, const QString &folder, const QString &project)
+RunFiles write(const QStringList &lines, const QString &folder, DumpState dump = DumpState::Complete)
 {
-    return writeRuns(lines, folder, project).written;
+    return writeRuns(runsOf(lines, folder, {}).runs, dump);
+}
+
+/// How many files a complete dump makes.
+int filesOf(const QStringList &lines, const QString &folder, const QString &project = {})
+{
+    return writeRuns(runsOf(lines, folder, project).runs, DumpState::Complete).written;
 }
 
 constexpr int start_flag = 1;
@@ -74,6 +79,8 @@ QStringList run(int start, int entries)
 
 } // namespace
 
+Q_DECLARE_METATYPE(DumpState)
+
 class TestCsvRuns : public QObject
 {
     Q_OBJECT
@@ -85,8 +92,8 @@ private slots:
     void names();
     void namesInTheUsersZone();
     void theSameInEveryLocale();
-    void whatADumpWithGapsReplaces_data();
-    void whatADumpWithGapsReplaces();
+    void whatADumpReplaces_data();
+    void whatADumpReplaces();
     void eachIncompleteDumpHasItsPlace();
     void whatIsNoWholeDataSet_data();
     void whatIsNoWholeDataSet();
@@ -185,11 +192,13 @@ void TestCsvRuns::namesInTheUsersZone()
                           QStringLiteral("kelpora360_20190701-120000.csv")}));
 }
 
-void TestCsvRuns::whatADumpWithGapsReplaces_data()
+void TestCsvRuns::whatADumpReplaces_data()
 {
     QTest::addColumn<QStringList>("before");
+    QTest::addColumn<DumpState>("state");
     QTest::addColumn<QStringList>("dump");
     QTest::addColumn<int>("written");
+    QTest::addColumn<int>("keptOlder");
     QTest::addColumn<QStringList>("beside"); // as a whole dump would write them, under other names
     QTest::addColumn<QStringList>("after");  // likewise, under their own
     const QStringList nothing;
@@ -200,58 +209,80 @@ void TestCsvRuns::whatADumpWithGapsReplaces_data()
         lines.removeAt(index);
         return lines;
     };
+    const DumpState gaps = DumpState::Incomplete;
+    const DumpState cut = DumpState::CutOff;
 
     QTest::newRow("where nothing stands, what had arrived is kept")
-        << nothing << begin(6) << 1 << nothing << begin(6);
-    QTest::newRow("a run cut short replaces no longer one") << first << begin(6) << 1 << begin(6) << first;
+        << nothing << gaps << begin(6) << 1 << 0 << nothing << begin(6);
+    QTest::newRow("a run cut short replaces no longer one")
+        << first << gaps << begin(6) << 1 << 1 << begin(6) << first;
     QTest::newRow("a run cut short replaces a shorter one")
-        << begin(4) << begin(18) << 1 << nothing << begin(18);
-    QTest::newRow("the same again") << first << first << 1 << nothing << first;
+        << begin(4) << gaps << begin(18) << 1 << 0 << nothing << begin(18);
+    QTest::newRow("the same again") << first << gaps << first << 1 << 0 << nothing << first;
+    QTest::newRow("the same again, with a gap")
+        << without(first, 10) << gaps << without(first, 10) << 1 << 0 << nothing << without(first, 10);
     QTest::newRow("an entry is missing in the first of two runs")
-        << first + second << without(first, 10) + second << 2 << without(first, 10) << first + second;
+        << first + second << gaps << without(first, 10) + second << 2 << 1 << without(first, 10)
+        << first + second;
     QTest::newRow("an entry is missing and others have come")
-        << begin(15) << without(first, 10) << 1 << without(first, 10) << begin(15);
+        << begin(15) << gaps << without(first, 10) << 1 << 1 << without(first, 10) << begin(15);
     QTest::newRow("a start is missing, which puts two runs into one")
-        << first + second << without(first + second, 21) << 1 << without(first + second, 21)
+        << first + second << gaps << without(first + second, 21) << 1 << 1 << without(first + second, 21)
         << first + second;
     Nmea unnumbered("$PSEADATA,,10,3638,1,20,0,0,0,0");
     unnumbered.AddChecksum();
     const QString without_number = QString::fromStdString(unnumbered.GetSentence()) + QStringLiteral("\r\n");
     const QStringList gap = QStringList(begin(4) + QStringList{without_number} + QStringList(first.mid(4)));
-    QTest::newRow("an entry without a number") << first << gap << 1 << gap << first;
+    QTest::newRow("an entry without a number") << first << gaps << gap << 1 << 1 << gap << first;
     QTest::newRow("two runs of one name, the second replaces the first")
-        << nothing << run(evening, 3) + run(evening + 1, 2) << 2 << nothing << run(evening + 1, 2);
+        << nothing << gaps << run(evening, 3) + run(evening + 1, 2) << 2 << 0 << nothing
+        << run(evening + 1, 2);
     QTest::newRow("two runs of one name beside an older one, the second replaces the first")
-        << first << run(evening, 3) + run(evening + 1, 2) << 2 << run(evening + 1, 2) << first;
+        << first << gaps << run(evening, 3) + run(evening + 1, 2) << 2 << 2 << run(evening + 1, 2) << first;
+    QTest::newRow("the last run of a dump that was cut off gets no name of a whole one")
+        << nothing << cut << first + second << 2 << 0 << second << first;
+    QTest::newRow("nor when it goes on from a shorter one")
+        << begin(4) << cut << begin(18) << 1 << 1 << begin(18) << begin(4);
+    QTest::newRow("nor when it has the name of the run before it")
+        << nothing << cut << run(evening, 3) + run(evening + 1, 2) << 2 << 1 << run(evening + 1, 2)
+        << run(evening, 3);
+    QTest::newRow("a dump that was cut off before its first start")
+        << first << cut << QStringList(first.mid(1, 3)) << 0 << 0 << nothing << first;
 }
 
-void TestCsvRuns::whatADumpWithGapsReplaces()
+void TestCsvRuns::whatADumpReplaces()
 {
     QFETCH(QStringList, before);
+    QFETCH(DumpState, state);
     QFETCH(QStringList, dump);
     QFETCH(int, written);
+    QFETCH(int, keptOlder);
     QFETCH(QStringList, beside);
     QFETCH(QStringList, after);
     const Workspace place;
     const QString expected = place.makeFolder(QStringLiteral("expected"));
-    filesOf(beside, expected, {});
+    write(beside, expected);
     for (const QString &name : place.tree(QStringLiteral("expected")).keys()) {
         QString other = name;
         other.insert(name.lastIndexOf(QLatin1Char('.')), QLatin1String("_incomplete"));
         QVERIFY(QFile::rename(expected + QLatin1Char('/') + name, expected + QLatin1Char('/') + other));
     }
-    filesOf(after, expected, {});
+    write(after, expected);
     const QString folder = place.makeFolder(QStringLiteral("out"));
-    filesOf(before, folder, {});
+    write(before, folder);
 
     const MessageLog log;
-    const RunFiles files = writeRuns(dump, folder, {}, false);
+    const RunFiles files = write(dump, folder, state);
     QCOMPARE(place.tree(QStringLiteral("out")), place.tree(QStringLiteral("expected")));
     QCOMPARE(files.written, written);
-    QCOMPARE(files.beside > 0, !beside.isEmpty());
+    QCOMPARE(files.beside, keptOlder);
     QCOMPARE(files.failed, 0);
-    QCOMPARE(MessageLog::lines().filter(QStringLiteral("warning: Data: Kept the older")).size(),
-             files.beside);
+    QCOMPARE(MessageLog::lines().filter(QStringLiteral("warning: Data: Kept the older")).size(), keptOlder);
+    // A retry that brings nothing new makes no second file of the same content.
+    for (int retry = 0; retry < 3; ++retry)
+        QCOMPARE(write(dump, folder, state).failed, 0);
+    const QList<QByteArray> contents = place.tree(QStringLiteral("out")).values();
+    QCOMPARE(QSet<QByteArray>(contents.begin(), contents.end()).size(), contents.size());
 }
 
 void TestCsvRuns::eachIncompleteDumpHasItsPlace()
@@ -266,15 +297,15 @@ void TestCsvRuns::eachIncompleteDumpHasItsPlace()
                1;
     };
     const MessageLog log;
-    filesOf(whole, folder, {});
+    write(whole, folder);
     for (const int lines : {8, 8, 6, 12, 7})
-        QCOMPARE(writeRuns(cut(lines), folder, {}, false).written, 1);
+        QCOMPARE(write(cut(lines), folder, DumpState::Incomplete).written, 1);
     // One that goes on from an earlier one takes its place, a shorter one doesn't.
     QCOMPARE(rows(""), 20);
     QCOMPARE(rows("_incomplete"), 11);
     QCOMPARE(rows("_incomplete_2"), 6);
     QCOMPARE(place.tree(QStringLiteral("out")).size(), 3);
-    filesOf(whole, folder, {});
+    write(whole, folder);
     QCOMPARE(rows(""), 20);
     QCOMPARE(rows("_incomplete"), 11);
 }
@@ -296,7 +327,7 @@ void TestCsvRuns::whatIsNoWholeDataSet()
     QStringList dump = run(evening, 3);
     dump.insert(2, QString::fromStdString(sentence.GetSentence()) + QStringLiteral("\r\n"));
     filesOf(run(evening, 3), place.makeFolder(QStringLiteral("expected")), {});
-    QCOMPARE(writeRuns(dump, place.makeFolder(QStringLiteral("out")), {}).written, 1);
+    QCOMPARE(write(dump, place.makeFolder(QStringLiteral("out"))).written, 1);
     QCOMPARE(place.tree(QStringLiteral("out")), place.tree(QStringLiteral("expected")));
     QCOMPARE(MessageLog::lines(QStringLiteral("warning"))
                  .filter(QStringLiteral("Data: Not a whole dataset: $PSEADATA"))
@@ -477,7 +508,7 @@ void TestCsvRuns::aFullVolumeKeepsTheFileOfThatName()
     place.write(QStringLiteral("out/kelpora360_20190221-204600.csv"), before);
     fill(place.path(QStringLiteral("out/filler")));
     const MessageLog log;
-    const RunFiles files = writeRuns(run(evening, entries), place.path(QStringLiteral("out")), QString());
+    const RunFiles files = write(run(evening, entries), place.path(QStringLiteral("out")));
     QCOMPARE(files.written, 0);
     QCOMPARE(files.failed, 1);
     QMap<QString, QByteArray> left = place.tree(QStringLiteral("out"));
@@ -504,7 +535,7 @@ void TestCsvRuns::aDiskThatFailsLateKeepsTheFileOfThatName()
     QCOMPARE(before.count('\n'), 2001);
     fill(place.path(QStringLiteral("below/filler")));
     const MessageLog log;
-    const RunFiles files = writeRuns(lines, place.path(QStringLiteral("out")), QString());
+    const RunFiles files = write(lines, place.path(QStringLiteral("out")));
     QCOMPARE(files.written, 0);
     QCOMPARE(files.failed, 1);
     QCOMPARE(place.read(QStringLiteral("out/kelpora360_20190221-204600.csv")), before);
@@ -515,9 +546,9 @@ void TestCsvRuns::twoRunsInAMinuteOfACutDump()
     // The first goes on from what an older dump left of it, so the second may not take its place.
     const Workspace place;
     const QString folder = place.makeFolder(QStringLiteral("out"));
-    static_cast<void>(writeRuns(run(evening, 2), folder, QString(), false));
+    write(run(evening, 2), folder, DumpState::Incomplete);
     const MessageLog log;
-    const RunFiles files = writeRuns(run(evening, 3) + run(evening + 10, 1), folder, QString(), false);
+    const RunFiles files = write(run(evening, 3) + run(evening + 10, 1), folder, DumpState::Incomplete);
     QCOMPARE(files.written, 2);
     QCOMPARE(files.beside, 1);
     const QMap<QString, QByteArray> tree = place.tree(QStringLiteral("out"));

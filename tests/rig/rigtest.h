@@ -1,10 +1,12 @@
 #pragma once
 
 #include "rig/divelog.h"
+#include "rig/sentence.h"
 #include "rig/simulatedrig.h"
 #include "tests/support/volumes.h"
 
 #include <QCoreApplication>
+#include <QStringList>
 #include <QtTest>
 
 #include <unistd.h>
@@ -40,4 +42,22 @@ inline RigOptions rigWith(const Faults &faults, int runs = 1, int datasets = 3)
     options.faults = faults;
     options.controller.log = makeDiveLog(log);
     return options;
+}
+
+/// The lines of these sentences, given without "$" and checksum. "=text" is sent as it stands, "!sentence"
+/// with a wrong checksum.
+inline std::vector<std::string> linesOf(const QStringList &bodies)
+{
+    std::vector<std::string> lines;
+    for (const QString &body : bodies) {
+        const bool asItStands = body.startsWith(QLatin1Char('='));
+        const bool damaged = body.startsWith(QLatin1Char('!'));
+        std::string line = body.mid(asItStands || damaged ? 1 : 0).toStdString();
+        if (!asItStands)
+            line = makeSentence(line);
+        if (damaged)
+            line.back() = line.back() == '0' ? '1' : '0';
+        lines.push_back(line + "\r\n");
+    }
+    return lines;
 }

@@ -126,6 +126,16 @@ QStringList failureOf(const QString &job)
 const QByteArray heading =
     "Number,Id,Datetime,Timestamp,Runtime,Type,Depth,Temperature,Heading,Roll,Pitch\r\n";
 
+/// The rows of each file in the folder "logs".
+QMap<QString, int> rowsIn(const Workspace &workspace)
+{
+    QMap<QString, int> rows;
+    const QMap<QString, QByteArray> files = workspace.tree(QStringLiteral("logs"));
+    for (auto file = files.begin(); file != files.end(); ++file)
+        rows[file.key()] = file->startsWith(heading) && file->endsWith("\r\n") ? file->count("\r\n") - 1 : -1;
+    return rows;
+}
+
 } // namespace
 
 class TestJobs : public QObject
@@ -537,9 +547,8 @@ void TestJobs::tryingAgain()
     Told again;
     makeJob(QStringLiteral("download"), again.request(), &shown, folder)->run();
     QCOMPARE(again.all, successOf(QStringLiteral("download"), folder));
-    const QMap<QString, QByteArray> files = workspace.tree(QStringLiteral("logs"));
-    QCOMPARE(files.size(), 1);
-    QCOMPARE(files.first().count("\r\n"), 4);
+    QCOMPARE(rowsIn(workspace), (QMap<QString, int>{{"kelpora360_dive_20190221-224600.csv", 3},
+                                                    {"kelpora360_dive_20190221-224600_incomplete.csv", 1}}));
 }
 
 void TestJobs::downloads_data()
@@ -680,12 +689,10 @@ void TestJobs::cutOffDumps()
                  .arg(kept)
                  .arg(kept == 8 ? 2 : 1)
                  .arg(folder));
-    int written = 0;
-    for (const QByteArray &content : workspace.tree(QStringLiteral("logs"))) {
-        QVERIFY(content.startsWith(heading) && content.endsWith("\r\n"));
-        written += content.count("\r\n") - 1;
-    }
-    QCOMPARE(written, kept == 8 ? 6 : 2);
+    using Rows = QMap<QString, int>;
+    QCOMPARE(rowsIn(workspace), kept == 8 ? (Rows{{"kelpora360_dive_20190221-224600.csv", 3},
+                                                  {"kelpora360_dive_20190221-231600.csv", 3}})
+                                          : (Rows{{"kelpora360_dive_20190221-224600_incomplete.csv", 2}}));
 }
 
 void TestJobs::anExistingFileIsReplaced()
@@ -744,50 +751,82 @@ void TestJobs::whatCountsAsAllData_data()
 {
     QTest::addColumn<int>("announced");
     QTest::addColumn<QStringList>("dump");
-    QTest::addColumn<QString>("report"); // up to the folder
-    const QString start = QStringLiteral("PSEADATA,1,1,1550782004,0,20,0,0,0,0");
-    const QString second = QStringLiteral("PSEADATA,2,10,3637,1,20,0,0,0,0");
-    const QString unnumbered = QStringLiteral("PSEADATA,0,10,3638,1,20,0,0,0,0");
-    const QString end = QStringLiteral("PSEAMSG,1,PSEADUMP,MEMORY,DATA END");
-    const QString missing = QStringLiteral("Error: The controller did not send all data. ");
+    QTest::addColumn<bool>("complete");
+    QTest::addColumn<QString>("wrote");
     using List = QStringList;
+    const auto start = [](int number, int time = 1550782004) {
+        return QStringLiteral("PSEADATA,%1,1,%2,0,20,0,0,0,0").arg(number).arg(time);
+    };
+    const auto entry = [](int number) {
+        return QStringLiteral("PSEADATA,%1,10,3637,1,20,0,0,0,0").arg(number);
+    };
+    const QString none = entry(0);
+    const QString end = QStringLiteral("PSEAMSG,1,PSEADUMP,MEMORY,DATA END");
+    const List two{start(1), entry(2)};
+    const List three = two + List{entry(3)};
+    const auto row = [](const char *name, int announced, const List &dump, bool complete, int records,
+                        int files) {
+        QTest::newRow(name) << announced << dump << complete
+                            << QStringLiteral("Wrote %1 records to %2 files").arg(records).arg(files);
+    };
 
-    QTest::newRow("as many as announced") << 2 << List{start, second, end} << "Wrote 2 records to 1 files";
-    QTest::newRow("more than announced") << 1 << List{start, second, end} << "Wrote 2 records to 1 files";
-    QTest::newRow("the end comes too early")
-        << 3 << List{start, second, end} << missing + "Wrote 2 records to 1 files";
-    QTest::newRow("one of them has no number of its own")
-        << 3 << List{start, second, unnumbered, end} << "Wrote 2 records to 1 files";
-    QTest::newRow("one of them is too short")
-        << 3 << List{start, second, "PSEADATA,3,10,3638,1", end} << missing + "Wrote 3 records to 1 files";
-    const QString later = QStringLiteral("PSEADATA,1,1,1550789984,0,20,0,0,0,0");
-    QTest::newRow("numbers that start again with each run")
-        << 4 << List{start, second, later, "PSEADATA,2,10,11617,1,20,0,0,0,0", end}
-        << "Wrote 4 records to 2 files";
-    QTest::newRow("one of them came twice, another is missing")
-        << 3 << List{start, second, second, end} << missing + "Wrote 3 records to 1 files";
-    QTest::newRow("a count that is none, and silence")
-        << -5 << List{} << missing + "Wrote 0 records to 0 files";
-    QTest::newRow("nothing but the end") << 3 << List{end} << missing + "Wrote 0 records to 0 files";
+    row("as many as announced", 2, two + List{end}, true, 2, 1);
+    row("more than announced", 1, two + List{end}, true, 2, 1);
+    row("the end comes too early", 3, two + List{end}, false, 2, 1);
+    row("all of them without the end", 2, two, true, 2, 1);
+    row("one is too short", 3, two + List{"PSEADATA,3,10,3638,1", end}, false, 3, 1);
+    row("a short one above what was announced", 2, two + List{"PSEADATA,3,10,3638,1", end}, false, 3, 1);
+    row("one came twice, another is missing", 3, two + List{entry(2), end}, false, 3, 1);
+    row("one came twice and none is missing", 3, two + List{entry(2), entry(3), end}, true, 4, 1);
+    row("nothing but the end", 3, {end}, false, 0, 0);
+    row("a count that is none, and silence", -5, {}, false, 0, 0);
+    row("a count that is none, and no end", -5, two, false, 2, 1);
+
+    row("one without a number is counted", 3, two + List{none, end}, true, 2, 1);
+    row("those without a number are counted, and alike", 5, two + List{none, none, none, end}, true, 2, 1);
+    row("one without a number is counted, and short", 3, two + List{"PSEADATA,0", end}, true, 2, 1);
+    row("those without a number are not counted", 2, two + List{none, none, none, end}, true, 2, 1);
+    row("neither counted nor not counted", 4, two + List{none, none, none, end}, false, 2, 1);
+    row("six without a number come first", 3, List{none, none, none, none, none, none} + three + List{end},
+        true, 3, 1);
+    row("six without a number come first, and the end is missing", 3,
+        List{none, none, none, none, none, none} + three, true, 3, 1);
+    row("none has a number", 3, {none, none, none, end}, true, 0, 0);
+    row("none has a number, and the end is missing", 3, {none, none, none}, false, 0, 0);
+
+    row("a start is damaged, and more than announced came", 5,
+        three + List{entry(4), '!' + start(5), entry(6), entry(7), end}, false, 6, 1);
+    row("the last is damaged, and as many as announced came", 3, three + List{'!' + entry(4), end}, false, 3,
+        1);
+    row("another line is damaged", 3, three + List{"!PSEAMSG,1,PSEADUMP,MEMORY,BUSY", end}, true, 3, 1);
+    row("a start got lost, and more than announced came", 5, three + List{entry(4), entry(6), entry(7), end},
+        false, 6, 1);
+    row("a start got lost where numbers begin anew", 4, three + List{entry(2) + '0', end}, false, 4, 1);
+    row("the first one got lost", 2, {entry(2), entry(3), end}, false, 2, 0);
+    row("entries before the first start", 3, {entry(1), start(2), entry(3), end}, true, 3, 1);
+    row("numbers begin anew with each run", 4, two + List{start(1, 1550789984), entry(2) + '0', end}, true, 4,
+        2);
+    row("a run begins with any number", 4, two + List{start(9, 1550789984), entry(10), end}, true, 4, 2);
+    row("one without a number that can be read", 3,
+        {start(1), "PSEADATA,,10,3637,1,20,0,0,0,0", entry(2), end}, false, 3, 1);
 }
 
 void TestJobs::whatCountsAsAllData()
 {
     QFETCH(int, announced);
     QFETCH(QStringList, dump);
-    QFETCH(QString, report);
+    QFETCH(bool, complete);
+    QFETCH(QString, wrote);
     SimulatedRig rig(rigWith({}));
-    rig.answerInstead("PSEANUMDUMP", {makeSentence("PSEANUMDATA," + std::to_string(announced)) + "\r\n"});
-    std::vector<std::string> answer;
-    for (const QString &body : dump)
-        answer.push_back(makeSentence(body.toStdString()) + "\r\n");
-    rig.answerInstead("PSEADUMP", answer);
+    rig.answerInstead("PSEANUMDUMP", linesOf({QStringLiteral("PSEANUMDATA,%1").arg(announced)}));
+    rig.answerInstead("PSEADUMP", linesOf(dump));
     const Workspace workspace;
     const QString folder = workspace.makeFolder(QStringLiteral("logs"));
     const MessageLog log;
     Told told;
     DataDownload(told.request(nullptr, 300), folder, {}).run();
-    QCOMPARE(told.all.last(), "0,2,2 " + report + " in " + folder);
+    const QString missing = QStringLiteral("Error: The controller did not send all data. ");
+    QCOMPARE(told.all.last(), "0,2,2 " + (complete ? QString() : missing) + wrote + " in " + folder);
 }
 
 void TestJobs::anOlderFileStays()

@@ -605,11 +605,7 @@ void TestPseaComms::answers()
     QFETCH(QString, taken);
 
     SimulatedRig rig(rigWith({}));
-    std::vector<std::string> answer;
-    for (const QString &body : bodies)
-        answer.push_back(body.startsWith('=') ? body.mid(1).toStdString() + "\r\n"
-                                              : makeSentence(body.toStdString()) + "\r\n");
-    rig.answerInstead(address.toStdString(), answer);
+    rig.answerInstead(address.toStdString(), linesOf(bodies));
     Program program;
     program.link.timeouts_ = {reads > 0 ? 10000 : 60, 60};
     program.link.settings_ = {7, 7, 7, 7, 7};
@@ -675,7 +671,11 @@ void TestPseaComms::dumps_data()
     QTest::newRow("a negative number isn't kept")
         << List{data(-1), data(1), end} << true << 3 << List{data(1)};
     QTest::newRow("four reads without a data line end it")
-        << List{"A", data(0), "B,1", "C", data(1), end} << false << 4 << List{};
+        << List{"A", '!' + data(1), "B,1", "C", data(1), end} << false << 4 << List{};
+    QTest::newRow("a data line with the number 0 is one of them")
+        << List{"A", data(0), "B,1", "C", "D", data(1), end} << true << 7 << List{data(1)};
+    QTest::newRow("a damaged data line isn't kept")
+        << List{data(1), '!' + data(2), data(3), end} << true << 4 << List{data(1), data(3)};
     QTest::newRow("the first data line may be the fourth read")
         << List{"A", "B,1", "C", data(1), end} << true << 5 << List{data(1)};
     QTest::newRow("no number of other lines ends a dump that has begun")
@@ -698,10 +698,7 @@ void TestPseaComms::dumps()
     QFETCH(int, reads);
     QFETCH(QStringList, kept);
     SimulatedRig rig(rigWith({}));
-    std::vector<std::string> answer;
-    for (const QString &body : bodies)
-        answer.push_back(makeSentence(body.toStdString()) + "\r\n");
-    rig.answerInstead("PSEADUMP", answer);
+    rig.answerInstead("PSEADUMP", linesOf(bodies));
     Program program;
     program.link.timeouts_.dump = complete ? 10000 : 600;
     program.link.numData_ = 9;
@@ -743,6 +740,8 @@ void TestPseaComms::aDeviceThatNeverFallsSilent_data()
     QTest::newRow("damaged lines in a dump that has begun")
         << data << QByteArray("$PSEADATA,2,10,16,1,2,3,4,5,6*00\r\n") << 3 << true << 1;
     QTest::newRow("the same data set over and over") << data << data << 3 << true << -1;
+    const QByteArray unnumbered = sentences({"PSEADATA,0,10,16,1,2,3,4,5,6"});
+    QTest::newRow("data sets without a number") << unnumbered << unnumbered << 3 << true << 0;
 }
 
 void TestPseaComms::aDeviceThatNeverFallsSilent()
@@ -756,6 +755,7 @@ void TestPseaComms::aDeviceThatNeverFallsSilent()
     const Chatter device(first, again, pauseMs, &late);
     Program program(&late);
     program.link.timeouts_ = {1000, 1000};
+    program.link.numData_ = 9;
     QVERIFY(program.link.open(portName()));
     QElapsedTimer timer;
     timer.start();
@@ -766,7 +766,7 @@ void TestPseaComms::aDeviceThatNeverFallsSilent()
     if (kept >= 0)
         QCOMPARE(program.dumped.size(), kept);
     else
-        QVERIFY(program.dumped.size() > 1 && program.link.dataReceived_ == 1);
+        QVERIFY(program.dumped.size() > 1 && program.link.dump_.numbered == 1);
 }
 
 /// Waits as long as the program does.
