@@ -8,11 +8,13 @@
 #include <QDir>
 #include <QFile>
 #include <QLocale>
+#include <QStandardPaths>
 #include <QSysInfo>
 
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 
 namespace {
 
@@ -61,6 +63,44 @@ bool append(const QString &path, const QByteArray &text)
            file.write(text) == text.size();
 }
 
+/// The log's path from the last message, so that not every message looks at the folders again.
+class LogPathCache
+{
+public:
+    /// Empty if the path is not known, or belongs to another application name.
+    QString find(const QString &dataFolder)
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return dataFolder == dataFolder_ ? path_ : QString();
+    }
+
+    void store(const QString &dataFolder, const QString &path)
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        dataFolder_ = dataFolder;
+        path_ = path;
+    }
+
+private:
+    std::mutex mutex_;
+    QString dataFolder_;
+    QString path_;
+};
+
+LogPathCache logPathCache;
+
+void appendToLog(const QByteArray &entry)
+{
+    const QString dataFolder = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
+    const QString known = logPathCache.find(dataFolder);
+    // getLogFilePath() writes the first line of the pair itself.
+    if (!known.isEmpty() && append(known, "Logfile path:\n" + entry))
+        return;
+    const QString path = getLogFilePath();
+    logPathCache.store(dataFolder, path);
+    append(path, entry);
+}
+
 } // namespace
 
 void AppMessageHandler(QtMsgType type, const QMessageLogContext &context, const QString &message)
@@ -78,11 +118,7 @@ void AppMessageHandler(QtMsgType type, const QMessageLogContext &context, const 
     else
         std::fprintf(stderr, "%s\n", echo.constData());
 
-    const QByteArray entry = line.toUtf8() + '\n';
-    const QString known = knownLogFilePath();
-    // One append for the pair of lines; the path is looked for only when it is unknown or no longer there.
-    if (known.isEmpty() || !append(known, logFilePathLine + entry))
-        append(getLogFilePath(), entry);
+    appendToLog(line.toUtf8() + '\n');
 }
 
 void resetLog()

@@ -33,9 +33,6 @@ std::mutex &stringsMutex()
     return mutex;
 }
 
-/// Where `logFilePath` was derived from.
-QString logOrigin;
-
 QString remember(QString &stored, const QString &value)
 {
     const std::lock_guard<std::mutex> lock(stringsMutex());
@@ -145,23 +142,14 @@ QString getTemplateDir()
 QString getLogFilePath()
 {
     guarded([] {
-        remember(logOrigin, QStandardPaths::writableLocation(QStandardPaths::AppDataLocation));
         QString path = QDir(getApplicationSupportPath()).absoluteFilePath(logFileName);
         if (path.isEmpty())
             path = getAppPath() + QLatin1Char('/') + logFileName;
         QFile file(remember(logFilePath, path));
         if (file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text))
-            file.write(logFilePathLine);
+            file.write("Logfile path:\n");
     });
     return remembered(logFilePath);
-}
-
-QString knownLogFilePath()
-{
-    // Another application name gives another folder.
-    return remembered(logOrigin) == QStandardPaths::writableLocation(QStandardPaths::AppDataLocation)
-               ? remembered(logFilePath)
-               : QString();
 }
 
 QString getUtilitiesDir()

@@ -34,14 +34,8 @@ void setAppPathFromExecutable(const QString &executablePath);
 /// The folder is neither created nor filled.
 [[nodiscard]] QString getTemplateDir();
 
-/// The line that stands in the log for each time its path was asked for.
-constexpr const char *logFilePathLine = "Logfile path:\n";
-
-/// `logFilePath`. Every call appends logFilePathLine to that file.
+/// `logFilePath`. Every call appends the line "Logfile path:" to that file.
 QString getLogFilePath();
-
-/// `logFilePath` as the last call found it; empty if it would find another one now. Touches no file.
-[[nodiscard]] QString knownLogFilePath();
 
 /// "utilities" beside the application; the application folder itself if there is none.
 [[nodiscard]] QString getUtilitiesDir();
