@@ -10,11 +10,8 @@ RowLayout {
     /// The angle's part of the settings keys; empty for the row of fixed texts.
     property string angle: ""
     property var texts: []
-    property bool editable: false
-
-    function fieldOf(camera) {
-        return cells.itemAt(camera - 1).item
-    }
+    /// Holds the fields' values; null for the row of fixed texts.
+    property Calibration calibration: null
 
     spacing: 8
 
@@ -24,8 +21,6 @@ RowLayout {
     }
 
     Repeater {
-        id: cells
-
         model: 3
         Loader {
             id: cell
@@ -45,8 +40,12 @@ RowLayout {
                 id: field
 
                 TextField {
+                    readonly property string key: "Camera" + (cell.index + 1) + root.angle
+
                     objectName: "camera" + (cell.index + 1) + root.angle
-                    enabled: root.editable
+                    enabled: root.calibration.overwrite
+                    text: root.calibration.angles[key]
+                    onTextChanged: root.calibration.angles[key] = text
                     color: enabled ? Qt.rgba(1, 1, 1, 1) : "grey"
                     selectByMouse: true
                     Accessible.name: root.label + (cell.index + 1)

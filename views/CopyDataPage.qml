@@ -6,34 +6,23 @@ import QtQuick.Layouts 1.15
 FormPage {
     id: root
 
-    required property var devices
-    required property bool connected
-    required property bool readyToCopyData
-    required property bool readyToEraseMemory
-
-    property alias deviceIndex: deviceRow.currentIndex
-    property alias folder: folderRow.text
-    property alias projectName: projectRow.text
+    required property ControllerState controller
 
     signal chooseDestinationClicked()
     signal refreshDevicesClicked()
     signal copyDataClicked()
     signal eraseMemoryClicked()
 
-    function showProgress(from, to, value, text) {
-        progress.show(from, to, value, text)
-    }
-
     Heading { text: "Connection:" }
     ChoiceRow {
-        id: deviceRow
-
         label: "Device"
         comboName: "devicesComboData"
-        choices: root.devices
+        choices: root.controller.deviceModel
+        currentIndex: root.controller.dataDeviceIndex
+        onCurrentIndexChanged: root.controller.dataDeviceIndex = currentIndex
     }
     HalfButton { objectName: "refreshDevicesDataButton"; text: "Refresh Devices"; onClicked: root.refreshDevicesClicked() }
-    HintLabel { ready: root.connected }
+    HintLabel { ready: root.controller.readyForSettings }
 
     Heading { text: "Destination:" }
     TextRow {
@@ -41,23 +30,30 @@ FormPage {
 
         label: "Folder"
         fieldName: "destinationDataText"
+        text: root.controller.folder
+        onTextChanged: root.controller.folder = text
         RowButton { text: "..."; row: folderRow; onClicked: root.chooseDestinationClicked() }
     }
-    TextRow { id: projectRow; label: "Project Name"; fieldName: "projectNameDataText" }
+    TextRow {
+        label: "Project Name"
+        fieldName: "projectNameDataText"
+        text: root.controller.projectName
+        onTextChanged: root.controller.projectName = text
+    }
     HalfButton {
         objectName: "copyDataButton"
         text: "Copy Data"
-        enabled: root.readyToCopyData
+        enabled: root.controller.readyToCopyData
         highlighted: true
         onClicked: root.copyDataClicked()
     }
     HalfButton {
         objectName: "eraseMemoryButton"
         text: "Erase Memory"
-        enabled: root.readyToEraseMemory
+        enabled: root.controller.readyForData
         onClicked: root.eraseMemoryClicked()
     }
 
     Heading { text: "Progress:" }
-    ProgressRow { id: progress; objectName: "dataProgress"; label: "Data" }
+    ProgressRow { objectName: "dataProgress"; label: "Data"; progress: root.controller.dataProgress }
 }

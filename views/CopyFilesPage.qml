@@ -6,19 +6,8 @@ import QtQuick.Layouts 1.15
 FormPage {
     id: root
 
-    /// Models with the roles "key" and "text".
-    required property var drives
-    required property var templates
-    required property bool readyToCopyFiles
-    required property bool readyToEraseCards
-    required property string anglesText
-
-    property alias card1Index: card1Row.currentIndex
-    property alias card2Index: card2Row.currentIndex
-    property alias card3Index: card3Row.currentIndex
-    property alias templateIndex: templateRow.currentIndex
-    property alias folder: folderRow.text
-    property alias projectName: projectRow.text
+    required property CardState cards
+    required property Calibration calibration
 
     /// The "..." button of card 1, 2 or 3.
     signal chooseSourceClicked(int cardNumber)
@@ -32,25 +21,15 @@ FormPage {
     signal folderTyped()
     signal projectNameTyped()
 
-    /// Shows the progress of card 1, 2 or 3; other numbers are ignored.
-    function showProgress(cardNumber, from, to, value, text) {
-        if (cardNumber >= 1 && cardNumber <= pace.rows.length)
-            pace.show(cardNumber - 1, from, to, value, text)
-    }
-
-    ProgressPace {
-        id: pace
-
-        rows: [card1Progress, card2Progress, card3Progress]
-    }
-
     Heading { text: "Source:" }
     ChoiceRow {
         id: card1Row
 
         label: "Card 1"
         comboName: "card1Combo"
-        choices: root.drives
+        choices: root.cards.driveModel
+        currentIndex: root.cards.card1Index
+        onCurrentIndexChanged: root.cards.card1Index = currentIndex
         RowButton { text: "..."; row: card1Row; onClicked: root.chooseSourceClicked(1) }
     }
     ChoiceRow {
@@ -58,7 +37,9 @@ FormPage {
 
         label: "Card 2"
         comboName: "card2Combo"
-        choices: root.drives
+        choices: root.cards.driveModel
+        currentIndex: root.cards.card2Index
+        onCurrentIndexChanged: root.cards.card2Index = currentIndex
         RowButton { text: "..."; row: card2Row; onClicked: root.chooseSourceClicked(2) }
     }
     ChoiceRow {
@@ -66,14 +47,16 @@ FormPage {
 
         label: "Card 3"
         comboName: "card3Combo"
-        choices: root.drives
+        choices: root.cards.driveModel
+        currentIndex: root.cards.card3Index
+        onCurrentIndexChanged: root.cards.card3Index = currentIndex
         RowButton { text: "..."; row: card3Row; onClicked: root.chooseSourceClicked(3) }
     }
     HalfButton { objectName: "refreshCardsButton"; text: "Refresh Cards"; onClicked: root.refreshCardsClicked() }
     HalfButton {
         objectName: "eraseCardsButton"
         text: "Erase Cards"
-        enabled: root.readyToEraseCards
+        enabled: root.cards.readyToErase
         onClicked: root.eraseCardsClicked()
     }
 
@@ -83,14 +66,16 @@ FormPage {
 
         label: "Folder"
         fieldName: "destinationFilesText"
+        text: root.cards.folder
+        onTextChanged: root.cards.folder = text
         onTyped: root.folderTyped()
         RowButton { text: "..."; row: folderRow; onClicked: root.chooseDestinationClicked() }
     }
     TextRow {
-        id: projectRow
-
         label: "Project Name"
         fieldName: "projectNameText"
+        text: root.cards.projectName
+        onTextChanged: root.cards.projectName = text
         onTyped: root.projectNameTyped()
     }
 
@@ -102,7 +87,8 @@ FormPage {
         Label {
             objectName: "cameraAnglesText"
             Layout.fillWidth: true
-            text: root.anglesText
+            text: root.calibration.settings["OverwriteAngles"] ? "Overwrite camera angles in template."
+                                                               : "Use camera angles from template."
         }
         RowButton { text: "Change"; row: anglesRow; onClicked: root.changeAnglesClicked() }
     }
@@ -111,20 +97,22 @@ FormPage {
 
         label: "Template"
         comboName: "templateCombo"
-        choices: root.templates
+        choices: root.cards.templateModel
+        currentIndex: root.cards.templateIndex
+        onCurrentIndexChanged: root.cards.templateIndex = currentIndex
         RowButton { text: "..."; row: templateRow; onClicked: root.chooseTemplateClicked() }
     }
     HalfButton { objectName: "refreshTemplatesButton"; text: "Refresh Templates"; onClicked: root.refreshTemplatesClicked() }
     HalfButton {
         objectName: "copyFilesButton"
         text: "Copy Files"
-        enabled: root.readyToCopyFiles
+        enabled: root.cards.readyToCopy
         highlighted: true
         onClicked: root.copyFilesClicked()
     }
 
     Heading { text: "Progress:" }
-    ProgressRow { id: card1Progress; objectName: "card1Progress"; label: "Card 1" }
-    ProgressRow { id: card2Progress; objectName: "card2Progress"; label: "Card 2" }
-    ProgressRow { id: card3Progress; objectName: "card3Progress"; label: "Card 3" }
+    ProgressRow { objectName: "card1Progress"; label: "Card 1"; progress: root.cards.progress.rows[0] }
+    ProgressRow { objectName: "card2Progress"; label: "Card 2"; progress: root.cards.progress.rows[1] }
+    ProgressRow { objectName: "card3Progress"; label: "Card 3"; progress: root.cards.progress.rows[2] }
 }

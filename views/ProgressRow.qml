@@ -6,16 +6,9 @@ import QtQuick.Layouts 1.15
 PageRow {
     id: root
 
+    required property ProgressState progress
     /// Whether the job goes on; its end is shown whole, on several lines if need be.
-    property bool running: false
-
-    function show(from, to, value, text) {
-        bar.from = from
-        bar.to = to
-        bar.value = value
-        root.running = value < to
-        message.text = text
-    }
+    readonly property bool running: progress.running
 
     Layout.preferredHeight: column.implicitHeight + 14
 
@@ -30,9 +23,9 @@ PageRow {
 
             objectName: root.objectName + "Bar"
             Layout.fillWidth: true
-            from: 0
-            to: 3
-            value: 0
+            from: root.progress.from
+            to: root.progress.to
+            value: root.progress.value
             Accessible.name: root.label
         }
 
@@ -40,6 +33,7 @@ PageRow {
             id: message
 
             objectName: root.objectName + "Text"
+            text: root.progress.text
             Layout.fillWidth: true
             Layout.preferredWidth: 0
             Layout.preferredHeight: Math.max(Math.ceil(2 * metrics.lineSpacing), implicitHeight)

@@ -6,133 +6,115 @@ import QtQuick.Layouts 1.15
 FormPage {
     id: root
 
-    required property var devices
-    required property bool connected
-    required property bool readyToSave
-    required property bool readyToReset
-
-    property alias deviceIndex: deviceRow.currentIndex
-    property alias firmware: firmwareText.text
-    property alias battery: batteryText.text
-    property alias date: dateRow.text
-    property alias recLedOn: recLedBox.checked
-    property alias videoInterval: videoRow.value
-    property alias photoInterval: photoRow.value
-    property alias photoTimeout: timeoutRow.value
-    property alias e1FirmwareIndex: e1FirmwareCombo.currentIndex
+    required property ControllerState controller
+    readonly property CameraSettings settings: controller.settings
 
     signal refreshDevicesClicked()
     signal connectClicked()
     signal saveClicked()
     signal resetClicked()
 
-    function showProgress(from, to, value, text) {
-        progress.show(from, to, value, text)
-    }
-
     Heading { text: "Camera Device:" }
     ChoiceRow {
-        id: deviceRow
-
         label: "Port"
         comboName: "devicesComboSettings"
-        choices: root.devices
+        choices: root.controller.deviceModel
+        currentIndex: root.controller.settingsDeviceIndex
+        onCurrentIndexChanged: root.controller.settingsDeviceIndex = currentIndex
     }
     HalfButton { objectName: "refreshDevicesSettingsButton"; text: "Refresh Devices"; onClicked: root.refreshDevicesClicked() }
     HalfButton {
         objectName: "connectButton"
         text: "Connect"
-        enabled: root.connected
+        enabled: root.controller.readyForSettings
         highlighted: true
         onClicked: root.connectClicked()
     }
-    HintLabel { ready: root.connected }
+    HintLabel { ready: root.controller.readyForSettings }
 
     Heading { text: "Camera Settings:" }
     PageRow {
         label: "Firmware:"
         Layout.preferredHeight: 30
-        Label { id: firmwareText; objectName: "firmwareText"; Layout.fillWidth: true; text: "-"; textFormat: Text.PlainText }
+        Label { objectName: "firmwareText"; Layout.fillWidth: true; text: root.settings.firmware; textFormat: Text.PlainText }
     }
     PageRow {
         label: "Battery:"
         Layout.preferredHeight: 30
-        Label { id: batteryText; objectName: "batteryText"; Layout.fillWidth: true; text: "-"; textFormat: Text.PlainText }
+        Label { objectName: "batteryText"; Layout.fillWidth: true; text: root.settings.battery; textFormat: Text.PlainText }
     }
     TextRow {
         id: dateRow
 
         label: "Date/Time"
         fieldName: "dateTimeText"
+        text: root.settings.date
+        onTextChanged: root.settings.date = text
         RowButton {
             text: "Now"
             row: dateRow
-            onClicked: dateRow.text = new Date().toLocaleString(Qt.locale("C"), "yyyy-MM-dd hh:mm:ss")
+            onClicked: root.settings.date = new Date().toLocaleString(Qt.locale("C"), "yyyy-MM-dd hh:mm:ss")
         }
     }
     PageRow {
         label: "Record LED"
         CheckBox {
-            id: recLedBox
-
             objectName: "recLedBox"
             Layout.fillWidth: true
             text: "LED is on while recording"
-            checked: true
+            checked: root.settings.recLedOn
+            onCheckedChanged: root.settings.recLedOn = checked
         }
     }
     SliderRow {
-        id: videoRow
-
         label: "Video interval"
         sliderName: "videoIntervalSlider"
-        from: 0.2
-        to: 10
-        stepSize: 0.1
-        value: 1
+        from: root.settings.videoInterval.from
+        to: root.settings.videoInterval.to
+        stepSize: root.settings.videoInterval.stepSize
+        value: root.settings.videoInterval.value
+        onValueChanged: root.settings.videoInterval.value = value
         decimals: 1
         unit: "seconds"
     }
     SliderRow {
-        id: photoRow
-
         label: "Photo interval"
         sliderName: "photoIntervalSlider"
-        from: 5
-        to: 120
-        stepSize: 1
+        from: root.settings.photoInterval.from
+        to: root.settings.photoInterval.to
+        stepSize: root.settings.photoInterval.stepSize
         snapMode: Slider.SnapAlways
-        value: 5
+        value: root.settings.photoInterval.value
+        onValueChanged: root.settings.photoInterval.value = value
         decimals: 0
         unit: "seconds"
     }
     SliderRow {
-        id: timeoutRow
-
         label: "Photo timeout"
         sliderName: "photoTimeoutSlider"
-        from: 5
-        to: 360
-        stepSize: 5
-        value: 90
+        from: root.settings.photoTimeout.from
+        to: root.settings.photoTimeout.to
+        stepSize: root.settings.photoTimeout.stepSize
+        value: root.settings.photoTimeout.value
+        onValueChanged: root.settings.photoTimeout.value = value
         decimals: 0
         unit: "minutes"
     }
     PageRow {
         label: "E1 Firmware"
         ChoiceBox {
-            id: e1FirmwareCombo
-
             objectName: "e1FirmwareCombo"
             textRole: ""
             Layout.fillWidth: true
             model: ["0.26", "0.29", "0.30 (in beta, not officially supported)"]
+            currentIndex: root.settings.e1FirmwareIndex
+            onCurrentIndexChanged: root.settings.e1FirmwareIndex = currentIndex
             Accessible.name: "E1 Firmware"
         }
     }
-    HalfButton { objectName: "saveSettingsButton"; text: "Save Settings"; enabled: root.readyToSave; onClicked: root.saveClicked() }
-    HalfButton { objectName: "resetSettingsButton"; text: "Reset Settings"; enabled: root.readyToReset; onClicked: root.resetClicked() }
+    HalfButton { objectName: "saveSettingsButton"; text: "Save Settings"; enabled: root.controller.readyForSettings; onClicked: root.saveClicked() }
+    HalfButton { objectName: "resetSettingsButton"; text: "Reset Settings"; enabled: root.controller.readyForSettings; onClicked: root.resetClicked() }
 
     Heading { text: "Progress:" }
-    ProgressRow { id: progress; objectName: "settingsProgress"; label: "Settings" }
+    ProgressRow { objectName: "settingsProgress"; label: "Settings"; progress: root.controller.settingsProgress }
 }

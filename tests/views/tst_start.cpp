@@ -56,8 +56,10 @@ private slots:
     void whatTheControllerIsAsked();
     void whatIsChosenOnceThePagesStand();
     void nothingIsChosenThatIsNotRecognised();
-    void functionsBeforeTheFirstFrame_data();
-    void functionsBeforeTheFirstFrame();
+    void functionsBeforeThePages_data();
+    void functionsBeforeThePages();
+    void requestsBeforeThePages_data();
+    void requestsBeforeThePages();
 
 private:
     QtMessageHandler before_ = nullptr;
@@ -108,79 +110,169 @@ void TestStart::nothingIsChosenThatIsNotRecognised()
         QCOMPARE(view.property(QString::fromLatin1(choice), "currentIndex").toInt(), -1);
 }
 
-using Action = std::function<void(const View &)>;
-Q_DECLARE_METATYPE(Action)
+using Step = std::function<void(const View &)>;
+Q_DECLARE_METATYPE(Step)
 
-void TestStart::functionsBeforeTheFirstFrame_data()
+void TestStart::functionsBeforeThePages_data()
 {
-    QTest::addColumn<Action>("action");
-    const auto row = [](const char *name, const Action &action) { QTest::newRow(name) << action; };
+    QTest::addColumn<Step>("call");
+    QTest::addColumn<Step>("afterwards");
+    const auto row = [](const char *name, const Step &call, const Step &afterwards = {}) {
+        QTest::newRow(name) << call << afterwards;
+    };
     const QString text = QStringLiteral("text");
-    row("a card's progress", [text](const View &view) {
-        view.call("updateCardProgress", 2, 0, 10, 4, text);
-        QCOMPARE(view.window()->property("cardTwoCopying").toBool(), true);
-        QCOMPARE(view.property(QStringLiteral("card2ProgressText"), "text").toString(), text);
-    });
-    row("a data job's progress", [text](const View &view) {
-        view.call("updateDataProgress", 0, 2, 1, text);
-        QCOMPARE(view.window()->property("dataCopying").toBool(), true);
-        QCOMPARE(view.property(QStringLiteral("dataProgressText"), "text").toString(), text);
-    });
-    for (const char *function : {"updateCameraSettingsProgress", "updateFirmwareProgress"}) {
-        row(function, [text, function](const View &view) {
-            view.call(function, 0, 2, 2, text);
-            QCOMPARE(view.property(QStringLiteral("settingsProgressText"), "text").toString(), text);
+    row(
+        "a card's progress",
+        [text](const View &view) {
+            view.call("updateCardProgress", 2, 0, 10, 4, text);
+            QCOMPARE(view.window()->property("cardTwoCopying").toBool(), true);
+        },
+        [text](const View &view) {
+            QCOMPARE(view.property("card2ProgressText", "text").toString(), text);
+            QCOMPARE(view.property("card2ProgressBar", "value").toDouble(), 4.0);
+            QCOMPARE(view.property("exitButton", "enabled").toBool(), false);
         });
+    row(
+        "a data job's progress",
+        [text](const View &view) {
+            view.call("updateDataProgress", 0, 2, 1, text);
+            QCOMPARE(view.window()->property("dataCopying").toBool(), true);
+        },
+        [text](const View &view) {
+            QCOMPARE(view.property("dataProgressText", "text").toString(), text);
+            QCOMPARE(view.property("waitText", "text").toString(), text);
+            QTRY_VERIFY(view.isOpen("waitPopup"));
+        });
+    for (const char *function : {"updateCameraSettingsProgress", "updateFirmwareProgress"}) {
+        row(
+            function, [text, function](const View &view) { view.call(function, 0, 2, 2, text); },
+            [text](const View &view) {
+                QCOMPARE(view.property("settingsProgressText", "text").toString(), text);
+                QCOMPARE(view.property("waitPopup", "visible").toBool(), false);
+            });
     }
-    row("settings that were read", [](const View &view) {
-        view.call("updateCameraSettings", "1.24", "50 %", "2019-02-21 22:46:44", 0, 2.0, 20.0, 45.0, 30);
-        QCOMPARE(view.call("getSelectedE1Firmware").toInt(), 30);
-    });
-    row("connecting", [](const View &view) {
-        QSignalSpy read(view.window(), SIGNAL(readCameraSettings(QString)));
-        view.call("connectButtonClicked");
-        QCOMPARE(read.count(), 1);
-        QCOMPARE(read.first().first().toString(), QStringLiteral("ttyUSB0"));
-    });
-    row("copying", [](const View &view) {
-        QSignalSpy copy(view.window(),
-                        SIGNAL(copyFiles(QString, QString, QString, QString, QString, QString)));
-        view.call("copyFilesClicked");
-        QCOMPARE(copy.count(), 1);
-        QCOMPARE(copy.first(),
-                 (QVariantList{"/media/KELPORA360_1", "/media/KELPORA360_2", "/media/KELPORA360_3",
-                               "/home/diver/Videos", "/templates/a.kava", ""}));
+    row(
+        "settings that were read",
+        [](const View &view) {
+            view.call("updateCameraSettings", "1.24", "50 %", "2019-02-21 22:46:44", 0, 2.0, 20.0, 45.0, 30);
+            QCOMPARE(view.call("getSelectedE1Firmware").toInt(), 30);
+        },
+        [](const View &view) {
+            QCOMPARE(view.property("firmwareText", "text").toString(), QStringLiteral("1.24"));
+            QCOMPARE(view.property("recLedBox", "checked").toBool(), false);
+            QCOMPARE(view.property("photoTimeoutSlider", "value").toDouble(), 45.0);
+            QCOMPARE(view.property("e1FirmwareCombo", "currentIndex").toInt(), 2);
+        });
+    row("setE1Firmware", [](const View &view) {
+        view.call("setE1Firmware", 29);
+        QCOMPARE(view.call("getSelectedE1Firmware").toInt(), 29);
     });
     row("saving the angles", [](const View &view) {
         view.call("saveStitchSettings");
         QCOMPARE(view.window()->property("settings").toMap().value(QStringLiteral("Camera1Yaw")).toString(),
                  QStringLiteral("12.5"));
     });
-    row("a calibration that arrives", [](const View &view) {
-        view.call("takeStitchSettings",
-                  R"({"success": true, "message": "Welcome", "data": {"Camera1Yaw": 7}})", "0");
-        QCOMPARE(view.window()->property("settings").toMap().value(QStringLiteral("Camera1Yaw")).toString(),
-                 QStringLiteral("7"));
-        QCOMPARE(view.property(QStringLiteral("messageText"), "text").toString(), QStringLiteral("Welcome"));
-    });
+    row(
+        "a calibration that arrives",
+        [](const View &view) {
+            QMetaObject::invokeMethod(
+                view.object("calibration"), "takeAnswer",
+                Q_ARG(QVariant, R"({"success": true, "message": "Welcome", "data": {"Camera1Yaw": 7}})"),
+                Q_ARG(QVariant, "0"));
+            QCOMPARE(
+                view.window()->property("settings").toMap().value(QStringLiteral("Camera1Yaw")).toString(),
+                QStringLiteral("7"));
+        },
+        [](const View &view) {
+            QCOMPARE(view.property("messageText", "text").toString(), QStringLiteral("Welcome"));
+            QTRY_VERIFY(view.isOpen("messagePopup"));
+        });
     for (const char *function :
-         {"refreshDrives", "refreshDevices", "loadTemplates", "refreshDestination", "loadStitchSettings",
-          "getSelectedSettingsDeviceName", "getSelectedDataDeviceName", "getSelectedE1Firmware"})
+         {"refreshDrives", "refreshDevices", "loadTemplates", "refreshDestination", "loadStitchSettings"})
         row(function, [function](const View &view) { view.call(function); });
+    row("downloadStitchSettings without a serial", [](const View &view) {
+        view.window()->setProperty("settings", QVariantMap());
+        view.call("downloadStitchSettings");
+    });
+    for (const char *function : {"getSelectedSettingsDeviceName", "getSelectedDataDeviceName"}) {
+        row(function, [function](const View &view) {
+            QCOMPARE(view.call(function).toString(), QStringLiteral("ttyUSB0"));
+        });
+    }
+    for (const char *rule : {"readyToExit", "readyToCopyFiles", "readyToEraseCards", "readyToCopyData",
+                             "readyToEraseMemory", "readyToReadSettings", "readyToSaveCameraSettings",
+                             "readyToResetCameraSettings", "readyToUpdateFirmware"})
+        row(rule, [rule](const View &view) { QCOMPARE(view.call(rule).toBool(), true); });
 }
 
-void TestStart::functionsBeforeTheFirstFrame()
+/// The window's own functions need no page.
+void TestStart::functionsBeforeThePages()
 {
-    QFETCH(Action, action);
+    QFETCH(Step, call);
+    QFETCH(Step, afterwards);
     ScriptedController controller;
     equip(&controller);
     const View view(&controller, View::State::Loaded);
-    QVERIFY(view.window() != nullptr);
+    call(view);
     QCOMPARE(view.window()->property("ready").toBool(), false);
-    action(view);
     QTRY_VERIFY(view.window()->property("ready").toBool());
     for (const char *device : {"devicesComboData", "devicesComboSettings"})
-        QCOMPARE(view.property(QString::fromLatin1(device), "currentIndex").toInt(), 1);
+        QCOMPARE(view.property(device, "currentIndex").toInt(), 1);
+    if (afterwards)
+        afterwards(view);
+}
+
+void TestStart::requestsBeforeThePages_data()
+{
+    QTest::addColumn<QString>("function");
+    QTest::addColumn<QVariantList>("arguments");
+    QTest::addColumn<QByteArray>("signature");
+    QTest::addColumn<QVariantList>("emitted");
+    const QVariantList cards = {"/media/KELPORA360_1", "/media/KELPORA360_2", "/media/KELPORA360_3"};
+    QTest::newRow("copying files") << "copyFilesClicked" << QVariantList{}
+                                   << QByteArray(SIGNAL(
+                                          copyFiles(QString, QString, QString, QString, QString, QString)))
+                                   << cards + QVariantList{"/home/diver/Videos", "/templates/a.kava", ""};
+    QTest::newRow("erasing cards") << "eraseCardsClicked" << QVariantList{true, false}
+                                   << QByteArray(SIGNAL(eraseCards(QString, QString, QString, bool, bool)))
+                                   << cards + QVariantList{true, false};
+    QTest::newRow("copying data") << "copyDataClicked" << QVariantList{}
+                                  << QByteArray(SIGNAL(copyData(QString, QString, QString)))
+                                  << QVariantList{"ttyUSB0", "/home/diver/Videos", ""};
+    QTest::newRow("erasing the memory")
+        << "eraseMemoryClicked" << QVariantList{true} << QByteArray(SIGNAL(eraseMemory(QString)))
+        << QVariantList{"ttyUSB0"};
+    QTest::newRow("connecting") << "connectButtonClicked" << QVariantList{}
+                                << QByteArray(SIGNAL(readCameraSettings(QString))) << QVariantList{"ttyUSB0"};
+    QTest::newRow("saving the settings")
+        << "saveCameraSettingsClicked" << QVariantList{}
+        << QByteArray(SIGNAL(saveCameraSettings(QString, QString, int, double, double, double, int)))
+        << QVariantList{"ttyUSB0", "", 1, 1.0, 5.0, 90.0, 26};
+    QTest::newRow("resetting the settings")
+        << "resetCameraSettingsClicked" << QVariantList{} << QByteArray(SIGNAL(resetCameraSettings(QString)))
+        << QVariantList{"ttyUSB0"};
+}
+
+void TestStart::requestsBeforeThePages()
+{
+    QFETCH(QString, function);
+    QFETCH(QVariantList, arguments);
+    QFETCH(QByteArray, signature);
+    QFETCH(QVariantList, emitted);
+    ScriptedController controller;
+    equip(&controller);
+    const View view(&controller, View::State::Loaded);
+    QSignalSpy requests(view.window(), signature.constData());
+    const QByteArray name = function.toLatin1();
+    if (arguments.isEmpty())
+        view.call(name.constData());
+    else if (arguments.size() == 1)
+        view.call(name.constData(), arguments.at(0));
+    else
+        view.call(name.constData(), arguments.at(0), arguments.at(1));
+    QCOMPARE(requests.size(), 1);
+    QCOMPARE(requests.first(), emitted);
+    QCOMPARE(view.window()->property("ready").toBool(), false);
 }
 
 QTEST_MAIN(TestStart)

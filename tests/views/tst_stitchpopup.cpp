@@ -674,7 +674,7 @@ void TestStitchPopup::theServiceByDefault()
     controller.settings = storedSettings();
     const View view(&controller);
     QVERIFY(view.isShown());
-    const QUrl url(view.window()->property("calibrationUrl").toString());
+    const QUrl url(view.property("calibration", "defaultService").toString());
     QCOMPARE(url.scheme(), QStringLiteral("https"));
     QVERIFY(url.host().endsWith(QStringLiteral(".example")));
     QCOMPARE(url.path(), QString());

@@ -1,13 +1,12 @@
 import QtQuick 2.15
 
-/// Brings what jobs report to their rows. Small files are reported far faster than anyone reads, and each frame
-/// takes processor time from the job: a row shows an end and the first few reports at once, more of them ten times
-/// a second at most.
+/// The progress of the three cards as the page shows it. Small files are reported far faster than anyone reads, and
+/// each frame takes processor time from the job: a row shows an end and the first few reports at once, more of them
+/// ten times a second at most.
 Timer {
     id: root
 
-    /// The ProgressRows.
-    required property var rows
+    readonly property list<ProgressState> rows: [ProgressState {}, ProgressState {}, ProgressState {}]
     /// How many reports a row shows without waiting; each tick gives one back.
     readonly property int allowance: 5
     /// Per row: reports shown beyond those given back, and the last report that waits for a tick.
