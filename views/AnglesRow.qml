@@ -39,7 +39,7 @@ RowLayout {
             Component {
                 id: field
 
-                TextField {
+                LineField {
                     readonly property string key: "Camera" + (cell.index + 1) + root.angle
 
                     objectName: "camera" + (cell.index + 1) + root.angle
@@ -47,7 +47,6 @@ RowLayout {
                     text: root.calibration.angles[key]
                     onTextChanged: root.calibration.angles[key] = text
                     color: enabled ? Qt.rgba(1, 1, 1, 1) : "grey"
-                    selectByMouse: true
                     Accessible.name: root.label + (cell.index + 1)
                 }
             }

@@ -1,4 +1,5 @@
 import QtQuick 2.15
+import QtQuick.Window 2.15
 import QtQuick.Controls 2.15
 import QtQuick.Controls.Material 2.15
 
@@ -17,6 +18,11 @@ ComboBox {
         textFormat: Text.PlainText
         Accessible.ignored: true
     }
+    background: ControlFrame {
+        focused: root.visualFocus
+        hovered: root.hovered
+        pressed: root.pressed
+    }
     delegate: MenuItem {
         id: entry
 
@@ -32,10 +38,32 @@ ComboBox {
             elide: Text.ElideMiddle
             textFormat: Text.PlainText
             verticalAlignment: Text.AlignVCenter
-            color: root.currentIndex === index ? entry.Material.accent : entry.Material.foreground
+            color: entry.highlighted ? "black" : root.currentIndex === index ? entry.Material.accent : entry.Material.foreground
             Accessible.ignored: true
         }
+        background: Rectangle {
+            implicitHeight: entry.Material.menuItemHeight
+            color: entry.highlighted ? entry.Material.accent : "transparent"
+        }
     }
-    // As in FlatButton.
-    Component.onCompleted: root.background.layer.enabled = false
+    popup: Popup {
+        id: list
+
+        width: root.width
+        height: Math.min(implicitHeight, root.Window.height - topMargin - bottomMargin)
+        margins: 12
+        padding: 1
+        enter: null
+        exit: null
+        background: PopupFrame {}
+        contentItem: ListView {
+            implicitHeight: contentHeight
+            clip: true
+            model: root.delegateModel
+            currentIndex: root.highlightedIndex
+            highlightMoveDuration: 0
+            boundsBehavior: Flickable.StopAtBounds
+            ScrollBar.vertical: ThinScrollBar {}
+        }
+    }
 }

@@ -6,6 +6,8 @@ import QtQuick.Layouts 1.15
 FormPage {
     id: root
 
+    title: "Copy Files"
+
     required property CardState cards
     required property Calibration calibration
 

@@ -8,21 +8,20 @@ QuestionPopup {
 
     signal answered(bool erase, bool createSyncConfig)
 
+    name: "Erase Cards"
     onAccepted: root.answered(eraseBox.checked, syncBox.checked)
 
-    CheckBox {
+    TickBox {
         id: eraseBox
 
         objectName: "eraseCardsBox"
         text: "Erase cards. This can't be undone."
-        checked: true
     }
 
-    CheckBox {
+    TickBox {
         id: syncBox
 
         objectName: "syncConfigBox"
         text: "Write sync configuration files"
-        checked: true
     }
 }

@@ -7,14 +7,14 @@ QuestionPopup {
 
     signal answered(bool erase)
 
+    name: "Erase Memory"
     onAccepted: root.answered(eraseBox.checked)
     onRejected: root.answered(false)
 
-    CheckBox {
+    TickBox {
         id: eraseBox
 
         objectName: "eraseMemoryBox"
         text: "Erase memory. This can't be undone."
-        checked: true
     }
 }

@@ -121,9 +121,9 @@ ApplicationWindow {
 
         visible: root.framed
 
-        TabButton { text: "Copy Files" }
-        TabButton { text: "Copy Data" }
-        TabButton { text: "Settings" }
+        PageTab { text: "Copy Files" }
+        PageTab { text: "Copy Data" }
+        PageTab { text: "Settings" }
     }
 
     Loader {

@@ -8,12 +8,15 @@ ModalPopup {
 
     property alias text: message.text
 
+    name: title.text
     closePolicy: Popup.CloseOnEscape | Popup.CloseOnPressOutside
 
     ColumnLayout {
         spacing: 16
 
         Label {
+            id: title
+
             text: "Info"
             font.bold: true
         }
@@ -24,7 +27,7 @@ ModalPopup {
             labelName: "messageText"
         }
 
-        PopupButton {
+        FlatButton {
             Layout.alignment: Qt.AlignRight
             text: "Ok"
             focus: true

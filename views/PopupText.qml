@@ -23,7 +23,7 @@ Flickable {
     onContentHeightChanged: root.follow()
     onHeightChanged: root.follow()
 
-    ScrollBar.vertical: ScrollBar {}
+    ScrollBar.vertical: ThinScrollBar {}
 
     Label {
         id: label

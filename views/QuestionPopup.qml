@@ -8,21 +8,14 @@ ModalPopup {
 
     default property alias boxes: boxColumn.data
 
-    /// False once an answer was given: the buttons can still be pressed while the popup fades away.
-    property bool asking: false
-
     signal accepted()
     signal rejected()
 
-    function answer(give) {
-        if (!root.asking)
-            return
-        root.asking = false
-        give()
-        root.close()
+    // Every question begins with all boxes checked, whatever was answered before.
+    onAboutToShow: {
+        for (let i = 0; i < boxColumn.children.length; ++i)
+            boxColumn.children[i].checked = true
     }
-
-    onAboutToShow: root.asking = true
 
     ColumnLayout {
         spacing: 16
@@ -39,16 +32,23 @@ ModalPopup {
             Layout.alignment: Qt.AlignRight
             spacing: 8
 
-            PopupButton {
+            FlatButton {
                 objectName: root.objectName + "EraseButton"
                 text: "Erase"
-                onClicked: root.answer(root.accepted)
+                destructive: true
+                onClicked: {
+                    root.accepted()
+                    root.close()
+                }
             }
-            PopupButton {
+            FlatButton {
                 objectName: root.objectName + "CancelButton"
                 text: "Cancel"
                 focus: true
-                onClicked: root.answer(root.rejected)
+                onClicked: {
+                    root.rejected()
+                    root.close()
+                }
             }
         }
     }

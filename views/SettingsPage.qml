@@ -6,6 +6,8 @@ import QtQuick.Layouts 1.15
 FormPage {
     id: root
 
+    title: "Settings"
+
     required property ControllerState controller
     readonly property CameraSettings settings: controller.settings
 
@@ -50,6 +52,7 @@ FormPage {
         fieldName: "dateTimeText"
         text: root.settings.date
         onTextChanged: root.settings.date = text
+        placeholder: "yyyy-MM-dd hh:mm:ss"
         RowButton {
             text: "Now"
             row: dateRow
@@ -58,7 +61,7 @@ FormPage {
     }
     PageRow {
         label: "Record LED"
-        CheckBox {
+        TickBox {
             objectName: "recLedBox"
             Layout.fillWidth: true
             text: "LED is on while recording"

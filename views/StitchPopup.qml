@@ -13,6 +13,7 @@ ModalPopup {
     signal resetClicked()
     signal saveClicked()
 
+    name: title.text
     width: 500
 
     ColumnLayout {
@@ -21,6 +22,8 @@ ModalPopup {
         spacing: 8
 
         Label {
+            id: title
+
             text: "Custom camera calibration settings"
             font.bold: true
         }
@@ -29,22 +32,21 @@ ModalPopup {
             spacing: 8
 
             Label { text: "Your Kelpora 360 serial: " }
-            TextField {
+            LineField {
                 objectName: "serialnumber"
                 focus: true
                 Layout.fillWidth: true
                 text: root.calibration.serialnumber
                 onTextChanged: root.calibration.serialnumber = text
-                selectByMouse: true
                 Accessible.name: "Your Kelpora 360 serial"
             }
         }
         RowLayout {
             spacing: 8
 
-            PopupButton { Layout.fillWidth: true; objectName: "downloadAnglesButton"; text: "Download"; onClicked: root.downloadClicked() }
-            PopupButton { Layout.fillWidth: true; objectName: "defaultAnglesButton"; text: "Defaults"; onClicked: root.defaultsClicked() }
-            PopupButton { Layout.fillWidth: true; objectName: "resetAnglesButton"; text: "Reset"; onClicked: root.resetClicked() }
+            FlatButton { Layout.fillWidth: true; objectName: "downloadAnglesButton"; text: "Download"; onClicked: root.downloadClicked() }
+            FlatButton { Layout.fillWidth: true; objectName: "defaultAnglesButton"; text: "Defaults"; onClicked: root.defaultsClicked() }
+            FlatButton { Layout.fillWidth: true; objectName: "resetAnglesButton"; text: "Reset"; onClicked: root.resetClicked() }
         }
 
         AnglesRow { label: "Camera:"; texts: ["1", "2", "3"] }
@@ -59,14 +61,14 @@ ModalPopup {
             }
         }
 
-        CheckBox {
+        TickBox {
             objectName: "radiansAngles"
             text: "Angles are in Radians"
             enabled: root.calibration.overwrite
             checked: root.calibration.radians
             onCheckedChanged: root.calibration.radians = checked
         }
-        CheckBox {
+        TickBox {
             objectName: "overwriteAngles"
             text: "Overwrite camera angles in template"
             checked: root.calibration.overwrite
@@ -77,7 +79,7 @@ ModalPopup {
             Layout.alignment: Qt.AlignRight
             spacing: 8
 
-            PopupButton {
+            FlatButton {
                 objectName: "saveAnglesButton"
                 text: "Save"
                 onClicked: {
@@ -85,7 +87,7 @@ ModalPopup {
                     root.close()
                 }
             }
-            PopupButton {
+            FlatButton {
                 objectName: "cancelAnglesButton"
                 text: "Cancel"
                 onClicked: root.close()

@@ -8,16 +8,16 @@ PageRow {
 
     required property string fieldName
     property alias text: field.text
+    property alias placeholder: field.placeholderText
 
     /// A key was released in the field.
     signal typed()
 
-    TextField {
+    LineField {
         id: field
 
         objectName: root.fieldName
         Layout.fillWidth: true
-        selectByMouse: true
         Accessible.name: root.label
         Keys.onReleased: root.typed()
     }

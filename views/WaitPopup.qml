@@ -8,12 +8,22 @@ ModalPopup {
 
     property alias text: message.text
 
+    name: title.text
+
     ColumnLayout {
         spacing: 16
 
-        Label {
-            text: "Please wait ..."
-            font.bold: true
+        RowLayout {
+            spacing: 16
+
+            Label {
+                id: title
+
+                Layout.fillWidth: true
+                text: "Please wait ..."
+                font.bold: true
+            }
+            BusyDots { running: root.visible }
         }
 
         PopupText {

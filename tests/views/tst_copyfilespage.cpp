@@ -345,6 +345,7 @@ void TestCopyFilesPage::theListShowsNamesAsTheyAre()
     QTRY_VERIFY(list->property("opened").toBool());
     QStringList drawn;
     QList<QQuickItem *> items{list->property("contentItem").value<QQuickItem *>()};
+    QVERIFY(QMetaObject::invokeMethod(items.first(), "forceLayout"));
     for (int i = 0; i < items.size(); ++i) {
         const QQuickItem *item = items.at(i);
         items += item->childItems();

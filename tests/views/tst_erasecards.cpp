@@ -130,11 +130,9 @@ void TestEraseCards::onlyTheFirstAnswerCounts()
     // The second time it is a new question.
     for (int time = 1; time <= 2; ++time) {
         QVERIFY(openPopup(view));
-        for (const QString &press : presses) {
-            // It fades away for a moment, and what was pressed while the cards were erased comes then.
-            QVERIFY(view.property(popup, "visible").toBool());
+        // What was pressed while the cards were erased comes when the popup has gone.
+        for (const QString &press : presses)
             view.click(popup + press + QStringLiteral("Button"));
-        }
         QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
         QCOMPARE(requests.size(), time * expected);
     }
