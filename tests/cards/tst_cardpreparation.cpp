@@ -1,5 +1,6 @@
 #include "app/appcontroller.h"
 #include "cards/cardpreparation.h"
+#include "tests/support/medium.h"
 #include "tests/support/messagelog.h"
 #include "tests/support/plainuser.h"
 #include "tests/support/testmain.h"
@@ -65,84 +66,6 @@ QList<QByteArray> rawNames(const QString &folder)
     std::sort(names.begin(), names.end());
     return names;
 }
-
-QString run(const QString &program, const QStringList &arguments, int *exitCode)
-{
-    QProcess process;
-    process.setStandardErrorFile(QProcess::nullDevice());
-    process.start(program, arguments);
-    const bool ended = process.waitForFinished(60000) && process.exitStatus() == QProcess::NormalExit;
-    *exitCode = ended ? process.exitCode() : -1;
-    return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
-}
-
-/// Mounts a fresh file system in a file of its own. Empty on success, else why it can't be done here.
-QString mountImage(const QString &kind, const QString &image, const QString &mountPoint)
-{
-    QFile file(image);
-    if (!file.open(QIODevice::WriteOnly) || !file.resize(qint64(512) << 20))
-        return QStringLiteral("no room for the volume's image");
-    file.close();
-    const bool ext4 = kind == QLatin1String("ext4");
-    int code = 0;
-    if (ext4)
-        run(QStringLiteral("mkfs.ext4"), {"-q", "-F", "-N", "60000", image}, &code);
-    else
-        run(QStringLiteral("mkfs.exfat"), {image}, &code);
-    if (code != 0)
-        return QStringLiteral("no %1 volume can be made here").arg(kind);
-    const QString device = run(QStringLiteral("losetup"), {"--find", "--show", image}, &code);
-    if (code != 0)
-        return QStringLiteral("this machine allows no loop devices");
-    if (ext4) {
-        code = ::mount(QFile::encodeName(device).constData(), QFile::encodeName(mountPoint).constData(),
-                       "ext4", 0, nullptr);
-    } else {
-        // The file system's process must hold none of this test's pipes.
-        code = QProcess::execute(
-            QStringLiteral("sh"),
-            {"-c", "exec mount.exfat-fuse \"$0\" \"$1\" >/dev/null 2>&1", device, mountPoint});
-    }
-    // Detached now, the device goes with its last user.
-    int detached = 0;
-    run(QStringLiteral("losetup"), {"--detach", device}, &detached);
-    return code == 0 ? QString() : QStringLiteral("this machine can't mount %1").arg(kind);
-}
-
-/// A card's root: a plain folder, or where a fresh volume is mounted.
-class Card
-{
-    Q_DISABLE_COPY(Card)
-
-public:
-    Card(const Workspace &workspace, const QString &kind, const QString &name = QStringLiteral("card"))
-        : root_(workspace.makeFolder(name))
-    {
-        if (kind == QLatin1String("tmpfs")) {
-            volume_ = std::make_unique<TestVolume>(root_, 256 * 1024);
-            why_ = volume_->why();
-        } else if (kind != QLatin1String("folder")) {
-            why_ = mountImage(kind, workspace.path(name + QStringLiteral(".img")), root_);
-            mounted_ = why_.isEmpty();
-        }
-    }
-    ~Card()
-    {
-        if (mounted_)
-            static_cast<void>(::umount2(QFile::encodeName(root_).constData(), MNT_DETACH));
-    }
-
-    [[nodiscard]] bool isMounted() const { return why_.isEmpty(); }
-    [[nodiscard]] const QString &why() const { return why_; }
-    [[nodiscard]] const QString &root() const { return root_; }
-    [[nodiscard]] TestVolume *volume() const { return volume_.get(); }
-
-private:
-    QString root_;
-    QString why_;
-    std::unique_ptr<TestVolume> volume_;
-    bool mounted_ = false;
-};
 
 void kindRows()
 {
@@ -283,7 +206,7 @@ void TestCardPreparation::files()
     QFETCH(bool, erase);
     QFETCH(bool, sync);
     const Workspace workspace;
-    const Card medium(workspace, kind);
+    const Medium medium(workspace, kind);
     SKIP_UNLESS_MOUNTED(medium);
     const QMap<QString, QByteArray> old = {{"DCIM/100MEDIA/CLIP0001.MOV", media},
                                            {"DCIM/100MEDIA/.hidden", media},
@@ -410,7 +333,7 @@ void TestCardPreparation::existingFiles()
     QFETCH(QByteArray, after);
     for (const QString &kind : {QStringLiteral("folder"), QStringLiteral("tmpfs")}) {
         const Workspace workspace;
-        const Card medium(workspace, kind);
+        const Medium medium(workspace, kind);
         if (!medium.isMounted())
             continue;
         workspace.write(QStringLiteral("card/") + name, before);
@@ -501,7 +424,7 @@ void TestCardPreparation::preparingTwice()
 {
     QFETCH(QString, kind);
     const Workspace workspace;
-    const Card medium(workspace, kind);
+    const Medium medium(workspace, kind);
     SKIP_UNLESS_MOUNTED(medium);
     QMap<QString, QByteArray> expected = markers(3);
     expected.insert(QStringLiteral("MISC/cfg"), config);
@@ -631,7 +554,7 @@ void TestCardPreparation::failures()
 void TestCardPreparation::aWriteProtectedCard()
 {
     const Workspace workspace;
-    const Card medium(workspace, QStringLiteral("tmpfs"));
+    const Medium medium(workspace, QStringLiteral("tmpfs"));
     SKIP_UNLESS_MOUNTED(medium);
     workspace.write(QStringLiteral("card/DCIM/A.MOV"), media);
     QVERIFY(medium.volume()->makeReadOnly());
@@ -677,7 +600,7 @@ void TestCardPreparation::linksAreRemovedNotFollowed()
 {
     QFETCH(QString, kind);
     const Workspace workspace;
-    const Card medium(workspace, kind);
+    const Medium medium(workspace, kind);
     SKIP_UNLESS_MOUNTED(medium);
     const QString file = workspace.write(QStringLiteral("outside/file"), media);
     workspace.write(QStringLiteral("outside/folder/inner"), media);
@@ -776,7 +699,7 @@ void TestCardPreparation::readOnlyFilesAndFolders()
     QFETCH(int, fileMode);
     QFETCH(int, folderMode);
     const Workspace workspace;
-    const Card medium(workspace, kind);
+    const Medium medium(workspace, kind);
     SKIP_UNLESS_MOUNTED(medium);
     const QStringList files = {"a", "DCIM/b", "DCIM/100/c", "DCIM/100/.d"};
     for (const QString &file : files)
@@ -818,7 +741,7 @@ void TestCardPreparation::names()
     QFETCH(QString, kind);
     QFETCH(QByteArray, name);
     const Workspace workspace;
-    const Card medium(workspace, kind);
+    const Medium medium(workspace, kind);
     SKIP_UNLESS_MOUNTED(medium);
     const QByteArray top = QFile::encodeName(medium.root());
     const QByteArray folder = top + '/' + name;
@@ -856,7 +779,7 @@ void TestCardPreparation::manyEntries()
     QFETCH(int, count);
     QFETCH(bool, folders);
     const Workspace workspace;
-    const Card medium(workspace, kind);
+    const Medium medium(workspace, kind);
     SKIP_UNLESS_MOUNTED(medium);
     const int folder =
         ::open(QFile::encodeName(workspace.makeFolder(QStringLiteral("card/DCIM"))).constData(),
@@ -938,7 +861,7 @@ void TestCardPreparation::aCardThatCannotBeListed()
 void TestCardPreparation::anotherVolumeIsNotEntered()
 {
     const Workspace workspace;
-    const Card medium(workspace, QStringLiteral("tmpfs"));
+    const Medium medium(workspace, QStringLiteral("tmpfs"));
     SKIP_UNLESS_MOUNTED(medium);
     const TestVolume inner(workspace.path(QStringLiteral("card/DCIM/inner")), 1024);
     SKIP_UNLESS_MOUNTED(inner);
