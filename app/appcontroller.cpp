@@ -38,6 +38,7 @@ constexpr int fewestThreads = cardCount + 1;
 
 AppController::AppController(QObject *parent)
     : QObject(parent)
+    , drives_(std::make_unique<Drives>())
 {
     QThreadPool *pool = QThreadPool::globalInstance();
     pool->setMaxThreadCount(std::max(pool->maxThreadCount(), fewestThreads));
@@ -65,7 +66,7 @@ bool AppController::waitForJobs(int milliseconds)
 
 QVariantList AppController::getDrives()
 {
-    return listDrives();
+    return drives_->list();
 }
 
 void AppController::listDevicesAhead()
@@ -127,6 +128,9 @@ void AppController::copyFiles(QString card1, QString card2, QString card3, QStri
                               QString templatePath, QString projectName)
 {
     targetDir_.setPath(targetDir);
+    // A relative folder, or one that begins with "~", is not where the operator may think.
+    if (!targetDir.isEmpty())
+        qInfo().noquote() << "Copying to" << targetDir_.absolutePath();
     qInfo("Start.");
     int cardIndex = 0;
     for (const QString &card : {card1, card2, card3}) {

@@ -16,6 +16,7 @@
 #include <optional>
 
 class ControllerJob;
+class Drives;
 class MediaImport;
 struct ControllerRequest;
 class QQuickWindow;
@@ -124,6 +125,7 @@ private:
     [[nodiscard]] ControllerRequest settingsRequest(const QString &port);
     void countFinishedCard(const QString &targetDir);
 
+    std::unique_ptr<Drives> drives_;
     QDir targetDir_;
     /// Read after the unlock, hence atomic as well.
     std::atomic<int> finishedCards_{0};

@@ -1,27 +1,106 @@
 #include "cards/drives.h"
 
+#include "platform/mountpoints.h"
+
+#include <QDebug>
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonObject>
 #include <QStandardPaths>
-#include <QStorageInfo>
 
-QVariantList listDrives()
+#include <chrono>
+#include <functional>
+#include <thread>
+#include <utility>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// How long all volumes together may take before each is asked on its own.
+constexpr auto usualTime = 250ms;
+constexpr auto patience = 1000ms;
+
+bool hasAnswered(const std::shared_future<QList<QStorageInfo>> &answer)
+{
+    return answer.wait_for(0ms) == std::future_status::ready;
+}
+
+/// Asks on a thread of its own, which may hang in the system for ever; nothing waits for it, not even the
+/// program's end.
+std::shared_future<QList<QStorageInfo>> ask(std::function<QList<QStorageInfo>()> question)
+{
+    std::packaged_task<QList<QStorageInfo>()> task(std::move(question));
+    auto answer = task.get_future().share();
+    std::thread(std::move(task)).detach();
+    return answer;
+}
+
+QList<QStorageInfo> candidatesAmong(const QList<QStorageInfo> &volumes)
 {
     const QStorageInfo root = QStorageInfo::root();
-    QVariantList drives;
-    const QList<QStorageInfo> volumes = QStorageInfo::mountedVolumes();
+    QList<QStorageInfo> candidates;
     for (const QStorageInfo &volume : volumes) {
-        if (!volume.isValid() || !volume.isReady() || volume == root || volume.isReadOnly())
-            continue;
+        if (volume.isValid() && volume.isReady() && volume != root && !volume.isReadOnly())
+            candidates.append(volume);
+    }
+    return candidates;
+}
+
+QList<QStorageInfo> candidateAt(const QString &mountPoint)
+{
+    const QStorageInfo volume(mountPoint);
+    // A volume without a size is none to the toolkit's list of all.
+    return volume.bytesTotal() == 0 ? QList<QStorageInfo>() : candidatesAmong({volume});
+}
+
+/// Left in the system's order on purpose: the operator finds a card where the system lists it.
+QVariantList entriesOf(const QList<QStorageInfo> &volumes)
+{
+    QVariantList entries;
+    for (const QStorageInfo &volume : volumes) {
         QString path = volume.rootPath();
-        drives.append(QJsonObject{
+        entries.append(QJsonObject{
             {QStringLiteral("key"), path.remove(QStringLiteral("file://"))},
             {QStringLiteral("value"), volume.displayName()},
         });
     }
-    // Left in the system's order on purpose: the operator finds a card where the system lists it.
-    return drives;
+    return entries;
+}
+
+} // namespace
+
+QVariantList Drives::list()
+{
+    const QVector<MountPoint> mounts = mountPoints();
+    if (!all_.valid() || hasAnswered(all_)) {
+        all_ = ask([] { return candidatesAmong(QStorageInfo::mountedVolumes()); });
+        if (all_.wait_for(mounts.isEmpty() ? patience : usualTime) == std::future_status::ready)
+            return entriesOf(all_.get());
+    }
+    if (mounts.isEmpty())
+        qWarning("A volume does not answer; no card can be listed.");
+
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    QVector<Volumes> answers;
+    for (const MountPoint &mount : mounts) {
+        const Volumes earlier = unanswered_.value(mount.id);
+        // A second question to a volume that hangs would cost one more thread.
+        const bool hangs = earlier.valid() && !hasAnswered(earlier);
+        answers.append(hangs ? Volumes() : ask([path = mount.path] { return candidateAt(path); }));
+    }
+    QList<QStorageInfo> volumes;
+    for (int i = 0; i < mounts.size(); ++i) {
+        const Volumes &answer = answers.at(i);
+        if (answer.valid() && answer.wait_until(deadline) == std::future_status::ready) {
+            volumes += answer.get();
+            continue;
+        }
+        if (answer.valid())
+            unanswered_.insert(mounts.at(i).id, answer);
+        qWarning().noquote() << "A volume does not answer and is left out:" << mounts.at(i).path;
+    }
+    return entriesOf(volumes);
 }
 
 QString moviesLocation()

@@ -1,11 +1,33 @@
 #pragma once
 
+#include <QList>
+#include <QMap>
+#include <QStorageInfo>
 #include <QString>
 #include <QVariantList>
 
-/// The mounted volumes that may be a card: valid, ready, writable and not the system's root. JSON objects
-/// {"key": root path, "value": display name} in the order in which the system reports them.
-[[nodiscard]] QVariantList listDrives();
+#include <future>
+
+/// The mounted volumes that may be a card.
+class Drives
+{
+    Q_DISABLE_COPY(Drives)
+
+public:
+    Drives() = default;
+
+    /// Those that are valid, ready, writable and not the system's root, as JSON objects {"key": root path,
+    /// "value": display name} in the order in which the system reports them.
+    ///
+    /// Returns in little more than a second. A volume that doesn't answer in one, such as a network share
+    /// that is gone, is left out with a line in the log; it is listed again once it has answered.
+    [[nodiscard]] QVariantList list();
+
+private:
+    using Volumes = std::shared_future<QList<QStorageInfo>>;
+    Volumes all_;                       ///< the latest answer for all volumes at once
+    QMap<QString, Volumes> unanswered_; ///< by mount, those that did not answer in time
+};
 
 /// The user's movies folder; empty where the platform has none. Neither created nor checked.
 [[nodiscard]] QString moviesLocation();

@@ -170,6 +170,8 @@ private slots:
     void anImportThatThrows();
     void argumentsOfAReport();
     void theFirstImportStartsInTheLog();
+    void theLogNamesTheFolderCopiedTo_data();
+    void theLogNamesTheFolderCopiedTo();
     void slotsThatAreLeftEmpty_data();
     void slotsThatAreLeftEmpty();
     void theFirstFullImportCopiesTheLog();
@@ -362,7 +364,7 @@ void TestAppController::quickQueries()
     // As the view calls them.
     QVariantList drives;
     QVERIFY(QMetaObject::invokeMethod(&controller, "getDrives", Q_RETURN_ARG(QVariantList, drives)));
-    QCOMPARE(drives, listDrives());
+    QCOMPARE(drives, Drives().list());
     QVariant movies;
     QVERIFY(QMetaObject::invokeMethod(&controller, "getMoviesLocation", Q_RETURN_ARG(QVariant, movies)));
     QCOMPARE(movies, QVariant(moviesLocation()));
@@ -559,6 +561,30 @@ void TestAppController::theFirstImportStartsInTheLog()
     QCOMPARE(lines, (QStringList{QStringLiteral("warning: Card 1: Please choose source"),
                                  QStringLiteral("warning: Card 2: Please choose source"),
                                  QStringLiteral("warning: Card 3: Please choose source")}));
+}
+
+void TestAppController::theLogNamesTheFolderCopiedTo_data()
+{
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QString>("folder"); // relative to the current one
+    QTest::newRow("an absolute folder") << QStringLiteral("/tmp/Dive1") << QStringLiteral("/tmp/Dive1");
+    QTest::newRow("a name alone") << QStringLiteral("Dive1") << QStringLiteral("Dive1");
+    QTest::newRow("a tilde") << QStringLiteral("~/Dive1") << QStringLiteral("~/Dive1");
+    QTest::newRow("a way up") << QStringLiteral("x/../Dive1/") << QStringLiteral("Dive1");
+}
+
+void TestAppController::theLogNamesTheFolderCopiedTo()
+{
+    QFETCH(QString, typed);
+    QFETCH(QString, folder);
+    const Workspace workspace;
+    QVERIFY(QDir::setCurrent(workspace.path()));
+    const MessageLog log;
+    AppController controller;
+    import(controller, {QString(), QString(), QString()}, typed);
+    QCOMPARE(MessageLog::lines(QStringLiteral("info")),
+             (QStringList{QStringLiteral("Copying to ") + QDir::current().absoluteFilePath(folder),
+                          QStringLiteral("Start.")}));
 }
 
 void TestAppController::slotsThatAreLeftEmpty_data()

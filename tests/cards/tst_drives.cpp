@@ -1,8 +1,10 @@
 #include "cards/drives.h"
 #include "tests/support/loopvolume.h"
+#include "tests/support/messagelog.h"
 #include "tests/support/testmain.h"
 #include "tests/support/workspace.h"
 
+#include <QElapsedTimer>
 #include <QJsonObject>
 #include <QStorageInfo>
 
@@ -10,32 +12,40 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <linux/fuse.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
 constexpr int cardKiB = 1024;
 
-QList<QJsonObject> drives()
+QList<QJsonObject> objectsIn(const QVariantList &list)
 {
     QList<QJsonObject> objects;
-    const QVariantList list = listDrives();
     for (const QVariant &drive : list)
         objects.append(drive.toJsonObject());
     return objects;
 }
 
 /// The entries whose volume lies in `folder`, in the list's order.
-QList<QJsonObject> drivesBelow(const QString &folder)
+QList<QJsonObject> drivesBelow(const QString &folder, Drives &drives)
 {
     QList<QJsonObject> below;
-    for (const QJsonObject &drive : drives()) {
+    for (const QJsonObject &drive : objectsIn(drives.list())) {
         if (drive.value(QStringLiteral("key")).toString().startsWith(folder + QLatin1Char('/')))
             below.append(drive);
     }
     return below;
+}
+
+QList<QJsonObject> drivesBelow(const QString &folder)
+{
+    Drives drives;
+    return drivesBelow(folder, drives);
 }
 
 QStringList values(const QList<QJsonObject> &entries, const char *member)
@@ -80,6 +90,83 @@ private:
     static QString table() { return QStringLiteral("/proc/%1/mountinfo").arg(::getpid()); }
 
     bool shown_ = false;
+};
+
+/// A volume whose server does not answer until it is told to.
+class StalledVolume
+{
+    Q_DISABLE_COPY(StalledVolume)
+
+public:
+    explicit StalledVolume(const QString &mountPoint)
+        : mountPoint_(QFile::encodeName(mountPoint))
+        , connection_(::open("/dev/fuse", O_RDWR | O_CLOEXEC))
+    {
+        QDir().mkpath(mountPoint);
+        const QByteArray options =
+            "fd=" + QByteArray::number(connection_) + ",rootmode=40000,user_id=0,group_id=0";
+        mounted_ = connection_ >= 0 && ::mount("stalled", mountPoint_.constData(), "fuse",
+                                               MS_NODEV | MS_NOSUID, options.constData()) == 0;
+    }
+    ~StalledVolume()
+    {
+        if (mounted_)
+            static_cast<void>(::umount2(mountPoint_.constData(), MNT_FORCE | MNT_DETACH));
+        if (server_.joinable())
+            server_.join();
+        ::close(connection_);
+    }
+
+    [[nodiscard]] bool isMounted() const { return mounted_; }
+    [[nodiscard]] static QString why()
+    {
+        return QStringLiteral("This machine allows no volumes in user space.");
+    }
+    void answer() { server_ = std::thread(&StalledVolume::serve, this); }
+
+private:
+    void serve() const
+    {
+        std::vector<char> request(FUSE_MIN_READ_BUFFER + 65536);
+        // Ends with the mount.
+        while (::read(connection_, request.data(), request.size()) > 0) {
+            fuse_in_header header = {};
+            std::memcpy(&header, request.data(), sizeof header);
+            if (header.opcode == FUSE_INIT) {
+                fuse_init_out reply = {};
+                reply.major = FUSE_KERNEL_VERSION;
+                reply.minor = FUSE_KERNEL_MINOR_VERSION;
+                reply.max_write = 4096;
+                send(header, reply);
+            } else if (header.opcode == FUSE_GETATTR) {
+                fuse_attr_out reply = {};
+                reply.attr.ino = FUSE_ROOT_ID;
+                reply.attr.mode = S_IFDIR | 0755;
+                send(header, reply);
+            } else if (header.opcode == FUSE_STATFS) {
+                fuse_statfs_out reply = {};
+                reply.st.blocks = cardKiB;
+                reply.st.bsize = reply.st.frsize = 1024;
+                send(header, reply);
+            }
+        }
+    }
+
+    template <typename Reply>
+    void send(const fuse_in_header &to, const Reply &reply) const
+    {
+        struct
+        {
+            fuse_out_header header;
+            Reply reply;
+        } message = {{sizeof(fuse_out_header) + sizeof(Reply), 0, to.unique}, reply};
+        static_cast<void>(::write(connection_, &message, message.header.len));
+    }
+
+    QByteArray mountPoint_;
+    int connection_;
+    bool mounted_ = false;
+    std::thread server_;
 };
 
 /// Stands for a card's device: a label is only ever looked up for what is no regular file.
@@ -128,6 +215,7 @@ private slots:
     void aLabelIsTheName();
     void twoCardsWithOneLabelAreTwoEntries();
     void aVolumeThatDoesNotAnswerIsNotOffered();
+    void aVolumeThatStallsIsLeftOutUntilItAnswers();
     void aDiskImageIsOfferedLikeACard();
     void aNetworkFolderIsOfferedLikeACard_data();
     void aNetworkFolderIsOfferedLikeACard();
@@ -154,7 +242,7 @@ void TestDrives::anEntryIsAJsonObjectWithTwoTexts()
     const TestVolume card(workspace.path(QStringLiteral("card")), cardKiB);
     SKIP_UNLESS_MOUNTED(card);
 
-    const QVariantList list = listDrives();
+    const QVariantList list = Drives().list();
     QVERIFY(!list.isEmpty());
     for (const QVariant &entry : list) {
         QCOMPARE(entry.userType(), static_cast<int>(QMetaType::QJsonObject));
@@ -173,7 +261,7 @@ void TestDrives::withNoCardNothingIsListed()
     const MountTable onlyTheSystem(workspace, {});
     if (!onlyTheSystem.isShown())
         QSKIP("This machine does not allow the mount.");
-    QCOMPARE(listDrives(), QVariantList());
+    QCOMPARE(Drives().list(), QVariantList());
 }
 
 void TestDrives::aWriteProtectedCardIsNotOffered()
@@ -207,7 +295,7 @@ void TestDrives::theSystemVolumeIsNeverOffered()
     if (!root.isValid() || root.isReadOnly())
         QSKIP("The system volume is not writable here, so it would not be offered anyhow");
     QVERIFY(QStorageInfo::mountedVolumes().contains(root));
-    QVERIFY(!values(drives(), "key").contains(root.rootPath()));
+    QVERIFY(!values(objectsIn(Drives().list()), "key").contains(root.rootPath()));
 }
 
 void TestDrives::theSystemsOrderIsKept()
@@ -224,7 +312,7 @@ void TestDrives::theSystemsOrderIsKept()
     const QList<QStorageInfo> volumes = QStorageInfo::mountedVolumes();
     for (const QStorageInfo &volume : volumes)
         mounted.append(volume.rootPath());
-    const QStringList listed = values(drives(), "key");
+    const QStringList listed = values(objectsIn(Drives().list()), "key");
     QStringList expected = mounted;
     expected.erase(std::remove_if(expected.begin(), expected.end(),
                                   [&](const QString &path) { return !listed.contains(path); }),
@@ -301,6 +389,46 @@ void TestDrives::aVolumeThatDoesNotAnswerIsNotOffered()
     const TestVolume answers(path, 64, QStringLiteral("dead"));
     SKIP_UNLESS_MOUNTED(answers);
     QCOMPARE(values(drivesBelow(workspace.path()), "key"), QStringList{path});
+}
+
+void TestDrives::aVolumeThatStallsIsLeftOutUntilItAnswers()
+{
+    const Workspace workspace;
+    const auto path = [&workspace](const char *name) { return workspace.path(QString::fromLatin1(name)); };
+    const TestVolume first(path("a card"), cardKiB);
+    StalledVolume stalled(path("stalled \\ 1"));
+    const TestVolume last(path("last"), cardKiB);
+    SKIP_UNLESS_MOUNTED(first);
+    SKIP_UNLESS_MOUNTED(stalled);
+    SKIP_UNLESS_MOUNTED(last);
+    const QStringList others{path("a card"), path("last")};
+    const auto threads = [] {
+        return QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size();
+    };
+    const int threadsBefore = threads();
+
+    Drives drives;
+    // The first look waits for the answer, the others don't.
+    for (const int milliseconds : {2500, 900, 900}) {
+        const MessageLog log;
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(values(drivesBelow(workspace.path(), drives), "key"), others);
+        QVERIFY2(timer.elapsed() < milliseconds, qPrintable(QString::number(timer.elapsed())));
+        QCOMPARE(MessageLog::lines(),
+                 QStringList{QStringLiteral("warning: A volume does not answer and is left out: ") +
+                             path("stalled \\ 1")});
+        // One hangs that asked all volumes, one that asked this one; the others end.
+        QVERIFY(QTest::qWaitFor([&] { return threads() == threadsBefore + 2; }));
+    }
+
+    stalled.answer();
+    const QStringList all{path("a card"), path("stalled \\ 1"), path("last")};
+    QVERIFY(
+        QTest::qWaitFor([&] { return values(drivesBelow(workspace.path(), drives), "key") == all; }, 20000));
+    const MessageLog log;
+    QCOMPARE(values(drivesBelow(workspace.path(), drives), "key"), all);
+    QCOMPARE(MessageLog::lines(), QStringList());
 }
 
 void TestDrives::aDiskImageIsOfferedLikeACard()

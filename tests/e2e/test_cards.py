@@ -1,9 +1,11 @@
 #!/usr/bin/python3
 """Which cards the window offers, and what becomes of those that are pulled, protected or too full."""
 
+import ctypes
 import os
 import shutil
 import subprocess
+import time
 
 from kit import recordings, session, testing
 
@@ -104,6 +106,38 @@ class Cards(testing.WindowTest):
         window = self.start()
         self.assertNotIn(entry(cards[2]), self.choices(window))
         self.assertEqual(self.choices(window)[0], entry(cards[1]))
+
+    def test_a_volume_that_stalls_holds_nothing_up(self):
+        self.skip_unless_mounted()
+        stalled = self.stall("KELPORA360_1")
+        cards = {card: self.reader.insert("KELPORA360_{}".format(card)) for card in (2, 3)}
+        begin = time.monotonic()
+        window = self.program.start()
+        self.assertLess(time.monotonic() - begin, 5)
+        self.assertEqual(self.choices(window), ["", entry(cards[2]), entry(cards[3])])
+        line = "A volume does not answer and is left out: " + stalled
+        told = self.program.messages().count(line)
+        self.assertGreater(told, 0)
+        self.reader.pull(cards[2])
+        begin = time.monotonic()
+        window.press("Refresh Cards")
+        self.wait_until(lambda: self.choices(window) == ["", "", entry(cards[3])], 5, "the pulled card to go")
+        self.assertLess(time.monotonic() - begin, 2)
+        self.assertGreater(self.program.messages().count(line), told)
+        self.assertEqual(self.exit(window), 0)
+
+    def stall(self, label):
+        """Mounts a volume that answers no question; returns its path."""
+        path = os.path.join(self.reader.folder, label)
+        os.mkdir(path)
+        connection = os.open("/dev/fuse", os.O_RDWR)
+        self.addCleanup(os.close, connection)
+        options = "fd={},rootmode=40000,user_id=0,group_id=0".format(connection)
+        libc = ctypes.CDLL(None, use_errno=True)
+        if libc.mount(label.encode(), path.encode(), b"fuse", 0, options.encode()) != 0:
+            self.skipTest("This machine allows no volumes in user space")
+        self.addCleanup(libc.umount2, path.encode(), 3)  # MNT_FORCE | MNT_DETACH
+        return path
 
     def test_a_full_destination_is_told(self):
         self.skip_unless_mounted()

@@ -1,0 +1,6 @@
+#include "platform/mountpoints.h"
+
+QVector<MountPoint> mountPoints()
+{
+    return {};
+}
