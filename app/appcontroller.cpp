@@ -7,10 +7,11 @@
 #include "cards/filecopy.h"
 #include "cards/mediaimport.h"
 #include "controller/datadownload.h"
+#include "controller/erasememory.h"
 #include "controller/firmwareupdate.h"
-#include "controller/memoryjobs.h"
 #include "controller/pseacomms.h"
 #include "controller/settingsjobs.h"
+#include "controller/turnoff.h"
 #include "platform/threadpriority.h"
 #include "stitching/autopano.h"
 #include "stitching/templates.h"
@@ -62,6 +63,11 @@ void AppController::stopJobs()
 bool AppController::waitForJobs(int milliseconds)
 {
     return QThreadPool::globalInstance()->waitForDone(milliseconds);
+}
+
+void AppController::waitForFlashing()
+{
+    flashing_.waitForFinished();
 }
 
 QVariantList AppController::getDrives()
@@ -170,7 +176,7 @@ void AppController::turnOff(QString port)
 void AppController::updateFirmware(QString port, QString filePath)
 {
     port_ = port;
-    QtConcurrent::run([this, port, filePath] { updateFirmwareWorker(port, filePath); });
+    flashing_.addFuture(QtConcurrent::run([this, port, filePath] { updateFirmwareWorker(port, filePath); }));
 }
 
 void AppController::saveCameraSettings(QString port, QString date, int recLedOn,
@@ -307,12 +313,12 @@ void AppController::copyFilesWorker(int cardIndex, QString sourceDir, QString ta
 
 void AppController::updateFirmwareWorker(QString port, QString filePath)
 {
-    FirmwareUpdate(
-        port, filePath,
-        [this](const Progress &progress) {
-            emit updateFirmwareProgress(progress.from, progress.to, progress.value, progress.text);
-        },
-        [this](const QString &message) { recvFirmwareMessage(message); })
+    FirmwareUpdate({port, filePath, getUtilitiesDir(), getFirmwareDir(),
+                    [this](const Progress &progress) {
+                        emit updateFirmwareProgress(progress.from, progress.to, progress.value,
+                                                    progress.text);
+                    },
+                    [this](const QString &message) { recvFirmwareMessage(message); }, &stop_})
         .run();
 }
 

@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QFuture>
+#include <QFutureSynchronizer>
 #include <QMap>
 #include <QObject>
 #include <QString>
@@ -46,6 +47,9 @@ public:
     void stopJobs();
     /// Waits until no job runs. False if one still does after `milliseconds`.
     [[nodiscard]] static bool waitForJobs(int milliseconds);
+    /// Waits until no flashing tool runs, however long: what else is sent to the controller meanwhile could
+    /// leave it without firmware.
+    void waitForFlashing();
 
 signals:
     // A bar from progressFrom to progressTo at progressValue, and a text. cardNumber is 1 to 3.
@@ -137,4 +141,5 @@ private:
     QMap<QString, QString> shownSerials_; ///< by port, of the devices that were listed last
     std::mutex shownSerialsMutex_;
     StopFlag stop_;
+    QFutureSynchronizer<void> flashing_; ///< last, so that it waits before anything else here goes
 };

@@ -29,7 +29,7 @@ QString flag(bool on)
 
 /// Takes away a lock on the settings that nobody gives back, such as one that another user's run left behind
 /// when the power went: the toolkit would wait for it without end. It is held for milliseconds otherwise.
-void freeSettings()
+void removeStaleSettingsLock()
 {
     constexpr int patienceMs = 2000;
     const QString path = getIniFilePath() + QStringLiteral(".lock");
@@ -81,7 +81,7 @@ void keepTexturesSmall()
 }
 
 /// The log's lines go to standard error as well; who reads them there may leave before the program does.
-void outliveTheReaderOfTheLog()
+void ignoreSigpipe()
 {
 #ifdef Q_OS_UNIX
     std::signal(SIGPIPE, SIG_IGN);
@@ -89,7 +89,7 @@ void outliveTheReaderOfTheLog()
 }
 
 /// Ends the program with a line in its log where nothing can be drawn; the toolkit would abort without one.
-void endIfUndrawable(const QQuickWindow *window)
+void quitOnSceneGraphError(const QQuickWindow *window)
 {
     if (window == nullptr)
         return;
@@ -100,13 +100,21 @@ void endIfUndrawable(const QQuickWindow *window)
                      });
 }
 
+/// The desktop session closes the window without anybody there who could answer a question.
+void tellOfSessionEnd(const QGuiApplication &app, QQuickWindow *window)
+{
+    if (window != nullptr)
+        QObject::connect(&app, &QGuiApplication::commitDataRequest, window,
+                         [window] { window->setProperty("sessionEnding", true); });
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
 {
-    outliveTheReaderOfTheLog();
+    ignoreSigpipe();
     setAppPathFromExecutable(QFile::decodeName(argv[0]));
-    freeSettings();
+    removeStaleSettingsLock();
     QSettings settings(getIniFilePath(), QSettings::IniFormat);
     AppScreen screen(settings.value(QStringLiteral("ScaleFactor"), 1.0).toDouble());
     screen.init(argc, argv);
@@ -136,12 +144,14 @@ int main(int argc, char *argv[])
     const QList<QObject *> roots = engine.rootObjects();
     auto *window = qobject_cast<QQuickWindow *>(roots.isEmpty() ? nullptr : roots.first());
     controller.init(window);
-    endIfUndrawable(window);
+    quitOnSceneGraphError(window);
+    tellOfSessionEnd(app, window);
 
     const int exitCode = QGuiApplication::exec();
 
     // A job that still holds the port must let go of it first.
     controller.stopJobs();
+    controller.waitForFlashing();
     const bool stopped = AppController::waitForJobs(stopTimeoutMs);
     shutDownCamera(controller);
     if (!stopped)

@@ -33,34 +33,20 @@ void ControllerJob::exchange()
         report({0, 1, 1, QStringLiteral("Error: The program is closing.")});
         return;
     }
-    PSEAComms link(endsEarly() ? request_.stop : nullptr);
+    PSEAComms link(request_.endsEarly ? request_.stop : nullptr);
     link.timeouts_ = request_.timeouts;
     QObject::connect(&link, &PSEAComms::newMessage, request_.relay);
 
-    const Progress refused = refusal();
-    if (!refused.text.isEmpty())
-        report(refused);
-    else if (!link.open(request_.port))
+    if (!request_.refusal.isEmpty()) {
+        qInfo().noquote() << "Data:" << request_.refusal;
+        report({0, 1, 1, QStringLiteral("Error: ") + request_.refusal});
+    } else if (!link.open(request_.port)) {
         report({0, 1, 1, QStringLiteral("Error: Could not open port %1.").arg(request_.port)});
-    else if (!link.beep())
-        report(greetingFailure());
-    else
+    } else if (!link.beep()) {
+        report(request_.greetingFailure);
+    } else {
         work(link);
-}
-
-bool ControllerJob::endsEarly() const
-{
-    return true;
-}
-
-Progress ControllerJob::refusal() const
-{
-    return {};
-}
-
-Progress ControllerJob::greetingFailure() const
-{
-    return {0, 1, 1, QStringLiteral("Error: Could not send init command.")};
+    }
 }
 
 void ControllerJob::report(const Progress &progress)

@@ -15,6 +15,11 @@ struct ControllerRequest
     std::function<void(const QString &)> relay; ///< takes what the link says meanwhile
     const StopFlag *stop = nullptr;             ///< ends every wait; null for a job that may not be ended
     PSEAComms::Timeouts timeouts{};
+
+    // The job itself sets these.
+    bool endsEarly = true; ///< also once it has begun, when the stop flag is raised
+    QString refusal{};     ///< why the request can't be worked on at all; empty if it can
+    Progress greetingFailure{0, 1, 1, QStringLiteral("Error: Could not send init command.")};
 };
 
 /// A job on the controller: opens the port, greets the controller so that it sounds, works, closes the port.
@@ -33,18 +38,15 @@ public:
 protected:
     /// The work on the open link, its final report included.
     virtual void work(PSEAComms &link) = 0;
-    /// Whether a raised stop flag ends the job once it has begun; before, it ends every job.
-    [[nodiscard]] virtual bool endsEarly() const;
-    /// What to report when the request can't be worked on at all; an empty text lets the job begin.
-    [[nodiscard]] virtual Progress refusal() const;
-    /// What to report when the greeting can't be sent.
-    [[nodiscard]] virtual Progress greetingFailure() const;
 
     void report(const Progress &progress);
+    void step(const QString &text) { report({0, 2, 1, text}); } ///< the job goes on
+    void done(const QString &text) { report({0, 2, 2, text}); } ///< the job has ended, well or not
+
+    ControllerRequest request_;
 
 private:
     void exchange();
 
-    ControllerRequest request_;
     Progress last_;
 };

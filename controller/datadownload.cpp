@@ -136,33 +136,23 @@ DataDownload::DataDownload(ControllerRequest request, QString targetDir, QString
     , targetDir_(std::move(targetDir))
     , projectName_(std::move(projectName))
 {
-}
-
-Progress DataDownload::refusal() const
-{
-    if (!targetDir_.isEmpty())
-        return {};
-    qInfo("Data: Please choose destination");
-    return {0, 1, 1, QStringLiteral("Error: Please choose destination")};
-}
-
-Progress DataDownload::greetingFailure() const
-{
-    return {0, 2, 1, QStringLiteral("Error: Could not send init command.")};
+    if (targetDir_.isEmpty())
+        request_.refusal = QStringLiteral("Please choose destination");
+    request_.greetingFailure.to = 2;
 }
 
 void DataDownload::work(PSEAComms &link)
 {
-    report({0, 2, 1, QStringLiteral("Counting datasets ...")});
+    step(QStringLiteral("Counting datasets ..."));
     if (!link.countData()) {
-        report({0, 2, 1, QStringLiteral("Error: Could not read available data.")});
+        step(QStringLiteral("Error: Could not read available data."));
         return;
     }
     if (link.numData_ == 0) {
-        report({0, 2, 2, QStringLiteral("No records available.")});
+        done(QStringLiteral("No records available."));
         return;
     }
-    report({0, 2, 1, QStringLiteral("Reading %1 datasets ...").arg(link.numData_)});
+    step(QStringLiteral("Reading %1 datasets ...").arg(link.numData_));
     QStringList lines;
     const bool ended = link.readData(lines);
     const CsvRuns dumped = runsOf(lines, targetDir_, projectName_);
@@ -182,7 +172,7 @@ void DataDownload::work(PSEAComms &link)
                 .arg(lines.size())
                 .arg(files.written)
                 .arg(targetDir_);
-    report({0, 2, 2, text.join(QLatin1Char(' '))});
+    done(text.join(QLatin1Char(' ')));
 }
 
 DumpState stateOf(const PSEAComms::DumpCounts &dump, int announced, bool ended, bool gaps)

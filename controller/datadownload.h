@@ -15,8 +15,6 @@ public:
 
 protected:
     void work(PSEAComms &link) override;
-    [[nodiscard]] Progress refusal() const override;
-    [[nodiscard]] Progress greetingFailure() const override;
 
 private:
     QString targetDir_;

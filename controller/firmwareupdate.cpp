@@ -1,6 +1,5 @@
 #include "controller/firmwareupdate.h"
 
-#include "app/paths.h"
 #include "controller/shellcommand.h"
 
 #include <QDebug>
@@ -9,29 +8,26 @@
 #include <exception>
 #include <utility>
 
-FirmwareUpdate::FirmwareUpdate(QString port, QString filePath, ProgressReport report,
-                               std::function<void(const QString &)> relay)
-    : port_(std::move(port))
-    , filePath_(std::move(filePath))
-    , report_(std::move(report))
-    , relay_(std::move(relay))
+FirmwareUpdate::FirmwareUpdate(FirmwareRequest request)
+    : request_(std::move(request))
 {
 }
 
-void FirmwareUpdate::run()
+void FirmwareUpdate::run() const
 {
-    const QString program = QDir(getUtilitiesDir()).absoluteFilePath(QStringLiteral("bootloader"));
+    const QString program = QDir(request_.utilitiesDir).absoluteFilePath(QStringLiteral("bootloader"));
     // One argument with a blank: the shell makes two words of it.
-    const QStringList arguments = {QStringLiteral("-p /dev/%1").arg(port_),
-                                   QDir(getFirmwareDir()).absoluteFilePath(filePath_)};
+    const QStringList arguments = {QStringLiteral("-p /dev/%1").arg(request_.port),
+                                   QDir(request_.firmwareDir).absoluteFilePath(request_.filePath)};
     bool success = false;
     try {
         ShellCommand command;
-        QObject::connect(&command, &ShellCommand::newMessage, relay_);
-        command.run(program, arguments);
+        QObject::connect(&command, &ShellCommand::newMessage, request_.relay);
+        if (request_.stop == nullptr || !request_.stop->isRaised())
+            command.run(program, arguments);
         success = command.success;
     } catch (const std::exception &error) {
         qWarning().noquote() << "The firmware update failed:" << QString::fromLocal8Bit(error.what());
     }
-    report_({0, 2, 2, success ? QStringLiteral("Done") : QStringLiteral("Error updating firmware.")});
+    request_.report({0, 2, 2, success ? QStringLiteral("Done") : QStringLiteral("Error updating firmware.")});
 }

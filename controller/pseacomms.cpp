@@ -1,41 +1,21 @@
 #include "controller/pseacomms.h"
 
-#include "app/job.h"
 #include "controller/nmea0183.h"
 #include "controller/record.h"
 
 #include <QDateTime>
 #include <QDebug>
 #include <QElapsedTimer>
-#include <QJsonObject>
-#include <QSerialPortInfo>
 #include <QSet>
-#include <QThread>
-
-#include <algorithm>
 
 namespace {
 
-constexpr int baudRate = QSerialPort::Baud115200;
 constexpr int readsPerAnswer = 4;
 constexpr int piecesPerLine = 3;
 constexpr int versionAttempts = 5;
 constexpr qint32 defaultGeneration = 29;
 constexpr double leastVoltage = 0.5;
 constexpr const char *dataAddress = "$PSEADATA";
-
-/// No sentence is as long: so many bytes without a line end come from something else, and are a piece.
-constexpr qint64 longestPiece = 512;
-
-/// The longest wait between two looks at the stop flag.
-constexpr int sliceMs = 200;
-
-/// The longest that a piece may take from its first byte on; the longest sentence takes 14 ms.
-constexpr int pieceMs = 200;
-
-/// A line's bytes follow each other within microseconds, however the adapter hands them over; a pause of
-/// this length ends a piece.
-constexpr int pauseMs = 20;
 
 const QString closedError = QStringLiteral("Please open serial port first.");
 const QString exchangeError = QStringLiteral("Communication error. Please try again.");
@@ -73,171 +53,27 @@ void logAnswer(const char *what, const QString &line)
     qInfo() << what << line;
 }
 
-bool isHidden(const QString &location)
-{
-    for (const char *mark : {"dev/cu", "NERD", "iPhone", "Bluetooth"}) {
-        if (location.contains(QLatin1String(mark)))
-            return true;
-    }
-    return false;
-}
-
 } // namespace
 
 PSEAComms::PSEAComms(const StopFlag *stop)
-    : stop_(stop)
+    : port_(stop)
 {
 }
 
-PSEAComms::~PSEAComms()
-{
-    close();
-}
+PSEAComms::~PSEAComms() = default;
 
 QVariantList PSEAComms::getDevices()
 {
-    const QList<QSerialPortInfo> ports = QSerialPortInfo::availablePorts();
-    if (ports.isEmpty())
-        qWarning("No serial ports found");
-    QVariantList devices;
-    for (const QSerialPortInfo &port : ports) {
-        qInfo().noquote()
-            << QStringLiteral(
-                   "Found serial port: name=%1, description=%2, location=%3, manufacturer=%4, serial=%5")
-                   .arg(port.portName())
-                   .arg(port.description())
-                   .arg(port.systemLocation())
-                   .arg(port.manufacturer())
-                   .arg(port.serialNumber());
-        if (isHidden(port.systemLocation()))
-            continue;
-        devices.append(QJsonObject{
-            {QStringLiteral("name"), port.portName()},
-            {QStringLiteral("description"), port.description()},
-            {QStringLiteral("location"), port.systemLocation()},
-            {QStringLiteral("manufacturer"), port.manufacturer()},
-            {QStringLiteral("serial"), port.serialNumber()},
-        });
-    }
-    return devices;
+    return SerialPort::list();
 }
 
 bool PSEAComms::open(const QString &portName)
 {
-    qInfo().noquote() << "Opening port" << portName;
-    if (port_.isOpen()) {
-        qInfo("Port is already open.");
+    if (port_.open(portName))
         return true;
-    }
-    qInfo().noquote() << "Looking for port" << portName;
-    const QList<QSerialPortInfo> ports = QSerialPortInfo::availablePorts();
-    const auto found = std::find_if(ports.cbegin(), ports.cend(),
-                                    [&](const QSerialPortInfo &port) { return port.portName() == portName; });
-    if (found == ports.cend())
-        return false;
-    qInfo("Port found.");
-
-    serialNumber_ = found->serialNumber();
-    port_.setPort(*found);
-    port_.setBaudRate(baudRate);
-    port_.setParity(QSerialPort::NoParity);
-    port_.setFlowControl(QSerialPort::NoFlowControl);
-    port_.setStopBits(QSerialPort::OneStop);
-    failed_ = false;
-    if (!port_.open(QIODevice::ReadWrite)) {
-        qWarning().noquote() << "Error opening port:" << port_.errorString();
-        lastError_ = port_.errorString();
-        return false;
-    }
-    qInfo("Port opened.");
-    // Some drivers forget the rate when the port is opened.
-    port_.setBaudRate(baudRate);
-    return true;
-}
-
-void PSEAComms::close()
-{
-    if (port_.isOpen()) {
-        port_.close();
-        qInfo("Closing port: Port closed.");
-    } else {
-        qInfo("Closing port: Port already closed.");
-    }
-}
-
-bool PSEAComms::isOpen() const
-{
-    return port_.isOpen();
-}
-
-bool PSEAComms::writeLine(const QString &line)
-{
-    qInfo() << "writeLine:" << line;
-    const QByteArray bytes = line.trimmed().toUtf8() + "\r\n";
-    const qint64 written = port_.write(bytes);
-    // On a worker thread no event loop would send them.
-    if (written > 0)
-        port_.flush();
-    if (written != bytes.size())
-        qWarning("writeLine error, bytes don't match.");
-    return written == bytes.size();
-}
-
-QString PSEAComms::readLine(int timeoutMs, int maxReads)
-{
-    QString line;
-    for (int reads = 0; waitForData(timeoutMs) && reads < maxReads; ++reads) {
-        const QByteArray piece = port_.readLine();
-        line += QString::fromUtf8(piece.constData());
-        if (line.endsWith(QLatin1Char('\n')))
-            break;
-    }
-    qInfo() << "readLine:" << line;
-    return line;
-}
-
-/// Waits for a whole line, or for a piece that a pause ends: what comes byte by byte is one piece, and what
-/// is already here needs no waiting.
-bool PSEAComms::waitForData(int timeoutMs)
-{
-    QElapsedTimer timer;
-    timer.start();
-    int limit = timeoutMs;
-    bool begun = false;
-    while (!port_.canReadLine() && port_.bytesAvailable() < longestPiece && !interrupted()) {
-        const qint64 before = port_.bytesAvailable();
-        if (before > 0 && !begun) {
-            begun = true;
-            limit = std::min(timeoutMs, static_cast<int>(timer.elapsed()) + pieceMs);
-        }
-        const int left = limit - static_cast<int>(timer.elapsed());
-        if (left <= 0)
-            break;
-        const bool arrived = port_.waitForReadyRead(std::min(left, before > 0 ? pauseMs : sliceMs));
-        if (port_.bytesAvailable() > before)
-            continue;
-        if (portFailed() || (!arrived && before > 0))
-            break;
-    }
-    return port_.bytesAvailable() > 0;
-}
-
-bool PSEAComms::interrupted() const
-{
-    return failed_ || (stop_ != nullptr && stop_->isRaised());
-}
-
-/// Whether the last wait ended because the port is gone. Says so once, in its own words: the port's error
-/// text is whatever the system reported last.
-bool PSEAComms::portFailed()
-{
-    const QSerialPort::SerialPortError error = port_.error();
-    if (!failed_ && error != QSerialPort::NoError && error != QSerialPort::TimeoutError) {
-        failed_ = true;
-        qWarning().noquote() << "The port failed, as if unplugged:" << port_.portName()
-                             << QStringLiteral("(%1)").arg(port_.errorString());
-    }
-    return failed_ || !port_.isOpen();
+    if (!port_.openError().isEmpty())
+        lastError_ = port_.openError();
+    return false;
 }
 
 bool PSEAComms::requireOpen()
@@ -265,7 +101,7 @@ bool PSEAComms::send(const std::string &address)
 
 bool PSEAComms::awaitAnswer(const Accept &accept)
 {
-    for (int reads = 0; reads < readsPerAnswer && !interrupted(); ++reads) {
+    for (int reads = 0; reads < readsPerAnswer && !port_.interrupted(); ++reads) {
         const QString line = readLine(timeouts_.answer, piecesPerLine);
         if (line.isEmpty())
             continue;
@@ -333,7 +169,7 @@ bool PSEAComms::readConfig()
     lastError_.clear();
     const auto repeat = [this](bool (PSEAComms::*command)()) {
         bool done = false;
-        for (int attempt = 0; attempt < versionAttempts && !done && (attempt == 0 || !interrupted());
+        for (int attempt = 0; attempt < versionAttempts && !done && (attempt == 0 || !port_.interrupted());
              ++attempt)
             done = (this->*command)();
         return done;
@@ -419,7 +255,7 @@ bool PSEAComms::readData(QStringList &lines)
         return sinceData.isValid() ? sinceData.elapsed() >= readsPerAnswer * qint64{timeouts_.dump}
                                    : reads >= readsPerAnswer;
     };
-    while (!isLate() && !interrupted()) {
+    while (!isLate() && !port_.interrupted()) {
         ++reads;
         const QString line = readLine(timeouts_.dump, piecesPerLine);
         if (line.isEmpty())

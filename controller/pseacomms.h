@@ -1,7 +1,8 @@
 #pragma once
 
+#include "controller/serialport.h"
+
 #include <QObject>
-#include <QSerialPort>
 #include <QString>
 #include <QStringList>
 #include <QVariantList>
@@ -11,24 +12,24 @@
 #include <string>
 
 class Nmea;
-class StopFlag;
 
-/// The link to the rig's controller: one serial port and the commands that go over it.
+/// The link to the rig's controller: the commands that go over one serial port.
 ///
-/// One object per job, used on that job's thread only; calls block up to their time-outs. Nothing throws: a
-/// failure returns false and leaves a text for the user in lastError_. A wait ends early when the port fails
-/// (cable pulled) and, within 200 ms, when the stop flag is raised.
+/// One object per job, used on that job's thread only; calls block up to their time-outs, see SerialPort.
+/// Nothing throws: a failure returns false and leaves a text for the user in lastError_.
 class PSEAComms : public QObject
 {
     Q_OBJECT
     Q_DISABLE_COPY(PSEAComms)
 
 public:
-    /// How long to wait for an answer, in milliseconds.
+    /// Milliseconds.
     struct Timeouts
     {
-        int answer = 2000;
-        int dump = 10000;
+        int answer = 2000; ///< of one read
+        int dump = 10000;  ///< of one read of a dump
+        int quiet = 300;   ///< a link that is silent for so long is quiet
+        int quietLimit = 10000;
     };
 
     /// The data lines of a dump that arrived.
@@ -48,16 +49,18 @@ public:
 
     /// Opens the port named `portName` at 115200 baud, 8N1. True at once if one is open, whatever its name.
     [[nodiscard]] bool open(const QString &portName);
-    void close();
-    [[nodiscard]] bool isOpen() const;
+    void close() { port_.close(); }
+    [[nodiscard]] bool isOpen() const { return port_.isOpen(); }
     /// The serial number of the device behind the port that was opened last; empty if it has none.
-    [[nodiscard]] const QString &serialNumber() const { return serialNumber_; }
+    [[nodiscard]] const QString &serialNumber() const { return port_.serialNumber(); }
 
     /// Sends the line, trimmed, with "\r\n". Does not wait for the bytes to leave.
-    bool writeLine(const QString &line);
+    bool writeLine(const QString &line) { return port_.writeLine(line); }
     /// The next line with its line end; empty if nothing arrived within `timeoutMs`, partial after `maxReads`
     /// pieces without a line end.
-    QString readLine(int timeoutMs, int maxReads);
+    QString readLine(int timeoutMs, int maxReads) { return port_.readLine(timeoutMs, maxReads); }
+    /// Drops what arrives until the link is quiet, or for as long as that may take.
+    void skipUntilQuiet() { port_.skipUntilQuiet(timeouts_.quiet, timeouts_.quietLimit); }
 
     // Each sends one command and waits for its answer; see docs/protocol.md.
     bool beep();
@@ -99,12 +102,6 @@ private:
     bool awaitAnswer(const Accept &accept);
     bool communicationError();
     bool takeSettings(Nmea &sentence, const QString &line);
-    bool waitForData(int timeoutMs);
-    [[nodiscard]] bool interrupted() const;
-    bool portFailed();
 
-    QSerialPort port_;
-    QString serialNumber_;
-    const StopFlag *stop_;
-    bool failed_ = false;
+    SerialPort port_;
 };

@@ -38,12 +38,12 @@ ReadSettings::ReadSettings(ControllerRequest request, Show show)
 
 void ReadSettings::work(PSEAComms &link)
 {
-    report({0, 2, 1, QStringLiteral("Reading settings ...")});
+    step(QStringLiteral("Reading settings ..."));
     if (!link.readConfig()) {
-        report({0, 2, 2, QStringLiteral("Error getting settings: %1").arg(link.lastError_)});
+        done(QStringLiteral("Error getting settings: %1").arg(link.lastError_));
         return;
     }
-    report({0, 2, 2, QStringLiteral("Success. Settings read.")});
+    done(QStringLiteral("Success. Settings read."));
     show_(shownSettings(link));
 }
 
@@ -60,15 +60,13 @@ void SaveSettings::work(PSEAComms &link)
         clockValue(date_), static_cast<unsigned>(config_.recLedOn),
         static_cast<unsigned>(config_.loggingInterval), static_cast<unsigned>(config_.timelapseInterval),
         static_cast<unsigned>(config_.timelapseTimeout), static_cast<unsigned>(config_.e1FirmwareVersion));
-    report({0, 2, 2,
-            saved ? QStringLiteral("Success. Settings saved.")
-                  : QStringLiteral("Error saving settings: %1").arg(link.lastError_)});
+    done(saved ? QStringLiteral("Success. Settings saved.")
+               : QStringLiteral("Error saving settings: %1").arg(link.lastError_));
 }
 
 void ResetSettings::work(PSEAComms &link)
 {
-    report({0, 2, 1, QStringLiteral("Resetting controller ...")});
-    report({0, 2, 2,
-            link.reset() ? QStringLiteral("Success. Controller reset.")
-                         : QStringLiteral("Error resetting controller: %1").arg(link.lastError_)});
+    step(QStringLiteral("Resetting controller ..."));
+    done(link.reset() ? QStringLiteral("Success. Controller reset.")
+                      : QStringLiteral("Error resetting controller: %1").arg(link.lastError_));
 }

@@ -6,6 +6,7 @@ import contextlib
 import os
 import re
 import secrets
+import signal
 import time
 
 from kit import recordings, rig, session, testing
@@ -281,8 +282,13 @@ class Trouble(ControllerTest):
         self.finish("Data", "Erase", "Error erasing memory: Communication error. Please try again.", ERASE)
 
     def check_close(self, bound, sent=OFF):
-        self.window.close()
-        asked = time.monotonic()
+        # A message may answer the first attempt.
+        for _ in range(2):
+            self.window.close()
+            asked = time.monotonic()
+            with contextlib.suppress(TimeoutError):
+                self.wait_until(lambda: "Shutting down camera ..." in self.program.messages(), 3, "the shutdown")
+                break
         code = self.program.wait(60)
         seconds = time.monotonic() - asked
         print("ended after {:.2f} s".format(seconds), end=" ", flush=True)
@@ -312,6 +318,29 @@ class Trouble(ControllerTest):
         self.expected = ERASE[:]
         # Nobody turns it off in the middle of that.
         self.check_close(testing.closing_bound(), sent=[])
+
+    def test_closed_in_the_middle_of_a_dump(self):
+        # 600 lines take 4 s on the wire.
+        entries = dive(1, 10, START, 599)
+        window = self.begin("--slow", entries=entries)
+        window.turn_to("Copy Data")
+        window.press("Copy Data")
+        self.wait_until(lambda: window.progress("Data").startswith("Reading dataset "), 10, "a running dump")
+        self.expected = DOWNLOAD[:]
+        self.check_close(testing.closing_bound() + POWER_OFF_WITHOUT_ANSWER)
+        # It took until the lines that were left had come.
+        self.assertIn("POWER OFF", self.rig.answered()[-1])
+        self.assertEqual(self.program.messages()[-2:], ["Camera shut down", "Application end"])
+        name, = recordings.tree(self.destination)
+        self.assertEqual(name, "kelpora360_20190221-224600_incomplete.csv")
+
+    def test_a_signal_is_not_held_up_by_a_job(self):
+        window = self.begin("--mute")
+        window.turn_to("Settings")
+        window.press("Connect")
+        self.wait_until(lambda: self.rig.sent() == READ[:2], 5, "a running job")
+        self.program.process.terminate()
+        self.assertEqual(self.program.wait(testing.closing_bound()), 128 + signal.SIGTERM)
 
     def test_closed_during_a_dump_without_end(self):
         window = self.begin("--no-end")

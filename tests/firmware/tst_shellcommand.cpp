@@ -53,6 +53,18 @@ QString line(const Progress &progress)
            progress.text;
 }
 
+/// Runs the job; returns what it told and, in between, what the tool printed.
+QStringList flash(const QString &port = QStringLiteral("tty"), const QString &image = QStringLiteral("x.hex"),
+                  const StopFlag *stop = nullptr)
+{
+    QStringList said;
+    FirmwareUpdate({port, image, getUtilitiesDir(), getFirmwareDir(),
+                    [&](const Progress &progress) { said.append(line(progress)); },
+                    [&](const QString &message) { said.append(message); }, stop})
+        .run();
+    return said;
+}
+
 /// No file can be opened while it lives.
 class NoMoreFiles
 {
@@ -104,6 +116,8 @@ private slots:
     void anErrorInTheMiddleEndsInAReport();
     void theController();
     void theControllerStaysUsable();
+    void closingWaitsForTheTool();
+    void noToolIsStartedWhenTheProgramCloses();
 };
 
 void TestShellCommand::metaObject()
@@ -380,9 +394,7 @@ void TestShellCommand::commandLine()
     const Workspace workspace;
     const QString tool = installTool("true");
     const MessageLog log;
-    FirmwareUpdate(
-        port, file, [](const Progress &) {}, [](const QString &) {})
-        .run();
+    flash(port, file);
     expected.replace(QStringLiteral("TOOL"), tool);
     expected.replace(QStringLiteral("FW"), getFirmwareDir());
     QVERIFY2(MessageLog::lines().contains("info: Firmware update command line: " + expected),
@@ -415,12 +427,9 @@ void TestShellCommand::whatTheToolIsGiven()
     QFETCH(QString, words);
     const Workspace workspace;
     installTool("for word in \"$@\"; do echo \"[$word]\"; done");
-    QStringList relayed;
     const MessageLog log;
-    FirmwareUpdate(
-        port, file, [](const Progress &) {}, [&](const QString &message) { relayed.append(message); })
-        .run();
-    QCOMPARE(relayed.last(), words);
+    const QStringList said = flash(port, file);
+    QCOMPARE(said.value(said.size() - 2), words);
 }
 
 void TestShellCommand::reports_data()
@@ -439,14 +448,8 @@ void TestShellCommand::reports()
     QFETCH(QStringList, relayed);
     const Workspace workspace;
     installTool(script);
-    QStringList said;
     const MessageLog log;
-    FirmwareUpdate(
-        QStringLiteral("tty"), QStringLiteral("x.hex"),
-        [&](const Progress &progress) { said.append(line(progress)); },
-        [&](const QString &message) { said.append(message); })
-        .run();
-    QCOMPARE(said, relayed + QStringList{endReport});
+    QCOMPARE(flash(), relayed + QStringList{endReport});
 }
 
 void TestShellCommand::aMissingTool_data()
@@ -462,14 +465,8 @@ void TestShellCommand::aMissingTool()
     const Workspace workspace;
     if (installed)
         QFile::setPermissions(installTool("echo reached"), QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    QStringList said;
     const MessageLog log;
-    FirmwareUpdate(
-        QStringLiteral("tty"), QStringLiteral("x.hex"),
-        [&](const Progress &progress) { said.append(line(progress)); },
-        [&](const QString &message) { said.append(message); })
-        .run();
-    QCOMPARE(said, (QStringList{started, endReport}));
+    QCOMPARE(flash(), (QStringList{started, endReport}));
 }
 
 void TestShellCommand::anErrorInTheMiddleEndsInAReport()
@@ -478,13 +475,12 @@ void TestShellCommand::anErrorInTheMiddleEndsInAReport()
     installTool("echo Writing");
     QStringList said;
     const MessageLog log;
-    FirmwareUpdate(
-        QStringLiteral("tty"), QStringLiteral("x.hex"),
-        [&](const Progress &progress) { said.append(line(progress)); },
-        [](const QString &message) {
-            if (message != started)
-                throw std::runtime_error("no memory left");
-        })
+    FirmwareUpdate({QStringLiteral("tty"), QStringLiteral("x.hex"), getUtilitiesDir(), getFirmwareDir(),
+                    [&](const Progress &progress) { said.append(line(progress)); },
+                    [](const QString &message) {
+                        if (message != started)
+                            throw std::runtime_error("no memory left");
+                    }})
         .run();
     QCOMPARE(said, QStringList{endReport});
     QCOMPARE(MessageLog::lines(QStringLiteral("warning")),
@@ -539,6 +535,33 @@ void TestShellCommand::theControllerStaysUsable()
     QCoreApplication::processEvents();
     QCOMPARE(reports.last().at(3).toString(), QStringLiteral("Error updating firmware."));
     QCOMPARE(reports.size(), 4);
+}
+
+void TestShellCommand::closingWaitsForTheTool()
+{
+    const Workspace workspace;
+    const QString mark = workspace.path(QStringLiteral("flashed"));
+    installTool("echo 1; sleep 3; touch '" + mark.toLocal8Bit() + "'");
+    AppController controller;
+    QSignalSpy reports(&controller, &AppController::updateFirmwareProgress);
+    const MessageLog log;
+    controller.updateFirmware(QStringLiteral("tty"), QStringLiteral("/fw/new.hex"));
+    QTRY_VERIFY(reports.size() >= 2);
+    controller.stopJobs();
+    QVERIFY(!AppController::waitForJobs(500));
+    controller.waitForFlashing();
+    QVERIFY(QFile::exists(mark));
+    QVERIFY(AppController::waitForJobs(0));
+}
+
+void TestShellCommand::noToolIsStartedWhenTheProgramCloses()
+{
+    const Workspace workspace;
+    installTool("echo reached");
+    const MessageLog log;
+    StopFlag stop;
+    stop.raise();
+    QCOMPARE(flash(QStringLiteral("tty"), QStringLiteral("x.hex"), &stop), QStringList{endReport});
 }
 
 KELPORA_TEST_MAIN(TestShellCommand)

@@ -1,14 +1,19 @@
 #pragma once
 
+#include "platform/stopflag.h"
 #include "rig/divelog.h"
+#include "rig/mockedport.h"
 #include "rig/sentence.h"
 #include "rig/simulatedrig.h"
 #include "tests/support/volumes.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QStringList>
 #include <QtTest>
 
+#include <atomic>
+#include <thread>
 #include <unistd.h>
 
 /// Like QTEST_GUILESS_MAIN, for a test with a rig of its own: the program runs under the mocking library, in
@@ -61,3 +66,43 @@ inline std::vector<std::string> linesOf(const QStringList &bodies)
     }
     return lines;
 }
+
+/// A device that isn't a controller and never falls silent.
+class Chatter
+{
+public:
+    /// Sends `first` once, then `again` every `pauseMs` milliseconds; raises `late` when that has gone on for
+    /// longer than any test should take.
+    Chatter(const QByteArray &first, const QByteArray &again, int pauseMs, StopFlag *late)
+        : port_([] {
+            UsbIdentity identity;
+            identity.port = ownPort();
+            return identity;
+        }())
+    {
+        port_.plug();
+        thread_ = std::thread([this, first, again, pauseMs, late] {
+            QElapsedTimer timer;
+            timer.start();
+            for (QByteArray bytes = first; !done_; bytes = again) {
+                static_cast<void>(
+                    ::write(port_.farEnd(), bytes.constData(), static_cast<size_t>(bytes.size())));
+                std::this_thread::sleep_for(std::chrono::milliseconds(pauseMs));
+                if (timer.elapsed() > 10000)
+                    late->raise();
+            }
+        });
+    }
+    ~Chatter()
+    {
+        done_ = true;
+        thread_.join();
+    }
+    Chatter(const Chatter &) = delete;
+    Chatter &operator=(const Chatter &) = delete;
+
+private:
+    MockedPort port_;
+    std::atomic<bool> done_{false};
+    std::thread thread_;
+};

@@ -1,8 +1,9 @@
 #include "app/appcontroller.h"
 #include "app/job.h"
 #include "controller/datadownload.h"
-#include "controller/memoryjobs.h"
+#include "controller/erasememory.h"
 #include "controller/settingsjobs.h"
+#include "controller/turnoff.h"
 #include "rig/sentence.h"
 #include "tests/rig/rigtest.h"
 #include "tests/support/messagelog.h"
@@ -162,6 +163,9 @@ private slots:
     void anEraseThatHasBegunGoesOn();
     void aStopBeforeTheStart_data();
     void aStopBeforeTheStart();
+    void turningOffInTheMiddleOfADump_data();
+    void turningOffInTheMiddleOfADump();
+    void turningOffADeviceThatNeverFallsSilent();
     void onePortForOneJob();
     void aJobThatThrows();
     void tryingAgain();
@@ -496,6 +500,53 @@ void TestJobs::aStopBeforeTheStart()
     QCOMPARE(rig.received(), std::string());
 }
 
+void TestJobs::turningOffInTheMiddleOfADump_data()
+{
+    QTest::addColumn<int>("datasets");
+    QTest::addColumn<int>("quietLimitMs");
+    QTest::addColumn<bool>("off");
+    // 115,200 baud carry 190 data sets a second.
+    QTest::newRow("which ends") << 200 << 10000 << true;
+    QTest::newRow("which goes on for too long") << 1000 << 300 << false;
+}
+
+void TestJobs::turningOffInTheMiddleOfADump()
+{
+    QFETCH(int, datasets);
+    QFETCH(int, quietLimitMs);
+    QFETCH(bool, off);
+    SimulatedRig rig(rigWith(make([](Faults &f) { f.slow = true; }), 1, datasets));
+    const MessageLog log;
+    {
+        PSEAComms dump;
+        QVERIFY(dump.open(portName()));
+        QVERIFY(dump.writeLine(QStringLiteral("$PSEADUMP*0B")));
+        QVERIFY(dump.readLine(5000, 3).startsWith(QStringLiteral("$PSEADATA,1,")));
+    }
+    Told told;
+    ControllerRequest request = told.request(nullptr, 500);
+    request.timeouts.quietLimit = quietLimitMs;
+    TurnOff(std::move(request)).run();
+    QCOMPARE(told.all, off ? successOf(QStringLiteral("off"), {}) : failureOf(QStringLiteral("off")));
+    QTRY_VERIFY(!rig.state().on);
+    QCOMPARE(MessageLog::lines().filter(QRegularExpression("info: Skipped \\d+ bytes")).size(), 1);
+}
+
+void TestJobs::turningOffADeviceThatNeverFallsSilent()
+{
+    StopFlag late;
+    const Chatter device("hello\r\n", "hello\r\n", 20, &late);
+    const MessageLog log;
+    Told told;
+    ControllerRequest request = told.request(nullptr, 500);
+    request.timeouts.quietLimit = 1000;
+    QElapsedTimer timer;
+    timer.start();
+    TurnOff(std::move(request)).run();
+    QCOMPARE(told.all, failureOf(QStringLiteral("off")));
+    QVERIFY2(timer.elapsed() >= 1000 && !late.isRaised(), qPrintable(QString::number(timer.elapsed())));
+}
+
 void TestJobs::onePortForOneJob()
 {
     SimulatedRig rig(rigWith({}));
@@ -520,9 +571,9 @@ void TestJobs::aJobThatThrows()
         using ControllerJob::ControllerJob;
 
     protected:
-        void work(PSEAComms & /*link*/) override {}
-        [[nodiscard]] Progress refusal() const override { throw std::runtime_error("no memory"); }
+        void work(PSEAComms & /*link*/) override { throw std::runtime_error("no memory"); }
     };
+    SimulatedRig rig(rigWith({}));
     const MessageLog log;
     Told told;
     Throwing(told.request()).run();

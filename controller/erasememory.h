@@ -12,18 +12,7 @@ public:
 
 protected:
     void work(PSEAComms &link) override;
-    [[nodiscard]] bool endsEarly() const override;
 
 private:
     QString serial_;
-};
-
-/// Switches the controller off.
-class TurnOff : public ControllerJob
-{
-public:
-    using ControllerJob::ControllerJob;
-
-protected:
-    void work(PSEAComms &link) override;
 };
