@@ -3,30 +3,23 @@
 #include "fuzz/target.h"
 #include "stitching/projectxml.h"
 
-#include <QFile>
-#include <QTemporaryFile>
-
-namespace {
-
-QDomDocument Read(const QByteArray &content)
-{
-    static QTemporaryFile file;
-    static const bool open = file.open();
-    HOLDS(open && file.resize(0) && file.seek(0) && file.write(content) == content.size() && file.flush());
-    return readTemplate(file.fileName());
-}
-
-} // namespace
+#include <stdexcept>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    const QDomDocument document =
-        Read(QByteArray(reinterpret_cast<const char *>(data), static_cast<int>(size)));
-    const QByteArray written = toXml(document);
-    HOLDS(document.isNull() == written.isEmpty());
-    HOLDS(toXml(document) == written);
-    static_cast<void>(toPanoXml(document.documentElement()));
-    if (!document.isNull())
-        static_cast<void>(toXml(Read(written)));
+    const TemplateFile file = {QByteArray(reinterpret_cast<const char *>(data), static_cast<int>(size)), {}};
+    const ProjectTemplate read = parseTemplate(file);
+    HOLDS(read.document.isNull() == !read.problem.isEmpty());
+    QByteArray written;
+    try {
+        written = toXml(read.document);
+        static_cast<void>(toPanoXml(read.document.documentElement()));
+    } catch (const std::runtime_error &) {
+        return 0;
+    }
+    HOLDS(read.document.isNull() == written.isEmpty());
+    // What is written is read as the same document again.
+    if (!read.document.isNull())
+        HOLDS(toXml(parseTemplate({written, {}}).document) == written);
     return 0;
 }

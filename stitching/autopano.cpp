@@ -11,6 +11,7 @@
 
 #include <array>
 #include <exception>
+#include <optional>
 
 namespace {
 
@@ -193,7 +194,8 @@ void supplyTemplate(int card, const QString &projectPath, const QString &folderT
 }
 
 void writeVideoProject(int card, const QString &templatePath, const QString &videoPath, const QString &name,
-                       const Autopano::SettingsSource &settings)
+                       const Autopano::SettingsSource &settings,
+                       const std::function<ProjectTemplate()> &readTemplate)
 {
     const QString suffix =
         name.isEmpty() ? QStringLiteral("_autopano.kava") : QStringLiteral("_%1_autopano.kava").arg(name);
@@ -201,7 +203,12 @@ void writeVideoProject(int card, const QString &templatePath, const QString &vid
     if (QFileInfo::exists(kavaPath))
         return;
 
-    const QDomDocument document = readTemplate(templatePath);
+    const ProjectTemplate projectTemplate = readTemplate();
+    if (projectTemplate.aboveLimit) {
+        static_cast<void>(writeNewFile(kavaPath, QByteArray(), Durable::Later));
+        return;
+    }
+    const QDomDocument &document = projectTemplate.document;
     const QString base = QFileInfo(videoPath).fileName();
     CameraFiles files = cameraVideos(base, name);
 
@@ -234,7 +241,7 @@ void writeVideoProject(int card, const QString &templatePath, const QString &vid
 
 void writePhotoProject(int card, const QString &photoPath, const QString &name,
                        const Autopano::SettingsSource &settings,
-                       const std::function<QDomElement()> &templatePano)
+                       const std::function<ProjectTemplate()> &readTemplate)
 {
     const QString extension =
         photoPath.endsWith(QStringLiteral(".DNG")) ? QStringLiteral(".DNG") : QStringLiteral(".JPG");
@@ -244,7 +251,13 @@ void writePhotoProject(int card, const QString &photoPath, const QString &name,
     if (QFileInfo::exists(projectPath))
         return;
 
-    const QDomElement pano = templatePano();
+    const ProjectTemplate projectTemplate = readTemplate();
+    if (projectTemplate.aboveLimit) {
+        static_cast<void>(writeNewFile(projectPath, toPanoXml({}), Durable::Later));
+        return;
+    }
+    // A copy: the template serves the next photo too.
+    const QDomElement pano = panoOf(projectTemplate.document).cloneNode().toElement();
     if (!pano.isNull())
         editPano(pano, cameraPhotos(QFileInfo(photoPath).fileName(), extension, name),
                  stitchSettingsToRadians(settings()));
@@ -253,30 +266,46 @@ void writePhotoProject(int card, const QString &photoPath, const QString &name,
 
 } // namespace
 
-/// The panorama descriptions of templates, the last one parsed only once: the photos of a card are many.
-class Autopano::PanoCache
+/// Reads the templates of one import.
+class Autopano::TemplateReader
 {
 public:
-    /// A copy of the caller's own, without findings; null if the template has none.
-    [[nodiscard]] QDomElement read(const QString &templatePath)
+    ProjectTemplate read(const QString &path) { return parse(path, readTemplateFile(path)); }
+
+    /// The template without findings, parsed anew only if the file has changed: the photos of a card are
+    /// many.
+    ProjectTemplate readForPhoto(const QString &path)
     {
         // Compared byte by byte: a time stamp may miss that the template was changed.
-        const QByteArray content = readTemplateContent(templatePath);
-        if (content != content_) {
-            document_ = parseTemplate(content);
-            removeFindings(panoOf(document_));
-            content_ = content;
+        const TemplateFile file = readTemplateFile(path);
+        if (!parsed_ || file.content != content_) {
+            parsed_ = parse(path, file);
+            removeFindings(panoOf(parsed_->document));
+            content_ = file.content;
         }
-        return panoOf(document_).cloneNode().toElement();
+        return *parsed_;
     }
 
 private:
+    ProjectTemplate parse(const QString &path, const TemplateFile &file)
+    {
+        ProjectTemplate result = parseTemplate(file);
+        const QString warning = QStringLiteral("The template %1 can't be used, its projects stay empty: %2.")
+                                    .arg(path, result.problem);
+        if (!result.problem.isEmpty() && warning != lastWarning_) {
+            qWarning().noquote() << warning;
+            lastWarning_ = warning;
+        }
+        return result;
+    }
+
+    std::optional<ProjectTemplate> parsed_;
     QByteArray content_;
-    QDomDocument document_;
+    QString lastWarning_;
 };
 
 Autopano::Autopano()
-    : panos_(std::make_unique<PanoCache>())
+    : templates_(std::make_unique<TemplateReader>())
 {
 }
 
@@ -286,7 +315,8 @@ void Autopano::writeKava(int card, const QString &templatePath, const QString &v
                          const SettingsSource &settings)
 {
     try {
-        writeVideoProject(card, templatePath, videoPath, name, settings);
+        writeVideoProject(card, templatePath, videoPath, name, settings,
+                          [&] { return templates_->read(templatePath); });
     } catch (const std::exception &error) {
         qWarning() << "Error creating kava template:" << error.what();
     }
@@ -296,7 +326,8 @@ void Autopano::writePano(int card, const QString &templatePath, const QString &p
                          const SettingsSource &settings)
 {
     try {
-        writePhotoProject(card, photoPath, name, settings, [&] { return panos_->read(templatePath); });
+        writePhotoProject(card, photoPath, name, settings,
+                          [&] { return templates_->readForPhoto(templatePath); });
     } catch (const std::exception &error) {
         qInfo("%s", error.what());
     }

@@ -43,6 +43,6 @@ public:
                            const QString &name, const QMap<QString, QVariant> &settings);
 
 private:
-    class PanoCache;
-    std::unique_ptr<PanoCache> panos_;
+    class TemplateReader;
+    std::unique_ptr<TemplateReader> templates_;
 };

@@ -1,148 +1,40 @@
 #include "stitching/projectxml.h"
 
+#include "stitching/templatelimits.h"
+
 #include <QFile>
 #include <QFileInfo>
 #include <QMap>
 #include <QTextStream>
-#include <QXmlStreamReader>
+#include <QXmlStreamWriter>
+
+#include <algorithm>
+#include <stdexcept>
 
 namespace {
 
-/// The DOM is destroyed, and written below, by recursion; a real project nests about ten levels.
-constexpr int deepestNesting = 1000;
+/// QXmlStreamWriter drops control characters, and writes a carriage return of a text so that it is read as a
+/// line feed. They pass it as these noncharacters and become character references afterwards.
+constexpr ushort firstStandIn = 0xFDD0;
+constexpr ushort lastStandIn = 0xFDEF;
 
-enum class Verdict {
-    Harmless,
-    Harmful,
-    Unknown, ///< the reader stopped at something that the DOM may take
-};
-
-/// Walks the text with a reader that keeps to the rules.
-Verdict strictVerdict(const QString &text)
+bool needsStandIn(QChar character)
 {
-    QXmlStreamReader reader(text);
-    reader.setNamespaceProcessing(false);
-    int depth = 0;
-    while (!reader.atEnd()) {
-        switch (reader.readNext()) {
-        case QXmlStreamReader::StartElement:
-            if (++depth > deepestNesting)
-                return Verdict::Harmful;
-            break;
-        case QXmlStreamReader::EndElement:
-            --depth;
-            break;
-        case QXmlStreamReader::DTD:
-            if (!reader.entityDeclarations().isEmpty())
-                return Verdict::Harmful;
-            break;
-        default:
-            break;
-        }
-    }
-    return reader.hasError() ? Verdict::Unknown : Verdict::Harmless;
+    const ushort code = character.unicode();
+    return code < ' ' && code != '\n' && code != '\t';
 }
 
-/// The first index after `end`, searched from `from` on; the text's end if there is none.
-int skipPast(const QString &text, const char *end, int from)
-{
-    const QLatin1String mark(end);
-    const int found = text.indexOf(mark, from);
-    return found < 0 ? text.size() : found + mark.size();
-}
-
-/// The index of the ">" that closes the tag from `from` on; the text's end if none does.
-int tagEnd(const QString &text, int from)
-{
-    QChar quote;
-    for (int at = from; at < text.size(); ++at) {
-        const QChar character = text.at(at);
-        if (!quote.isNull()) {
-            if (character == quote)
-                quote = QChar();
-        } else if (character == '"' || character == '\'') {
-            quote = character;
-        } else if (character == '>') {
-            return at;
-        }
-    }
-    return text.size();
-}
-
-/// Whether a text without a document type nests no deeper than allowed; the rest is left to the DOM.
-bool isShallow(const QString &text)
-{
-    int depth = 0;
-    for (int at = text.indexOf('<'); at >= 0 && at < text.size(); at = text.indexOf('<', at)) {
-        const QStringRef rest = text.midRef(at, 9);
-        if (rest.startsWith(QLatin1String("<!--"))) {
-            at = skipPast(text, "-->", at + 4);
-        } else if (rest == QLatin1String("<![CDATA[")) {
-            at = skipPast(text, "]]>", at);
-        } else if (rest.startsWith(QLatin1String("<?"))) {
-            at = skipPast(text, "?>", at);
-        } else if (rest.startsWith(QLatin1String("</"))) {
-            --depth;
-            at += 2;
-        } else {
-            const int end = tagEnd(text, at);
-            const bool empty = end < text.size() && text.at(end - 1) == '/';
-            if (!empty && ++depth > deepestNesting)
-                return false;
-            at = end;
-        }
-    }
-    return true;
-}
-
-/// Whether the text can become a DOM without exhausting memory or stack: entity declarations may expand
-/// without bound, and nothing that writes projects declares any. Whether the text is XML is the DOM's to say,
-/// which takes more than the rules allow.
-bool isHarmless(const QString &text)
-{
-    const Verdict verdict = strictVerdict(text);
-    if (verdict != Verdict::Unknown)
-        return verdict == Verdict::Harmless;
-    return !text.contains(QLatin1String("<!DOCTYPE")) && isShallow(text);
-}
-
-enum class Place {
-    Text,
-    Attribute,
-};
-
-/// `text` as QDomNode::save() escapes it, whose time grows with the square of what there is to escape.
-QString escaped(const QString &text, Place place)
-{
-    QString result;
-    result.reserve(text.size());
-    for (const QChar character : text) {
-        const ushort code = character.unicode();
-        if (code == '<')
-            result += QLatin1String("&lt;");
-        else if (code == '&')
-            result += QLatin1String("&amp;");
-        else if (code == '>' && result.endsWith(QLatin1String("]]")))
-            result += QLatin1String("&gt;");
-        else if (place == Place::Attribute && code == '"')
-            result += QLatin1String("&quot;");
-        else if (code == '\r' || (place == Place::Attribute && (code == '\n' || code == '\t')))
-            result += QStringLiteral("&#x%1;").arg(code, 0, 16);
-        else
-            result += character;
-    }
-    return result;
-}
-
-/// Writes nodes in the layout of QDomDocument::toString(1), but for the order of attributes: the DOM keeps
-/// them in a hash whose order changes from process to process.
+/// Writes the nodes of a DOM, but for the order of attributes: the DOM keeps them in a hash whose order
+/// changes from process to process.
 class XmlWriter
 {
+    Q_DISABLE_COPY(XmlWriter)
+
 public:
-    explicit XmlWriter(QByteArray *target)
-        : stream_(target, QIODevice::WriteOnly)
+    XmlWriter()
     {
-        stream_.setCodec("UTF-8");
+        writer_.setAutoFormatting(true);
+        writer_.setAutoFormattingIndent(1);
     }
 
     void writeDocument(const QDomDocument &document)
@@ -152,112 +44,150 @@ public:
             const bool declaration =
                 node.isProcessingInstruction() && node.nodeName() == QLatin1String("xml");
             if (!afterDoctype && !declaration) {
-                save(document.doctype());
+                writeDoctype(document.doctype());
                 afterDoctype = true;
             }
-            writeNode(node, 0);
+            writeNode(node);
         }
     }
 
-    void writeNode(const QDomNode &node, int depth)
+    void writeDeclaration(const QString &data)
     {
-        if (node.isElement() || node.isComment()) {
-            if (!isText(node.previousSibling()))
-                indent(depth);
-            if (node.isElement())
-                writeElement(node.toElement(), depth);
-            else
-                stream_ << "<!--" << node.nodeValue() << "-->";
-            if (!isText(node.nextSibling()))
-                stream_ << '\n';
-        } else if (node.isText() && !node.isCDATASection()) {
-            stream_ << escaped(node.nodeValue(), Place::Text);
-        } else {
-            save(node);
-        }
+        writer_.writeProcessingInstruction(QStringLiteral("xml"), data);
     }
 
-    /// The element as if it had no siblings.
-    void writeElementAlone(const QDomElement &element)
+    void writeNode(const QDomNode &node)
     {
-        writeElement(element, 0);
-        stream_ << '\n';
+        if (node.isElement())
+            writeElement(node.toElement());
+        else if (node.isCDATASection())
+            writer_.writeCDATA(checked(node.nodeValue()));
+        else if (node.isText())
+            writer_.writeCharacters(withStandIns(node.nodeValue()));
+        else if (node.isComment())
+            writer_.writeComment(checked(node.nodeValue()));
+        else if (node.isProcessingInstruction())
+            writer_.writeProcessingInstruction(node.nodeName(), checked(node.nodeValue()));
+        else if (node.isEntityReference())
+            writer_.writeEntityReference(node.nodeName());
     }
 
-    void writeText(const char *text) { stream_ << text; }
+    QByteArray finish()
+    {
+        writer_.writeEndDocument();
+        for (ushort code = 0; hasStandIns_ && code < ' '; ++code)
+            text_.replace(QString(QChar(firstStandIn + code)).toUtf8(),
+                          "&#" + QByteArray::number(code) + ';');
+        // The writer begins every line with its line feed, the first one too.
+        return text_.startsWith('\n') ? text_.mid(1) : text_;
+    }
 
 private:
-    static bool isText(const QDomNode &node) { return node.isText(); }
-
-    void indent(int depth) { stream_ << QString(depth, QLatin1Char(' ')); }
-
-    void save(const QDomNode &node) { node.save(stream_, 1, QDomNode::EncodingFromTextStream); }
-
-    void writeElement(const QDomElement &element, int depth)
+    static QString checked(const QString &text)
     {
-        stream_ << '<' << element.tagName();
-        QMap<QString, QDomNode> attributes;
-        const QDomNamedNodeMap unordered = element.attributes();
-        for (int i = 0; i < unordered.count(); ++i)
-            attributes.insert(unordered.item(i).nodeName(), unordered.item(i));
-        for (const QDomNode &attribute : qAsConst(attributes))
-            stream_ << ' ' << attribute.nodeName() << "=\""
-                    << escaped(attribute.nodeValue(), Place::Attribute) << '"';
-        if (!element.hasChildNodes()) {
-            stream_ << "/>";
-            return;
-        }
-        stream_ << '>';
-        if (!isText(element.firstChild()))
-            stream_ << '\n';
-        for (QDomNode child = element.firstChild(); !child.isNull(); child = child.nextSibling())
-            writeNode(child, depth + 1);
-        if (!isText(element.lastChild()))
-            indent(depth);
-        stream_ << "</" << element.tagName() << '>';
+        const bool expressible =
+            text.isValidUtf16() && std::none_of(text.cbegin(), text.cend(), [](QChar character) {
+                const ushort code = character.unicode();
+                return (code >= firstStandIn && code <= lastStandIn) || code >= 0xFFFE;
+            });
+        if (!expressible)
+            throw std::runtime_error("The template holds a character that XML can't express.");
+        return text;
     }
 
-    QTextStream stream_;
+    QString withStandIns(const QString &text)
+    {
+        QString result = checked(text);
+        if (std::any_of(text.cbegin(), text.cend(), needsStandIn)) {
+            hasStandIns_ = true;
+            for (QChar &character : result) {
+                if (needsStandIn(character))
+                    character = QChar(firstStandIn + character.unicode());
+            }
+        }
+        return result;
+    }
+
+    void writeElement(const QDomElement &element)
+    {
+        writer_.writeStartElement(element.tagName());
+        QMap<QString, QString> sorted;
+        const QDomNamedNodeMap attributes = element.attributes();
+        for (int i = 0; i < attributes.count(); ++i) {
+            const QDomNode attribute = attributes.item(i);
+            sorted.insert(attribute.nodeName(), attribute.nodeValue());
+        }
+        for (auto attribute = sorted.cbegin(); attribute != sorted.cend(); ++attribute)
+            writer_.writeAttribute(attribute.key(), withStandIns(attribute.value()));
+        for (QDomNode child = element.firstChild(); !child.isNull(); child = child.nextSibling())
+            writeNode(child);
+        writer_.writeEndElement();
+    }
+
+    void writeDoctype(const QDomDocumentType &doctype)
+    {
+        QString text;
+        QTextStream stream(&text);
+        doctype.save(stream, 1);
+        stream.flush();
+        if (!text.isEmpty())
+            writer_.writeDTD(checked(text.trimmed()));
+    }
+
+    QByteArray text_;
+    QXmlStreamWriter writer_{&text_};
+    bool hasStandIns_ = false;
 };
 
 } // namespace
 
-QDomDocument readTemplate(const QString &path)
+TemplateFile readTemplateFile(const QString &path)
 {
-    return parseTemplate(readTemplateContent(path));
-}
-
-QByteArray readTemplateContent(const QString &path)
-{
+    const QFileInfo info(path);
+    // Opening a pipe would wait for its other end.
+    if (!info.isFile())
+        return {{},
+                info.exists() ? QStringLiteral("it is not a file") : QStringLiteral("there is no such file")};
     QFile file(path);
-    return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    if (!file.open(QIODevice::ReadOnly))
+        return {{}, file.errorString()};
+    return {file.read(maxTemplateBytes + 1), {}};
 }
 
-QDomDocument parseTemplate(const QByteArray &content)
+ProjectTemplate parseTemplate(const TemplateFile &file)
 {
-    const QString text = QString::fromUtf8(content);
+    if (!file.problem.isEmpty())
+        return {{}, file.problem};
+    if (file.content.size() > maxTemplateBytes)
+        return {{}, QStringLiteral("more than %1 bytes").arg(maxTemplateBytes), true};
+    const QString text = QString::fromUtf8(file.content);
+    const QString limit = exceededTemplateLimit(text);
+    if (!limit.isEmpty())
+        return {{}, limit, true};
     QDomDocument document;
+    QString error;
+    int line = 0;
+    int column = 0;
     // A failed setContent() leaves what it had parsed so far in the document.
-    if (!isHarmless(text) || !document.setContent(text, false))
-        return {};
-    return document;
+    if (!document.setContent(text, false, &error, &line, &column))
+        return {{}, QStringLiteral("line %1, column %2: %3").arg(line).arg(column).arg(error)};
+    return {document, {}};
 }
 
 QByteArray toXml(const QDomDocument &document)
 {
-    QByteArray text;
-    XmlWriter(&text).writeDocument(document);
-    return text;
+    if (!document.hasChildNodes())
+        return {};
+    XmlWriter writer;
+    writer.writeDocument(document);
+    return writer.finish();
 }
 
 QByteArray toPanoXml(const QDomElement &pano)
 {
-    QByteArray text;
-    {
-        XmlWriter writer(&text);
-        writer.writeText("<?xml version='1.0' encoding='UTF-8'?>\n");
-        if (!pano.isNull())
-            writer.writeElementAlone(pano);
-    }
-    return text;
+    XmlWriter writer;
+    writer.writeDeclaration(QStringLiteral("version='1.0' encoding='UTF-8'"));
+    if (!pano.isNull())
+        writer.writeNode(pano);
+    return writer.finish();
 }

@@ -6,16 +6,29 @@
 
 /// The XML of template projects: read safely, written the same way in every run.
 
-/// The template file `path` as a document. A file that can't be read, is no XML to QDomDocument, declares
-/// entities or nests elements deeper than any real project gives an empty document.
-[[nodiscard]] QDomDocument readTemplate(const QString &path);
+/// A template file's bytes.
+struct TemplateFile
+{
+    QByteArray content; ///< empty if it can't be read; of a file above maxTemplateBytes only the beginning
+    QString problem;    ///< why it can't be read
+};
 
-/// The two halves of readTemplate(): the bytes, empty if they can't be read, and the document that they hold.
-[[nodiscard]] QByteArray readTemplateContent(const QString &path);
-[[nodiscard]] QDomDocument parseTemplate(const QByteArray &content);
+/// What was read from a template.
+struct ProjectTemplate
+{
+    QDomDocument document; ///< empty if there is a problem
+    QString problem;       ///< why it can't be used, in words for the log
+    bool aboveLimit = false;
+};
+
+[[nodiscard]] TemplateFile readTemplateFile(const QString &path);
+
+/// All that QDomDocument takes for XML is a template, up to the limits of templatelimits.h.
+[[nodiscard]] ProjectTemplate parseTemplate(const TemplateFile &file);
 
 /// The document as UTF-8 text, indented by one space per level, each element's attributes in the order of
-/// their names. Empty for an empty document.
+/// their names. Empty for an empty document. Throws std::runtime_error if it holds characters that no XML can
+/// express.
 [[nodiscard]] QByteArray toXml(const QDomDocument &document);
 
 /// `pano` (may be null) as a document of its own under an XML declaration, written like toXml().
