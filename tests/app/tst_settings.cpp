@@ -21,21 +21,13 @@ const QString settingsFile = QStringLiteral("data/Kelpora 360/Kelpora360.ini");
 
 Texts defaults()
 {
-    Texts texts = {
-        {QStringLiteral("Serialnumber"), QStringLiteral("000000")},
-        {QStringLiteral("OverwriteAngles"), QStringLiteral("1")},
-        {QStringLiteral("RadiansAngles"), QStringLiteral("0")},
-        {QStringLiteral("EnableAutoScale"), QStringLiteral("0")},
-        {QStringLiteral("EnableHighDpiScaling"), QStringLiteral("1")},
-        {QStringLiteral("EnableScaleFactor"), QStringLiteral("1")},
-    };
+    Texts texts = {{"Serialnumber", "000000"}, {"OverwriteAngles", "1"},      {"RadiansAngles", "0"},
+                   {"EnableAutoScale", "0"},   {"EnableHighDpiScaling", "1"}, {"EnableScaleFactor", "1"}};
+    const Texts angles = {
+        {"Pitch", "0"}, {"Roll", "-90"}, {"Yaw", "-0"}, {"OffsetX", "-20"}, {"OffsetY", "0"}};
     for (int camera = 1; camera <= 3; ++camera) {
-        const QString prefix = QStringLiteral("Camera%1").arg(camera);
-        texts.insert(prefix + QStringLiteral("Pitch"), QStringLiteral("0"));
-        texts.insert(prefix + QStringLiteral("Roll"), QStringLiteral("-90"));
-        texts.insert(prefix + QStringLiteral("Yaw"), QStringLiteral("-0"));
-        texts.insert(prefix + QStringLiteral("OffsetX"), QStringLiteral("-20"));
-        texts.insert(prefix + QStringLiteral("OffsetY"), QStringLiteral("0"));
+        for (auto angle = angles.cbegin(); angle != angles.cend(); ++angle)
+            texts.insert(QStringLiteral("Camera%1%2").arg(camera).arg(angle.key()), angle.value());
     }
     return texts;
 }
@@ -88,8 +80,8 @@ private slots:
     void init();
     void load_data();
     void load();
-    void aCommaTypedIntoTheFile();
-    void whatIsNoTextBecomesOne();
+    void ownValuesBecomeText_data();
+    void ownValuesBecomeText();
     void store_data();
     void store();
     void textsSurvive_data();
@@ -107,7 +99,7 @@ private slots:
 
 void TestSettings::init()
 {
-    QCoreApplication::setApplicationName(QStringLiteral("Kelpora 360"));
+    QCoreApplication::setApplicationName("Kelpora 360");
 }
 
 void TestSettings::load_data()
@@ -115,22 +107,16 @@ void TestSettings::load_data()
     QTest::addColumn<QByteArray>("before");
     QTest::addColumn<Texts>("changed");
 
-    QTest::newRow("a missing file gets every default") << QByteArray() << Texts();
-    QTest::newRow("start-up's keys come along")
-        << QByteArray("[General]\nAppVersion=1.8.0\nAppName=Kelpora 360\nScaleFactor=2\n")
-        << Texts{{QStringLiteral("AppVersion"), QStringLiteral("1.8.0")},
-                 {QStringLiteral("AppName"), QStringLiteral("Kelpora 360")},
-                 {QStringLiteral("ScaleFactor"), QStringLiteral("2")}};
-    QTest::newRow("a key that is there keeps its value")
-        << QByteArray("[General]\nCamera1Yaw=15\n")
-        << Texts{{QStringLiteral("Camera1Yaw"), QStringLiteral("15")}};
-    QTest::newRow("a key that is there but empty stays empty")
-        << QByteArray("[General]\nCamera2Roll=\n") << Texts{{QStringLiteral("Camera2Roll"), QString()}};
-    QTest::newRow("keys are told apart by case")
-        << QByteArray("[General]\nserialnumber=5\n")
-        << Texts{{QStringLiteral("serialnumber"), QStringLiteral("5")}};
-    QTest::newRow("an unknown key comes along")
-        << QByteArray("[General]\nByHand=yes\n") << Texts{{QStringLiteral("ByHand"), QStringLiteral("yes")}};
+    const auto row = [](const char *title, const QByteArray &before, const Texts &changed) {
+        QTest::newRow(title) << before << changed;
+    };
+    row("a missing file gets every default", "", {});
+    row("start-up's keys come along", "[General]\nAppVersion=1.8.0\nAppName=Kelpora 360\nScaleFactor=2\n",
+        {{"AppVersion", "1.8.0"}, {"AppName", "Kelpora 360"}, {"ScaleFactor", "2"}});
+    row("a key that is there keeps its value", "[General]\nCamera1Yaw=15\n", {{"Camera1Yaw", "15"}});
+    row("a key that is there but empty stays empty", "[General]\nCamera2Roll=\n", {{"Camera2Roll", ""}});
+    row("keys are told apart by case", "[General]\nserialnumber=5\n", {{"serialnumber", "5"}});
+    row("an unknown key comes along", "[General]\nByHand=yes\n", {{"ByHand", "yes"}});
 }
 
 void TestSettings::load()
@@ -149,27 +135,26 @@ void TestSettings::load()
     QCOMPARE(stored(workspace), expected);
 }
 
-void TestSettings::whatIsNoTextBecomesOne()
+void TestSettings::ownValuesBecomeText_data()
 {
-    const Workspace workspace;
-    workspace.write(settingsFile,
-                    "[General]\nCamera1Pitch=@Invalid()\nCamera1Yaw=@Size(1 2)\nOldWindow=@Size(700 920)\n");
-    const QVariantMap settings = loadSettings();
-    for (const char *key : {"Camera1Pitch", "Camera1Yaw"})
-        QCOMPARE(settings.value(QString::fromLatin1(key)), QVariant(QString()));
-    // What the program does not know may belong to another version of it.
-    QCOMPARE(settings.value(QStringLiteral("OldWindow")), QVariant(QSize(700, 920)));
-    storeSettings(settings);
-    QVERIFY(workspace.read(settingsFile).contains("OldWindow=@Size(700 920)"));
+    QTest::addColumn<QByteArray>("value");
+    QTest::addColumn<QString>("text");
+
+    QTest::newRow("a comma typed into the file") << QByteArray("1,5") << "1,5";
+    QTest::newRow("no value") << QByteArray("@Invalid()") << "";
+    QTest::newRow("a size") << QByteArray("@Size(1 2)") << "";
 }
 
-void TestSettings::aCommaTypedIntoTheFile()
+void TestSettings::ownValuesBecomeText()
 {
+    QFETCH(QByteArray, value);
+    QFETCH(QString, text);
+
     const Workspace workspace;
-    workspace.write(settingsFile, "[General]\nCamera1Yaw=1,5\n");
-    const QVariant yaw = loadSettings().value(QStringLiteral("Camera1Yaw"));
+    workspace.write(settingsFile, "[General]\nCamera1Yaw=" + value + "\n");
+    const QVariant yaw = loadSettings().value("Camera1Yaw");
     QCOMPARE(yaw.userType(), int{QMetaType::QString});
-    QCOMPARE(yaw.toString(), QStringLiteral("1,5"));
+    QCOMPARE(yaw.toString(), text);
 }
 
 void TestSettings::store_data()
@@ -178,18 +163,15 @@ void TestSettings::store_data()
     QTest::addColumn<Texts>("map");
     QTest::addColumn<Texts>("after");
 
-    const QString serial = QStringLiteral("Serialnumber");
-    const QString yaw = QStringLiteral("Camera1Yaw");
-    QTest::newRow("a key that the map lacks stays as it was")
-        << QByteArray("[General]\nSerialnumber=123456\nCamera1Yaw=1\n") << Texts{{yaw, QStringLiteral("2")}}
-        << Texts{{serial, QStringLiteral("123456")}, {yaw, QStringLiteral("2")}};
-    QTest::newRow("a key that the file lacks is added")
-        << QByteArray("[General]\nSerialnumber=123456\n") << Texts{{yaw, QStringLiteral("2")}}
-        << Texts{{serial, QStringLiteral("123456")}, {yaw, QStringLiteral("2")}};
-    QTest::newRow("an empty map changes nothing") << QByteArray("[General]\nSerialnumber=123456\n") << Texts()
-                                                  << Texts{{serial, QStringLiteral("123456")}};
-    QTest::newRow("a missing file is made")
-        << QByteArray() << Texts{{serial, QStringLiteral("7")}} << Texts{{serial, QStringLiteral("7")}};
+    const auto row = [](const char *title, const QByteArray &before, const Texts &map, const Texts &after) {
+        QTest::newRow(title) << before << map << after;
+    };
+    row("a key that the map lacks stays as it was", "[General]\nSerialnumber=123456\nCamera1Yaw=1\n",
+        {{"Camera1Yaw", "2"}}, {{"Serialnumber", "123456"}, {"Camera1Yaw", "2"}});
+    row("a key that the file lacks is added", "[General]\nSerialnumber=123456\n", {{"Camera1Yaw", "2"}},
+        {{"Serialnumber", "123456"}, {"Camera1Yaw", "2"}});
+    row("an empty map changes nothing", "[General]\nSerialnumber=123456\n", {}, {{"Serialnumber", "123456"}});
+    row("a missing file is made", "", {{"Serialnumber", "7"}}, {{"Serialnumber", "7"}});
 }
 
 void TestSettings::store()
@@ -212,15 +194,15 @@ void TestSettings::textsSurvive_data()
 {
     QTest::addColumn<QString>("text");
 
-    QTest::newRow("a comma") << QStringLiteral("1,5");
-    QTest::newRow("a semicolon") << QStringLiteral("a;b");
-    QTest::newRow("blanks at both ends") << QStringLiteral(" a ");
+    QTest::newRow("a comma") << "1,5";
+    QTest::newRow("a semicolon") << "a;b";
+    QTest::newRow("blanks at both ends") << " a ";
     QTest::newRow("quotes and a backslash") << QStringLiteral("\"a\\b\"");
-    QTest::newRow("an equals sign") << QStringLiteral("a=b");
-    QTest::newRow("an at sign") << QStringLiteral("@Invalid()");
+    QTest::newRow("an equals sign") << "a=b";
+    QTest::newRow("an at sign") << "@Invalid()";
     QTest::newRow("letters beyond ASCII") << QString::fromUtf8("äöü 中");
-    QTest::newRow("lines") << QStringLiteral("a\nb");
-    QTest::newRow("minus zero") << QStringLiteral("-0");
+    QTest::newRow("lines") << "a\nb";
+    QTest::newRow("minus zero") << "-0";
     QTest::newRow("no text") << QString();
 }
 
@@ -229,8 +211,8 @@ void TestSettings::textsSurvive()
     QFETCH(QString, text);
 
     const Workspace workspace;
-    storeSettings({{QStringLiteral("Serialnumber"), text}});
-    QCOMPARE(loadSettings().value(QStringLiteral("Serialnumber")), QVariant(text));
+    storeSettings({{"Serialnumber", text}});
+    QCOMPARE(loadSettings().value("Serialnumber"), QVariant(text));
 }
 
 void TestSettings::otherKeysSurviveTheView_data()
@@ -268,11 +250,11 @@ void TestSettings::otherKeysSurviveTheView()
     storeSettings(loadSettings());
     workspace.write(settingsFile, workspace.read(settingsFile) + line + '\n');
     // Qt writes the keys in an order of its own.
-    QSettings(getIniFilePath(), QSettings::IniFormat).setValue(QStringLiteral("AppVersion"), 1);
+    QSettings(getIniFilePath(), QSettings::IniFormat).setValue("AppVersion", 1);
     const QByteArray before = workspace.read(settingsFile);
 
     QJSEngine engine;
-    engine.globalObject().setProperty(QStringLiteral("app"), engine.newQObject(new SettingsForView));
+    engine.globalObject().setProperty("app", engine.newQObject(new SettingsForView));
     const QJSValue result = engine.evaluate(QStringLiteral(
         "var settings = app.getSettings(); settings.Camera1Yaw = '-0'; app.updateSettings(settings)"));
     QVERIFY2(!result.isError(), qPrintable(result.toString()));
@@ -299,7 +281,7 @@ void TestSettings::theViewChangesAnotherKey()
     QFETCH(QVariant, after);
 
     const Workspace workspace;
-    const QString key = QStringLiteral("Mine");
+    const QString key = "Mine";
     storeSettings({{key, before}});
     QCOMPARE(loadSettings().value(key), before);
     storeSettings({{key, after}});
@@ -311,29 +293,29 @@ void TestSettings::handMadeKeyGoesRoundTrip()
     const Workspace workspace;
     workspace.write(settingsFile, "[General]\nByHand=yes\n");
     QVariantMap settings = loadSettings();
-    QCOMPARE(settings.value(QStringLiteral("ByHand")).toString(), QStringLiteral("yes"));
+    QCOMPARE(settings.value("ByHand").toString(), "yes");
     QVERIFY(QFile::remove(workspace.path(settingsFile)));
     storeSettings(settings);
     QCOMPARE(stored(workspace), texts(settings));
-    QCOMPARE(stored(workspace).value(QStringLiteral("ByHand")), QStringLiteral("yes"));
+    QCOMPARE(stored(workspace).value("ByHand"), "yes");
 }
 
 void TestSettings::fileThatCannotBeWritten()
 {
     const Workspace workspace;
-    iniFilePath = workspace.write(QStringLiteral("a file"), "x") + QStringLiteral("/Kelpora360.ini");
+    iniFilePath = workspace.write("a file", "x") + "/Kelpora360.ini";
     QCOMPARE(texts(loadSettings()), defaults());
-    storeSettings({{QStringLiteral("Serialnumber"), QStringLiteral("7")}});
+    storeSettings({{"Serialnumber", "7"}});
     QCOMPARE(texts(loadSettings()), defaults());
-    QCOMPARE(workspace.read(QStringLiteral("a file")), QByteArray("x"));
+    QCOMPARE(workspace.read("a file"), QByteArray("x"));
 }
 
 void TestSettings::theFileIsReadAfresh()
 {
     const Workspace workspace;
-    QCOMPARE(loadSettings().value(QStringLiteral("Serialnumber")).toString(), QStringLiteral("000000"));
+    QCOMPARE(loadSettings().value("Serialnumber").toString(), "000000");
     workspace.write(settingsFile, "[General]\nSerialnumber=by hand 123\n");
-    QCOMPARE(loadSettings().value(QStringLiteral("Serialnumber")).toString(), QStringLiteral("by hand 123"));
+    QCOMPARE(loadSettings().value("Serialnumber").toString(), "by hand 123");
 }
 
 void TestSettings::workersReadWhileTheViewStores()
@@ -346,14 +328,14 @@ void TestSettings::workersReadWhileTheViewStores()
     for (int i = 0; i < 3; ++i) {
         workers.emplace_back([&] {
             while (!done) {
-                const QString serial = loadSettings().value(QStringLiteral("Serialnumber")).toString();
+                const QString serial = loadSettings().value("Serialnumber").toString();
                 if (serial != QLatin1String("000000") && serial != QLatin1String("111111"))
                     ++wrong;
             }
         });
     }
     for (int i = 0; i < 16; ++i)
-        storeSettings({{QStringLiteral("Serialnumber"), QString(6, QLatin1Char(i % 2 == 0 ? '1' : '0'))}});
+        storeSettings({{"Serialnumber", QString(6, QLatin1Char(i % 2 == 0 ? '1' : '0'))}});
     done = true;
     for (std::thread &worker : workers)
         worker.join();

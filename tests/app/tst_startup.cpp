@@ -127,36 +127,20 @@ void TestStartup::switches_data()
     QTest::addColumn<QString>("highDpi");
     QTest::addColumn<QString>("loggedFactor");
 
-    QTest::newRow("a first run has the defaults") << QByteArray() << "0"
-                                                  << "1"
-                                                  << "1"
-                                                  << "1";
-    QTest::newRow("a factor of the settings is only logged")
-        << QByteArray("[General]\nScaleFactor=2\nEnableScaleFactor=1\n") << "0"
-        << "1"
-        << "1"
-        << "2";
-    QTest::newRow("automatic scaling and the factor together")
-        << QByteArray("[General]\nEnableAutoScale=true\n") << "1"
-        << "1"
-        << "1"
-        << "1";
-    QTest::newRow("automatic scaling alone")
-        << QByteArray("[General]\nEnableAutoScale=1\nEnableScaleFactor=0\n") << "1"
-        << "0"
-        << "1"
-        << "1";
-    QTest::newRow("everything off")
-        << QByteArray("[General]\nEnableAutoScale=0\nEnableScaleFactor=false\nEnableHighDpiScaling=0\n")
-        << "0"
-        << "0"
-        << "0"
-        << "1";
-    QTest::newRow("another version's identity is replaced")
-        << QByteArray("[General]\nAppVersion=1.2.3\nAppName=Other\n") << "0"
-        << "1"
-        << "1"
-        << "1";
+    const auto row = [](const char *title, const char *before, const char *autoScale, const char *scaleFactor,
+                        const char *highDpi, const char *loggedFactor) {
+        QTest::newRow(title) << QByteArray(before) << QString(autoScale) << QString(scaleFactor)
+                             << QString(highDpi) << QString(loggedFactor);
+    };
+    row("a first run has the defaults", "", "0", "1", "1", "1");
+    row("a factor of the settings is only logged", "[General]\nScaleFactor=2\nEnableScaleFactor=1\n", "0",
+        "1", "1", "2");
+    row("automatic scaling and the factor together", "[General]\nEnableAutoScale=true\n", "1", "1", "1", "1");
+    row("automatic scaling alone", "[General]\nEnableAutoScale=1\nEnableScaleFactor=0\n", "1", "0", "1", "1");
+    row("everything off", "[General]\nEnableAutoScale=0\nEnableScaleFactor=false\nEnableHighDpiScaling=0\n",
+        "0", "0", "0", "1");
+    row("another version's identity is replaced", "[General]\nAppVersion=1.2.3\nAppName=Other\n", "0", "1",
+        "1", "1");
 }
 
 void TestStartup::switches()
@@ -173,27 +157,25 @@ void TestStartup::switches()
     QCOMPARE(run(workspace), QString());
 
     const Texts settings = pairs(workspace.read(settingsFile));
-    QCOMPARE(settings.value(QStringLiteral("EnableAutoScale")), autoScale);
-    QCOMPARE(settings.value(QStringLiteral("EnableScaleFactor")), scaleFactor);
-    QCOMPARE(settings.value(QStringLiteral("EnableHighDpiScaling")), highDpi);
-    QCOMPARE(settings.value(QStringLiteral("AppVersion")), QStringLiteral("1.8.0"));
-    QCOMPARE(settings.value(QStringLiteral("AppName")), QStringLiteral("Kelpora 360"));
-    QCOMPARE(settings.value(QStringLiteral("ScaleFactor")),
-             before.contains("\nScaleFactor=") ? loggedFactor : QString());
+    QCOMPARE(settings.value("EnableAutoScale"), autoScale);
+    QCOMPARE(settings.value("EnableScaleFactor"), scaleFactor);
+    QCOMPARE(settings.value("EnableHighDpiScaling"), highDpi);
+    QCOMPARE(settings.value("AppVersion"), QString("1.8.0"));
+    QCOMPARE(settings.value("AppName"), QString("Kelpora 360"));
+    QCOMPARE(settings.value("ScaleFactor"), before.contains("\nScaleFactor=") ? loggedFactor : QString());
 
-    const Texts facts = pairs(workspace.read(reportFile));
-    const QString unset = QStringLiteral("unset");
-    const QString one = QStringLiteral("1");
-    QCOMPARE(facts.value(QStringLiteral("QT_AUTO_SCREEN_SCALE_FACTOR")), autoScale == one ? one : unset);
-    QCOMPARE(facts.value(QStringLiteral("QT_SCALE_FACTOR")), scaleFactor == one ? one : unset);
-    QCOMPARE(facts.value(QStringLiteral("highDpi")), highDpi);
-    QCOMPARE(facts.value(QStringLiteral("name")), QStringLiteral("Kelpora 360"));
-    QCOMPARE(facts.value(QStringLiteral("version")), QStringLiteral("1.8.0"));
+    const auto variable = [](const QString &flag) { return QString(flag == "1" ? "1" : "unset"); };
+    const Texts facts = {{"QT_AUTO_SCREEN_SCALE_FACTOR", variable(autoScale)},
+                         {"QT_SCALE_FACTOR", variable(scaleFactor)},
+                         {"highDpi", highDpi},
+                         {"name", "Kelpora 360"},
+                         {"version", "1.8.0"}};
+    QCOMPARE(pairs(workspace.read(reportFile)), facts);
 
     const QStringList log = messages(workspace);
-    QVERIFY(log.contains(QStringLiteral("Info: SettingsScaleFactor: ") + loggedFactor));
-    QVERIFY(log.contains(QStringLiteral("Info: ScaleFactor: 1")));
-    QVERIFY(log.contains(QStringLiteral("Info: CalculatedScaleFactor: 0")));
+    QVERIFY(log.contains("Info: SettingsScaleFactor: " + loggedFactor));
+    QVERIFY(log.contains("Info: ScaleFactor: 1"));
+    QVERIFY(log.contains("Info: CalculatedScaleFactor: 0"));
 }
 
 void TestStartup::theLogOfARun()
@@ -204,47 +186,42 @@ void TestStartup::theLogOfARun()
     QVERIFY2(log.size() > 28, workspace.read(logFile).constData());
 
     const QString folder = QFileInfo(program()).absolutePath();
-    const QStringList labels = {
-        QStringLiteral("Application start"),
-        QStringLiteral("AppName: \"Kelpora 360\""),
-        QStringLiteral("AppVersion: \"1.8.0\""),
-        QStringLiteral("AppExecutable: \"%1\"").arg(program()),
-        QStringLiteral("AppDirectory: \"%1\"").arg(folder),
-        QStringLiteral("WorkingDirectory: \"%1\"").arg(folder),
+    const QStringList beginning = {
+        "Application start",
+        "AppName: \"Kelpora 360\"",
+        "AppVersion: \"1.8.0\"",
+        "AppExecutable: \"" + program() + '"',
+        "AppDirectory: \"" + folder + '"',
+        "WorkingDirectory: \"" + folder + '"',
+        "CpuArchitecture:",
+        "KernelType:",
+        "KernelVersion:",
+        "OperatingSystem:",
+        "PhysicalSizeHeight: 0",
+        "PhysicalDpi: 0",
+        "LogicalDpi: 0",
+        "SizeHeight: 0",
+        "GeometryHeight: 0",
+        "AvailableSizeHeight: 0",
+        "AvailableGeometryHeight: 0",
+        "AvailableVirtualGeometryHeight: 0",
+        "AvailableVirtualSizeHeight: 0",
+        "VirtualGeometryHeight: 0",
+        "VirtualSizeHeight: 0",
+        "CalculatedScaleFactor: 0",
+        "SettingsScaleFactor: 1",
+        "ScaleFactor: 1",
+        "Updating App path",
     };
-    for (int i = 0; i < labels.size(); ++i)
-        QCOMPARE(log.at(i), QStringLiteral("Info: ") + labels.at(i));
-    const QStringList facts = {
-        QStringLiteral("CpuArchitecture:"),
-        QStringLiteral("KernelType:"),
-        QStringLiteral("KernelVersion:"),
-        QStringLiteral("OperatingSystem:"),
-        QStringLiteral("PhysicalSizeHeight: 0"),
-        QStringLiteral("PhysicalDpi: 0"),
-        QStringLiteral("LogicalDpi: 0"),
-        QStringLiteral("SizeHeight: 0"),
-        QStringLiteral("GeometryHeight: 0"),
-        QStringLiteral("AvailableSizeHeight: 0"),
-        QStringLiteral("AvailableGeometryHeight: 0"),
-        QStringLiteral("AvailableVirtualGeometryHeight: 0"),
-        QStringLiteral("AvailableVirtualSizeHeight: 0"),
-        QStringLiteral("VirtualGeometryHeight: 0"),
-        QStringLiteral("VirtualSizeHeight: 0"),
-        QStringLiteral("CalculatedScaleFactor: 0"),
-        QStringLiteral("SettingsScaleFactor: 1"),
-        QStringLiteral("ScaleFactor: 1"),
-        QStringLiteral("Updating App path"),
-    };
-    for (int i = 0; i < facts.size(); ++i)
-        QVERIFY2(log.at(labels.size() + i).startsWith(QStringLiteral("Info: ") + facts.at(i)),
-                 qPrintable(log.at(labels.size() + i)));
-
-    const QStringList closing = {
-        QStringLiteral("Info: Shutting down camera ..."),
-        QStringLiteral("Info: No camera connected"),
-        QStringLiteral("Info: Application end"),
-    };
-    QCOMPARE(log.mid(log.size() - closing.size()), closing);
+    for (int i = 0; i < beginning.size(); ++i) {
+        const QString line = "Info: " + beginning.at(i);
+        // What depends on the machine ends in a colon here.
+        QVERIFY2(line.endsWith(':') ? log.at(i).startsWith(line + ' ') : log.at(i) == line,
+                 qPrintable(log.at(i)));
+    }
+    const QStringList end = {"Info: Shutting down camera ...", "Info: No camera connected",
+                             "Info: Application end"};
+    QCOMPARE(log.mid(log.size() - end.size()), end);
 }
 
 void TestStartup::theSecondRunsLogHoldsNothingOfTheFirst()
@@ -252,14 +229,13 @@ void TestStartup::theSecondRunsLogHoldsNothingOfTheFirst()
     const Workspace workspace;
     workspace.write(logFile, "left by an earlier run\n");
     QCOMPARE(run(workspace), QString());
-    const int first = messages(workspace).size();
     QVERIFY(!workspace.read(logFile).contains("left by an earlier run"));
 
     QCOMPARE(run(workspace), QString());
     const QStringList second = messages(workspace);
-    QCOMPARE(second.size(), first);
-    QCOMPARE(second.count(QStringLiteral("Info: Application start")), 1);
-    QCOMPARE(second.count(QStringLiteral("Info: Application end")), 1);
+    QCOMPARE(second.value(0), QString("Info: Application start"));
+    QCOMPARE(second.count("Info: Application start"), 1);
+    QCOMPARE(second.count("Info: Application end"), 1);
 }
 
 void TestStartup::otherSettingsAreLeftAlone()
@@ -268,9 +244,9 @@ void TestStartup::otherSettingsAreLeftAlone()
     workspace.write(settingsFile, "[General]\nByHand=yes\nCamera1Yaw=15\nSerialnumber=123456\n");
     QCOMPARE(run(workspace), QString());
     const Texts settings = pairs(workspace.read(settingsFile));
-    QCOMPARE(settings.value(QStringLiteral("ByHand")), QStringLiteral("yes"));
-    QCOMPARE(settings.value(QStringLiteral("Camera1Yaw")), QStringLiteral("15"));
-    QCOMPARE(settings.value(QStringLiteral("Serialnumber")), QStringLiteral("123456"));
+    QCOMPARE(settings.value("ByHand"), QString("yes"));
+    QCOMPARE(settings.value("Camera1Yaw"), QString("15"));
+    QCOMPARE(settings.value("Serialnumber"), QString("123456"));
 }
 
 void TestStartup::settingsThatCannotBeWritten()
@@ -279,9 +255,9 @@ void TestStartup::settingsThatCannotBeWritten()
     workspace.makeFolder(settingsFile);
     QCOMPARE(run(workspace), QString());
     const Texts facts = pairs(workspace.read(reportFile));
-    QCOMPARE(facts.value(QStringLiteral("QT_SCALE_FACTOR")), QStringLiteral("1"));
-    QCOMPARE(facts.value(QStringLiteral("highDpi")), QStringLiteral("1"));
-    QCOMPARE(messages(workspace).last(), QStringLiteral("Info: Application end"));
+    QCOMPARE(facts.value("QT_SCALE_FACTOR"), QString("1"));
+    QCOMPARE(facts.value("highDpi"), QString("1"));
+    QCOMPARE(messages(workspace).last(), QString("Info: Application end"));
 }
 
 void TestStartup::aLockOnTheSettingsThatNobodyGivesBack()
@@ -293,12 +269,12 @@ void TestStartup::aLockOnTheSettingsThatNobodyGivesBack()
     QElapsedTimer timer;
     timer.start();
     QCOMPARE(run(workspace), QString());
-    // The toolkit itself takes one that it can read for left behind after half a minute.
+    // Qt itself removes such a lock after half a minute.
     QVERIFY2(timer.elapsed() < 28000, qPrintable(QString::number(timer.elapsed())));
     QVERIFY(!QFileInfo::exists(lock));
     const Texts settings = pairs(workspace.read(settingsFile));
-    QCOMPARE(settings.value(QStringLiteral("ByHand")), QStringLiteral("yes"));
-    QCOMPARE(settings.value(QStringLiteral("EnableScaleFactor")), QStringLiteral("1"));
+    QCOMPARE(settings.value("ByHand"), QString("yes"));
+    QCOMPARE(settings.value("EnableScaleFactor"), QString("1"));
 }
 
 void TestStartup::aBundleFindsItsFolder()
@@ -324,7 +300,7 @@ void TestStartup::nothingToDrawWith()
     QVERIFY2(end.startsWith(QStringLiteral("It ended with 1: ")), qPrintable(end));
     const QStringList log = messages(workspace);
     QCOMPARE(log.filter(QStringLiteral("Critical: The window can't be drawn: ")).size(), 1);
-    QCOMPARE(log.last(), QStringLiteral("Info: Application end"));
+    QCOMPARE(log.last(), QString("Info: Application end"));
 }
 
 void TestStartup::theReaderOfStandardErrorLeaves()
@@ -337,7 +313,7 @@ void TestStartup::theReaderOfStandardErrorLeaves()
                                   QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
     QCOMPARE(run(workspace, script), QString());
     QCOMPARE(workspace.read(QStringLiteral("code")), QByteArray("0\n"));
-    QCOMPARE(messages(workspace).last(), QStringLiteral("Info: Application end"));
+    QCOMPARE(messages(workspace).last(), QString("Info: Application end"));
 }
 
 KELPORA_TEST_MAIN(TestStartup)
