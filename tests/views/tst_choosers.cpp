@@ -8,20 +8,7 @@
 
 namespace {
 
-const QStringList cardCombos = {QStringLiteral("card1Combo"), QStringLiteral("card2Combo"),
-                                QStringLiteral("card3Combo")};
 const char *const copySignature = SIGNAL(copyFiles(QString, QString, QString, QString, QString, QString));
-
-void equip(ScriptedController *controller)
-{
-    for (const char *name : {"A", "B", "C"})
-        ScriptedController::append(&controller->drives, QStringLiteral("/m/") + QLatin1String(name),
-                                   QLatin1String(name));
-    ScriptedController::append(&controller->templates, QStringLiteral("/t/x.kava"), QStringLiteral("x"));
-    controller->addDevice(QStringLiteral("ttyS0"), QStringLiteral("A1"), QStringLiteral("Maker"));
-    controller->addDevice(QStringLiteral("ttyUSB0"), QStringLiteral("KELPORA7"), QStringLiteral("Kelpora"));
-    controller->moviesLocation = QStringLiteral("/movies");
-}
 
 /// The dialog of an opened chooser.
 QObject *dialogOf(const View &view, const QString &chooser)
@@ -49,20 +36,6 @@ bool chooseSource(const View &view, int card, const QString &path)
 {
     view.click(view.rowButton(0, QStringLiteral("Card %1").arg(card)));
     return accept(view, QStringLiteral("sourceChooser"), path);
-}
-
-QList<int> chosenCards(const View &view)
-{
-    QList<int> chosen;
-    for (const QString &combo : cardCombos)
-        chosen.append(view.property(combo, "currentIndex").toInt());
-    return chosen;
-}
-
-void chooseCards(const View &view, const QList<int> &cards)
-{
-    for (int i = 0; i < cardCombos.size(); ++i)
-        view.object(cardCombos.at(i))->setProperty("currentIndex", cards.at(i));
 }
 
 QStringList keys(const View &view, const char *list)
@@ -111,9 +84,11 @@ void nameRows()
 
 } // namespace
 
-class TestChoosers : public QObject
+class TestChoosers : public ViewTest
 {
     Q_OBJECT
+
+    void equip() override;
 
 private slots:
     void initTestCase();
@@ -140,6 +115,17 @@ private slots:
 private:
     Workspace workspace_;
 };
+
+void TestChoosers::equip()
+{
+    for (const char *name : {"A", "B", "C"})
+        ScriptedController::append(&controller.drives, QStringLiteral("/m/") + QLatin1String(name),
+                                   QLatin1String(name));
+    ScriptedController::append(&controller.templates, QStringLiteral("/t/x.kava"), QStringLiteral("x"));
+    controller.addDevice(QStringLiteral("ttyS0"), QStringLiteral("A1"), QStringLiteral("Maker"));
+    controller.addDevice(QStringLiteral("ttyUSB0"), QStringLiteral("KELPORA7"), QStringLiteral("Kelpora"));
+    controller.moviesLocation = QStringLiteral("/movies");
+}
 
 void TestChoosers::initTestCase()
 {
@@ -178,10 +164,7 @@ void TestChoosers::dialogs()
     QFETCH(bool, folder);
     QFETCH(int, startsIn);
     QFETCH(QStringList, filters);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     for (int round = 0; round < 2; ++round) {
         QVERIFY(QMetaObject::invokeMethod(view.object(chooser), "open"));
         const QObject *dialog = dialogOf(view, chooser);
@@ -204,10 +187,7 @@ void TestChoosers::dialogs()
 
 void TestChoosers::noDialogIsLoadedAtTheStart()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     for (const char *chooser : {"sourceChooser", "destinationChooser", "templateChooser", "firmwareChooser"})
         QVERIFY(dialogOf(view, QLatin1String(chooser)) == nullptr);
 }
@@ -235,10 +215,7 @@ void TestChoosers::sourceIndexes()
     QFETCH(int, card);
     QFETCH(QList<int>, after);
     const QString path = workspace_.makeFolder(QStringLiteral("cards/one"));
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     chooseCards(view, before);
     QVERIFY(chooseSource(view, card, path));
     QCOMPARE(chosenCards(view), after);
@@ -260,10 +237,7 @@ void TestChoosers::sourcesStayUntilTheRefresh()
 {
     const QString one = workspace_.makeFolder(QStringLiteral("cards/one"));
     const QString two = workspace_.makeFolder(QStringLiteral("cards/two"));
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     chooseCards(view, {0, 1, 2});
     QVERIFY(chooseSource(view, 1, one));
     QVERIFY(chooseSource(view, 3, two));
@@ -286,9 +260,8 @@ void TestChoosers::sourceNames()
 {
     QFETCH(QString, name);
     const QString path = workspace_.makeFolder(QStringLiteral("names/") + name);
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    controller.clear();
+    const View &view = show();
     QVERIFY(chooseSource(view, 2, path));
     QSignalSpy requests(view.window(), SIGNAL(eraseCards(QString, QString, QString, bool, bool)));
     view.call("eraseCardsClicked", false, true);
@@ -309,10 +282,7 @@ void TestChoosers::destinations()
 {
     QFETCH(int, page);
     QFETCH(bool, filesToo);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(view.showPage(page));
     // Each time, also after the other page had it open.
     for (const char *name : {"dst1", "dst2"}) {
@@ -341,9 +311,7 @@ void TestChoosers::destinationNames()
 {
     QFETCH(QString, name);
     const QString path = workspace_.makeFolder(QStringLiteral("names/") + name);
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     view.click(view.rowButton(0, QStringLiteral("Folder")));
     QVERIFY(accept(view, QStringLiteral("destinationChooser"), path));
     QCOMPARE(view.property("destinationFilesText", "text").toString(), path);
@@ -353,10 +321,7 @@ void TestChoosers::templates()
 {
     const QString one = workspace_.write(QStringLiteral("t/100% #1 \u00fc.kava"), "x");
     const QString two = workspace_.write(QStringLiteral("t/two.kava"), "x");
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     const QString combo = QStringLiteral("templateCombo");
     QStringList expected = {"x"};
     QStringList entries = {"/t/x.kava=x"};
@@ -388,10 +353,7 @@ void TestChoosers::firmware()
 {
     QFETCH(QString, name);
     const QString path = workspace_.write(QStringLiteral("fw/") + name + QStringLiteral(".hex"), "x");
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     view.object(QStringLiteral("devicesComboSettings"))->setProperty("currentIndex", 0);
     controller.ports.clear();
     QVERIFY(QMetaObject::invokeMethod(view.object(QStringLiteral("firmwareChooser")), "open"));
@@ -403,9 +365,8 @@ void TestChoosers::firmware()
 void TestChoosers::firmwareWithoutDevice()
 {
     const QString path = workspace_.write(QStringLiteral("fw/new.hex"), "x");
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    controller.clear();
+    const View &view = show();
     QVERIFY(QMetaObject::invokeMethod(view.object(QStringLiteral("firmwareChooser")), "open"));
     QVERIFY(accept(view, QStringLiteral("firmwareChooser"), path));
     QCOMPARE(controller.flashed, (QList<QStringList>{{"", path}}));
@@ -428,10 +389,7 @@ void TestChoosers::cancelled()
 {
     QFETCH(QString, row);
     QFETCH(QString, chooser);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     view.click(view.rowButton(0, row));
     QObject *dialog = dialogOf(view, chooser);
     QVERIFY(dialog != nullptr && dialog->property("visible").toBool());
@@ -447,10 +405,7 @@ void TestChoosers::cancelled()
 void TestChoosers::theDialogItself()
 {
     const QString path = workspace_.makeFolder(QStringLiteral("typed folder"));
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     view.click(view.rowButton(0, QStringLiteral("Card 3")));
     QQuickWindow *window = nullptr;
     QTRY_VERIFY(QGuiApplication::topLevelWindows().size() > 1);

@@ -12,18 +12,13 @@ const QString hint =
 const QString dataCombo = QStringLiteral("devicesComboData");
 const QString settingsCombo = QStringLiteral("devicesComboSettings");
 
-void equip(ScriptedController *controller)
-{
-    controller->addDevice(QStringLiteral("ttyS0"), QStringLiteral("A1"), QStringLiteral("Maker"));
-    controller->addDevice(QStringLiteral("ttyUSB0"), QStringLiteral("KELPORA7"), QStringLiteral("Kelpora"));
-    controller->moviesLocation = QStringLiteral("/home/user/Movies");
-}
-
 } // namespace
 
-class TestCopyDataPage : public QObject
+class TestCopyDataPage : public ViewTest
 {
     Q_OBJECT
+
+    void equip() override;
 
 private slots:
     void texts();
@@ -52,12 +47,16 @@ private slots:
     void tabReachesEveryControl();
 };
 
+void TestCopyDataPage::equip()
+{
+    controller.addDevice(QStringLiteral("ttyS0"), QStringLiteral("A1"), QStringLiteral("Maker"));
+    controller.addDevice(QStringLiteral("ttyUSB0"), QStringLiteral("KELPORA7"), QStringLiteral("Kelpora"));
+    controller.moviesLocation = QStringLiteral("/home/user/Movies");
+}
+
 void TestCopyDataPage::texts()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QCOMPARE(::texts(textItems(view.page(1))),
              (QStringList{"Connection:", "Device", "Refresh Devices", "", "Destination:", "Folder", "...",
                           "Project Name", "Copy Data", "Erase Memory", "Progress:", "Data", ""}));
@@ -90,32 +89,27 @@ void TestCopyDataPage::preselection()
 {
     QFETCH(Devices, devices);
     QFETCH(int, chosen);
-    ScriptedController controller;
+    controller.devices.clear();
     for (const QStringList &device : devices)
         controller.addDevice(device.at(0), device.at(1), device.at(2));
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     for (const QString &combo : {dataCombo, settingsCombo})
         QCOMPARE(view.property(combo, "currentIndex").toInt(), chosen);
 }
 
 void TestCopyDataPage::devicesAreOfferedBySerialAndManufacturer()
 {
-    ScriptedController controller;
-    equip(&controller);
     controller.addDevice(QStringLiteral("cu.x"), QString(), QString());
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     for (const QString &combo : {dataCombo, settingsCombo})
         QCOMPARE(offered(view.object(combo)), (QStringList{"A1 (Maker)", "KELPORA7 (Kelpora)", " ()"}));
 }
 
 void TestCopyDataPage::refreshingDevices()
 {
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
-    equip(&controller);
+    controller.clear();
+    const View &view = show();
+    equip();
     QVERIFY(view.showPage(1));
     view.click(QStringLiteral("refreshDevicesDataButton"));
     for (const QString &combo : {dataCombo, settingsCombo}) {
@@ -145,11 +139,10 @@ void TestCopyDataPage::thePortAtTheStart()
 {
     QFETCH(Devices, devices);
     QFETCH(QStringList, ports);
-    ScriptedController controller;
+    controller.devices.clear();
     for (const QStringList &device : devices)
         controller.addDevice(device.at(0), device.at(1), device.at(2));
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QCOMPARE(controller.ports, ports);
     QCOMPARE(view.call("getSelectedDataDeviceName").toString(), ports.value(0));
     QCOMPARE(view.call("getSelectedSettingsDeviceName").toString(), ports.value(0));
@@ -174,10 +167,7 @@ void TestCopyDataPage::theHint()
     QFETCH(int, settingsIndex);
     QFETCH(bool, busy);
     QFETCH(bool, shown);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     view.object(dataCombo)->setProperty("currentIndex", dataIndex);
     view.object(settingsCombo)->setProperty("currentIndex", settingsIndex);
     view.window()->setProperty("dataCopying", busy);
@@ -207,10 +197,7 @@ void TestCopyDataPage::typingMirrorsOneWay()
     QFETCH(QString, typedInto);
     QFETCH(QString, other);
     QFETCH(bool, mirrored);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(view.showPage(page));
     const QString before = view.property(other, "text").toString();
     view.click(typedInto);
@@ -249,10 +236,7 @@ void TestCopyDataPage::ready()
     QFETCH(QString, busy);
     QFETCH(bool, copy);
     QFETCH(bool, erase);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     view.object(dataCombo)->setProperty("currentIndex", device);
     // The other page's device says nothing here.
     view.object(settingsCombo)->setProperty("currentIndex", device < 0 ? 0 : -1);
@@ -268,12 +252,12 @@ void TestCopyDataPage::ready()
     QSignalSpy copies(view.window(), SIGNAL(copyData(QString, QString, QString)));
     view.call("copyDataClicked");
     QCOMPARE(copies.size(), copy ? 1 : 0);
-    QCOMPARE(view.window()->property("dataCopying").toBool(), copy || running);
+    QCOMPARE(view.flag("dataCopying"), copy || running);
     view.window()->setProperty("dataCopying", running);
     QSignalSpy erasures(view.window(), SIGNAL(eraseMemory(QString)));
     view.call("eraseMemoryClicked", true);
     QCOMPARE(erasures.size(), erase ? 1 : 0);
-    QCOMPARE(view.window()->property("dataCopying").toBool(), erase || running);
+    QCOMPARE(view.flag("dataCopying"), erase || running);
 }
 
 void TestCopyDataPage::copyData_data()
@@ -294,10 +278,7 @@ void TestCopyDataPage::copyData()
     QFETCH(QString, folder);
     QFETCH(QString, project);
     QFETCH(QVariantList, arguments);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(view.showPage(1));
     view.object(dataCombo)->setProperty("currentIndex", device);
     view.object(settingsCombo)->setProperty("currentIndex", 1 - device);
@@ -312,7 +293,7 @@ void TestCopyDataPage::copyData()
     QCOMPARE(requests.size(), 1);
     QCOMPARE(requests.first(), arguments);
     QCOMPARE(controller.ports, QStringList{arguments.first().toString()});
-    QCOMPARE(view.window()->property("dataCopying").toBool(), true);
+    QCOMPARE(view.flag("dataCopying"), true);
     for (const char *button : {"copyDataButton", "eraseMemoryButton", "connectButton", "exitButton"})
         QCOMPARE(view.property(button, "enabled").toBool(), false);
     view.click(QStringLiteral("copyDataButton"));
@@ -332,10 +313,7 @@ void TestCopyDataPage::eraseMemory()
 {
     QFETCH(bool, checked);
     QFETCH(bool, erase);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(view.showPage(1));
     QSignalSpy requests(view.window(), SIGNAL(eraseMemory(QString)));
     view.click(QStringLiteral("eraseMemoryButton"));
@@ -349,16 +327,13 @@ void TestCopyDataPage::eraseMemory()
     QCOMPARE(requests.size(), emitted ? 1 : 0);
     if (emitted)
         QCOMPARE(requests.first(), QVariantList{"ttyUSB0"});
-    QCOMPARE(view.window()->property("dataCopying").toBool(), emitted);
+    QCOMPARE(view.flag("dataCopying"), emitted);
     QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
 }
 
 void TestCopyDataPage::theEraseMemoryPopup()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(view.showPage(1));
     view.click(QStringLiteral("eraseMemoryButton"));
     const QString popup = QStringLiteral("eraseMemoryPopup");
@@ -382,10 +357,7 @@ void TestCopyDataPage::theEraseMemoryPopupClosesOnlyByItsButtons_data()
 void TestCopyDataPage::theEraseMemoryPopupClosesOnlyByItsButtons()
 {
     QFETCH(bool, key);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(view.showPage(1));
     view.click(QStringLiteral("eraseMemoryButton"));
     const QString popup = QStringLiteral("eraseMemoryPopup");
@@ -424,10 +396,7 @@ void TestCopyDataPage::progress()
     QFETCH(int, value);
     QFETCH(bool, running);
     for (const bool openBefore : {false, true}) {
-        ScriptedController controller;
-        equip(&controller);
-        const View view(&controller);
-        QVERIFY(view.isShown());
+        const View &view = show();
         const QString wait = QStringLiteral("waitPopup");
         if (openBefore) {
             QMetaObject::invokeMethod(view.object(wait), "open");
@@ -441,7 +410,7 @@ void TestCopyDataPage::progress()
         QCOMPARE(view.property("dataProgressBar", "value").toDouble(), double(qMin(value, to)));
         QCOMPARE(view.property("dataProgressText", "text").toString(), text);
         QCOMPARE(view.property("settingsProgressText", "text").toString(), QString());
-        QCOMPARE(view.window()->property("dataCopying").toBool(), running);
+        QCOMPARE(view.flag("dataCopying"), running);
         QCOMPARE(view.property(wait, "text").toString(), running ? text : QString());
         QTRY_COMPARE(view.property(wait, "visible").toBool(), running);
         QTRY_COMPARE(view.isOpen(wait), running);
@@ -450,10 +419,7 @@ void TestCopyDataPage::progress()
 
 void TestCopyDataPage::theLastReportFreesTheWindow()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(view.showPage(1));
     view.click(QStringLiteral("copyDataButton"));
     view.call("updateDataProgress", 0, 3, 1, QStringLiteral("Run 1"));
@@ -469,10 +435,7 @@ void TestCopyDataPage::theLastReportFreesTheWindow()
 
 void TestCopyDataPage::tabReachesEveryControl()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(view.showPage(1));
     view.item(dataCombo)->forceActiveFocus(Qt::TabFocusReason);
     QCOMPARE(view.tabThrough(7),

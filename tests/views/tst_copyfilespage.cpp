@@ -7,8 +7,6 @@ namespace {
 
 using Entries = QList<QPair<QString, QString>>;
 
-const QStringList cardCombos = {QStringLiteral("card1Combo"), QStringLiteral("card2Combo"),
-                                QStringLiteral("card3Combo")};
 const QList<const char *> cardFlags = {"cardOneCopying", "cardTwoCopying", "cardThreeCopying"};
 
 QVariantList listOf(const Entries &entries)
@@ -26,58 +24,21 @@ Entries threeCards()
             {QStringLiteral("/media/c"), QStringLiteral("KELPORA360_3")}};
 }
 
-/// A controller with three cards, two templates and a movies folder.
-void equip(ScriptedController *controller)
-{
-    controller->drives = listOf(threeCards());
-    controller->templates = listOf({{QStringLiteral("/templates/b.kava"), QStringLiteral("b")},
-                                    {QStringLiteral("/templates/A.kava"), QStringLiteral("A")}});
-    controller->settings = {{QStringLiteral("OverwriteAngles"), QStringLiteral("1")}};
-    controller->moviesLocation = QStringLiteral("/home/user/Movies");
-}
-
-QList<int> chosenCards(const View &view)
-{
-    QList<int> chosen;
-    for (const QString &combo : cardCombos)
-        chosen.append(view.property(combo, "currentIndex").toInt());
-    return chosen;
-}
-
 QList<bool> flags(const View &view)
 {
     QList<bool> raised;
     for (const char *flag : cardFlags)
-        raised.append(view.window()->property(flag).toBool());
+        raised.append(view.flag(flag));
     return raised;
-}
-
-/// The entries that a drop-down offers.
-QStringList offered(const View &view, const QString &combo)
-{
-    QObject *box = view.object(combo);
-    QStringList shown;
-    for (int i = 0; i < box->property("count").toInt(); ++i) {
-        QString text;
-        QMetaObject::invokeMethod(box, "textAt", Q_RETURN_ARG(QString, text), Q_ARG(int, i));
-        shown.append(text);
-    }
-    return shown;
-}
-
-QQuickItem *pageOf(const View &view)
-{
-    QQuickItem *item = view.item(QStringLiteral("card1Combo"));
-    while (item != nullptr && !item->inherits("QQuickPage"))
-        item = item->parentItem();
-    return item;
 }
 
 } // namespace
 
-class TestCopyFilesPage : public QObject
+class TestCopyFilesPage : public ViewTest
 {
     Q_OBJECT
+
+    void equip() override;
 
 private slots:
     void theWindow();
@@ -114,12 +75,18 @@ private slots:
     void endsThatAreLong();
 };
 
+void TestCopyFilesPage::equip()
+{
+    controller.drives = listOf(threeCards());
+    controller.templates = listOf({{QStringLiteral("/templates/b.kava"), QStringLiteral("b")},
+                                   {QStringLiteral("/templates/A.kava"), QStringLiteral("A")}});
+    controller.settings = {{QStringLiteral("OverwriteAngles"), QStringLiteral("1")}};
+    controller.moviesLocation = QStringLiteral("/home/user/Movies");
+}
+
 void TestCopyFilesPage::theWindow()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QCOMPARE(view.window()->title(), QStringLiteral("Kelpora 360"));
     QCOMPARE(view.window()->size(), QSize(700, 920));
     QCOMPARE(view.window()->minimumSize(), QSize(700, 920));
@@ -128,12 +95,8 @@ void TestCopyFilesPage::theWindow()
 
 void TestCopyFilesPage::texts()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
-    QQuickItem *page = pageOf(view);
-    QVERIFY(page != nullptr);
+    const View &view = show();
+    QQuickItem *page = view.page(0);
     const QStringList expected = {
         "Source:",       "Card 1",
         "...",           "Card 2",
@@ -162,9 +125,7 @@ void TestCopyFilesPage::texts()
 
 void TestCopyFilesPage::theTabs()
 {
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QStringList tabs;
     for (const QQuickItem *item : textItems(view.window()->contentItem())) {
         if (item->inherits("QQuickTabButton"))
@@ -187,22 +148,18 @@ void TestCopyFilesPage::theVersion()
 {
     QFETCH(QString, version);
     QFETCH(QString, shown);
-    ScriptedController controller;
     controller.version = version;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QCOMPARE(view.property(QStringLiteral("versionText"), "text").toString(), shown);
 }
 
 void TestCopyFilesPage::drivesAreOfferedByNameAndPath()
 {
-    ScriptedController controller;
     controller.drives = listOf({{"/media/a b", "CARD"}, {"/Volumes/X", "X (old)"}, {"/media/none", ""}});
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     const QStringList expected = {"CARD (/media/a b)", "X (old) (/Volumes/X)", " (/media/none)"};
     for (const QString &combo : cardCombos)
-        QCOMPARE(offered(view, combo), expected);
+        QCOMPARE(offered(view.object(combo)), expected);
 }
 
 void TestCopyFilesPage::preselection_data()
@@ -243,10 +200,8 @@ void TestCopyFilesPage::preselection()
 {
     QFETCH(Entries, drives);
     QFETCH(QList<int>, chosen);
-    ScriptedController controller;
     controller.drives = listOf(drives);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QCOMPARE(chosenCards(view), chosen);
 
     view.click(QStringLiteral("refreshCardsButton"));
@@ -255,35 +210,29 @@ void TestCopyFilesPage::preselection()
 
 void TestCopyFilesPage::refreshingCards()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QCOMPARE(chosenCards(view), (QList<int>{0, 1, 2}));
 
     controller.drives = listOf({{"/media/new", "NEW"}, {"/media/c", "KELPORA360_3"}});
     view.click(QStringLiteral("refreshCardsButton"));
     for (const QString &combo : cardCombos)
-        QCOMPARE(offered(view, combo), (QStringList{"NEW (/media/new)", "KELPORA360_3 (/media/c)"}));
+        QCOMPARE(offered(view.object(combo)), (QStringList{"NEW (/media/new)", "KELPORA360_3 (/media/c)"}));
     QCOMPARE(chosenCards(view), (QList<int>{-1, -1, 1}));
     QCOMPARE(view.property(QStringLiteral("copyFilesButton"), "enabled").toBool(), false);
 }
 
 void TestCopyFilesPage::refreshingTemplates()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     const QString combo = QStringLiteral("templateCombo");
-    QCOMPARE(offered(view, combo), (QStringList{"b", "A"}));
+    QCOMPARE(offered(view.object(combo)), (QStringList{"b", "A"}));
     QCOMPARE(view.property(combo, "currentIndex").toInt(), 0);
     QCOMPARE(view.property(combo, "displayText").toString(), QStringLiteral("b"));
 
     view.object(combo)->setProperty("currentIndex", 1);
     controller.templates = listOf({{"/t/z.kava", "z"}, {"/t/y.kava", "y"}, {"/t/x.kava", "x"}});
     view.click(QStringLiteral("refreshTemplatesButton"));
-    QCOMPARE(offered(view, combo), (QStringList{"z", "y", "x"}));
+    QCOMPARE(offered(view.object(combo)), (QStringList{"z", "y", "x"}));
     QCOMPARE(view.property(combo, "currentIndex").toInt(), 0);
 
     controller.templates.clear();
@@ -294,9 +243,8 @@ void TestCopyFilesPage::refreshingTemplates()
 
 void TestCopyFilesPage::emptyLists()
 {
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    controller.clear();
+    const View &view = show();
     for (const QString &combo : cardCombos + QStringList{QStringLiteral("templateCombo")}) {
         QCOMPARE(view.property(combo, "count").toInt(), 0);
         QCOMPARE(view.property(combo, "currentIndex").toInt(), -1);
@@ -309,10 +257,7 @@ void TestCopyFilesPage::emptyLists()
 
 void TestCopyFilesPage::theMoviesFolderIsTheFirstDestination()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QCOMPARE(view.property(QStringLiteral("destinationFilesText"), "text").toString(),
              QStringLiteral("/home/user/Movies"));
     QCOMPARE(view.property(QStringLiteral("projectNameText"), "text").toString(), QString());
@@ -336,10 +281,8 @@ void TestCopyFilesPage::theListShowsNamesAsTheyAre()
 {
     QFETCH(QString, path);
     QFETCH(QString, name);
-    ScriptedController controller;
     controller.drives = listOf({{path, name}});
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     auto *list = view.property(cardCombos.constFirst(), "popup").value<QObject *>();
     QVERIFY(QMetaObject::invokeMethod(list, "open"));
     QTRY_VERIFY(list->property("opened").toBool());
@@ -375,10 +318,8 @@ void TestCopyFilesPage::theAnglesText()
 {
     QFETCH(QVariantMap, settings);
     QFETCH(QString, shown);
-    ScriptedController controller;
     controller.settings = settings;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QCOMPARE(view.property(QStringLiteral("cameraAnglesText"), "text").toString(), shown);
 }
 
@@ -413,12 +354,8 @@ void TestCopyFilesPage::copyFiles()
     QFETCH(QString, folder);
     QFETCH(QString, projectName);
     QFETCH(QVariantList, arguments);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
-    for (int i = 0; i < cardCombos.size(); ++i)
-        view.object(cardCombos.at(i))->setProperty("currentIndex", cards.at(i));
+    const View &view = show();
+    chooseCards(view, cards);
     view.object(QStringLiteral("templateCombo"))->setProperty("currentIndex", templateIndex);
     view.object(QStringLiteral("destinationFilesText"))->setProperty("text", folder);
     view.object(QStringLiteral("projectNameText"))->setProperty("text", projectName);
@@ -466,12 +403,8 @@ void TestCopyFilesPage::readyToCopyFiles()
     QFETCH(QString, folder);
     QFETCH(QString, busy);
     QFETCH(bool, ready);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
-    for (int i = 0; i < cardCombos.size(); ++i)
-        view.object(cardCombos.at(i))->setProperty("currentIndex", cards.at(i));
+    const View &view = show();
+    chooseCards(view, cards);
     view.object(QStringLiteral("destinationFilesText"))->setProperty("text", folder);
     if (!busy.isEmpty())
         QVERIFY(view.window()->setProperty(busy.toLatin1().constData(), true));
@@ -489,10 +422,7 @@ void TestCopyFilesPage::readyToCopyFiles()
 
 void TestCopyFilesPage::clickingRaisesTheFlags()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QCOMPARE(flags(view), (QList<bool>{false, false, false}));
 
     QSignalSpy requests(view.window(),
@@ -520,9 +450,7 @@ void TestCopyFilesPage::readyToExit()
 {
     QFETCH(QString, busy);
     QFETCH(bool, ready);
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     if (!busy.isEmpty())
         QVERIFY(view.window()->setProperty(busy.toLatin1().constData(), true));
     QCOMPARE(view.call("readyToExit").toBool(), ready);
@@ -533,10 +461,7 @@ void TestCopyFilesPage::readyToExit()
 
 void TestCopyFilesPage::exitClosesTheWindow()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QSignalSpy closed(view.window(), SIGNAL(closing(QQuickCloseEvent *)));
     QVERIFY(closed.isValid());
     view.click(QStringLiteral("exitButton"));
@@ -567,10 +492,7 @@ void TestCopyFilesPage::progress()
     QFETCH(int, value);
     QFETCH(double, shownValue);
     QFETCH(bool, running);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     for (int card = 1; card <= 3; ++card) {
         const QString row = QStringLiteral("card%1Progress").arg(card);
         QCOMPARE(view.property(row + "Bar", "from").toDouble(), 0.0);
@@ -608,10 +530,7 @@ void TestCopyFilesPage::progressOfOtherNumbersIsIgnored_data()
 void TestCopyFilesPage::progressOfOtherNumbersIsIgnored()
 {
     QFETCH(int, card);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     view.call("copyFilesClicked");
     view.call("updateCardProgress", card, 0, 1, 1, QStringLiteral("nobody's"));
     QCOMPARE(flags(view), (QList<bool>{true, true, true}));
@@ -624,10 +543,7 @@ void TestCopyFilesPage::progressOfOtherNumbersIsIgnored()
 
 void TestCopyFilesPage::theLastReportsOfThreeCardsEndTheImport()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     view.click(QStringLiteral("copyFilesButton"));
     for (int card = 1; card <= 3; ++card) {
         QCOMPARE(view.property(QStringLiteral("copyFilesButton"), "enabled").toBool(), false);
@@ -644,10 +560,7 @@ void TestCopyFilesPage::theLastReportsOfThreeCardsEndTheImport()
 
 void TestCopyFilesPage::reportsInQuickSuccession()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     const auto text = [&view](int card) {
         return view.property(QStringLiteral("card%1ProgressText").arg(card), "text").toString();
     };
@@ -699,10 +612,7 @@ void TestCopyFilesPage::endsThatAreLong_data()
 void TestCopyFilesPage::endsThatAreLong()
 {
     QFETCH(QString, text);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     for (int card = 1; card <= 3; ++card) {
         const QString label = QStringLiteral("card%1ProgressText").arg(card);
         // What goes on stays on one line and keeps its end.

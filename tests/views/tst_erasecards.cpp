@@ -7,15 +7,6 @@ namespace {
 
 const char *const eraseSignature = SIGNAL(eraseCards(QString, QString, QString, bool, bool));
 const QString popup = QStringLiteral("eraseCardsPopup");
-const QStringList cardCombos = {QStringLiteral("card1Combo"), QStringLiteral("card2Combo"),
-                                QStringLiteral("card3Combo")};
-
-void equip(ScriptedController *controller)
-{
-    for (const char *card : {"1", "2", "3"})
-        ScriptedController::append(&controller->drives, QStringLiteral("/m/") + QLatin1String(card),
-                                   QStringLiteral("KELPORA360_") + QLatin1String(card));
-}
 
 bool openPopup(const View &view)
 {
@@ -25,9 +16,11 @@ bool openPopup(const View &view)
 
 } // namespace
 
-class TestEraseCards : public QObject
+class TestEraseCards : public ViewTest
 {
     Q_OBJECT
+
+    void equip() override;
 
 private slots:
     void thePopup();
@@ -47,12 +40,16 @@ private slots:
     void tabReachesEveryControlOfThePage();
 };
 
+void TestEraseCards::equip()
+{
+    for (const char *card : {"1", "2", "3"})
+        ScriptedController::append(&controller.drives, QStringLiteral("/m/") + QLatin1String(card),
+                                   QStringLiteral("KELPORA360_") + QLatin1String(card));
+}
+
 void TestEraseCards::thePopup()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     QCOMPARE(::texts(textItems(view.contentOf(popup))),
              (QStringList{"Please check all that apply:", "Erase cards. This can't be undone.",
@@ -78,10 +75,7 @@ void TestEraseCards::answers()
 {
     QFETCH(bool, erase);
     QFETCH(bool, sync);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     if (!erase)
         view.click(QStringLiteral("eraseCardsBox"));
@@ -94,15 +88,12 @@ void TestEraseCards::answers()
     QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
     // Only the reports of the cards raise the flags.
     for (const char *flag : {"cardOneCopying", "cardTwoCopying", "cardThreeCopying"})
-        QCOMPARE(view.window()->property(flag).toBool(), false);
+        QCOMPARE(view.flag(flag), false);
 }
 
 void TestEraseCards::cancel()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     QSignalSpy requests(view.window(), eraseSignature);
     view.click(popup + QStringLiteral("CancelButton"));
@@ -122,10 +113,7 @@ void TestEraseCards::onlyTheFirstAnswerCounts()
 {
     QFETCH(QStringList, presses);
     QFETCH(int, expected);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QSignalSpy requests(view.window(), eraseSignature);
     // The second time it is a new question.
     for (int time = 1; time <= 2; ++time) {
@@ -152,12 +140,8 @@ void TestEraseCards::cards()
 {
     QFETCH(QList<int>, chosen);
     QFETCH(QVariantList, roots);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
-    for (int i = 0; i < cardCombos.size(); ++i)
-        view.object(cardCombos.at(i))->setProperty("currentIndex", chosen.at(i));
+    const View &view = show();
+    chooseCards(view, chosen);
     QVERIFY(openPopup(view));
     QSignalSpy requests(view.window(), eraseSignature);
     view.click(popup + QStringLiteral("EraseButton"));
@@ -186,12 +170,8 @@ void TestEraseCards::ready()
     QFETCH(QList<int>, chosen);
     QFETCH(QString, busy);
     QFETCH(bool, ready);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
-    for (int i = 0; i < cardCombos.size(); ++i)
-        view.object(cardCombos.at(i))->setProperty("currentIndex", chosen.at(i));
+    const View &view = show();
+    chooseCards(view, chosen);
     // No folder is needed.
     view.object(QStringLiteral("destinationFilesText"))->setProperty("text", "");
     if (!busy.isEmpty())
@@ -205,19 +185,16 @@ void TestEraseCards::ready()
 
 void TestEraseCards::theReportsSetTheFlags()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     view.click(popup + QStringLiteral("EraseButton"));
     view.call("updateCardProgress", 2, 0, 2, 1, QStringLiteral("Erasing"));
-    QCOMPARE(view.window()->property("cardTwoCopying").toBool(), true);
+    QCOMPARE(view.flag("cardTwoCopying"), true);
     QCOMPARE(view.property("card2ProgressText", "text").toString(), QStringLiteral("Erasing"));
     QCOMPARE(view.property("eraseCardsButton", "enabled").toBool(), false);
     QCOMPARE(view.property("exitButton", "enabled").toBool(), false);
     view.call("updateCardProgress", 2, 0, 2, 2, QStringLiteral("Erased and prepared."));
-    QCOMPARE(view.window()->property("cardTwoCopying").toBool(), false);
+    QCOMPARE(view.flag("cardTwoCopying"), false);
     QCOMPARE(view.property("eraseCardsButton", "enabled").toBool(), true);
     QCOMPARE(view.property("exitButton", "enabled").toBool(), true);
 }
@@ -232,10 +209,7 @@ void TestEraseCards::closesOnlyByItsButtons_data()
 void TestEraseCards::closesOnlyByItsButtons()
 {
     QFETCH(bool, key);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     QSignalSpy requests(view.window(), eraseSignature);
     if (key)
@@ -252,10 +226,7 @@ void TestEraseCards::closesOnlyByItsButtons()
 
 void TestEraseCards::tabStaysInThePopup()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     view.item(QStringLiteral("eraseCardsBox"))->forceActiveFocus(Qt::TabFocusReason);
     QCOMPARE(view.tabThrough(5), (QStringList{"eraseCardsBox", "syncConfigBox", popup + "EraseButton",
@@ -264,12 +235,9 @@ void TestEraseCards::tabStaysInThePopup()
 
 void TestEraseCards::tabReachesEveryControlOfThePage()
 {
-    ScriptedController controller;
-    equip(&controller);
     ScriptedController::append(&controller.templates, QStringLiteral("/t/x.kava"), QStringLiteral("x"));
     controller.moviesLocation = QStringLiteral("/movies");
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     const QStringList expected = {"card1Combo",
                                   "...",
                                   "card2Combo",

@@ -12,17 +12,13 @@ const QString settingsCombo = QStringLiteral("devicesComboSettings");
 const QString dataCombo = QStringLiteral("devicesComboData");
 const QString wait = QStringLiteral("waitPopup");
 
-void equip(ScriptedController *controller)
-{
-    controller->addDevice(QStringLiteral("ttyS0"), QStringLiteral("A1"), QStringLiteral("Maker"));
-    controller->addDevice(QStringLiteral("ttyUSB0"), QStringLiteral("KELPORA7"), QStringLiteral("Kelpora"));
-}
-
 } // namespace
 
-class TestSettingsPage : public QObject
+class TestSettingsPage : public ViewTest
 {
     Q_OBJECT
+
+    void equip() override;
 
 private slots:
     void texts();
@@ -32,6 +28,8 @@ private slots:
     void sliders();
     void slidersByKeyboard_data();
     void slidersByKeyboard();
+    void intervalsThatWereRead_data();
+    void intervalsThatWereRead();
     void e1Firmware_data();
     void e1Firmware();
     void ready_data();
@@ -50,12 +48,15 @@ private slots:
     void tabReachesEveryControl();
 };
 
+void TestSettingsPage::equip()
+{
+    controller.addDevice(QStringLiteral("ttyS0"), QStringLiteral("A1"), QStringLiteral("Maker"));
+    controller.addDevice(QStringLiteral("ttyUSB0"), QStringLiteral("KELPORA7"), QStringLiteral("Kelpora"));
+}
+
 void TestSettingsPage::texts()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QCOMPARE(::texts(textItems(view.page(2))), (QStringList{"Camera Device:",
                                                             "Port",
                                                             "Refresh Devices",
@@ -88,10 +89,7 @@ void TestSettingsPage::texts()
 
 void TestSettingsPage::theStart()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QCOMPARE(view.property("dateTimeText", "text").toString(), QString());
     QCOMPARE(view.property("recLedBox", "checked").toBool(), true);
     QCOMPARE(view.property("settingsProgressBar", "from").toDouble(), 0.0);
@@ -101,10 +99,7 @@ void TestSettingsPage::theStart()
 
 void TestSettingsPage::now()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(view.showPage(2));
     view.object(QStringLiteral("dateTimeText"))->setProperty("text", "yesterday");
     const QDateTime before = QDateTime::currentDateTime();
@@ -146,9 +141,7 @@ void TestSettingsPage::sliders()
     QFETCH(double, value);
     QFETCH(double, set);
     QFETCH(QString, shown);
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     const QList<double> has = {view.property(slider, "from").toDouble(),
                                view.property(slider, "to").toDouble(),
                                view.property(slider, "stepSize").toDouble()};
@@ -164,26 +157,60 @@ void TestSettingsPage::sliders()
 void TestSettingsPage::slidersByKeyboard_data()
 {
     QTest::addColumn<QString>("slider");
+    QTest::addColumn<int>("presses");
     QTest::addColumn<QString>("shown");
-    QTest::newRow("the video interval") << "videoIntervalSlider"
-                                        << "1.1 seconds";
-    QTest::newRow("the photo interval") << "photoIntervalSlider"
-                                        << "6 seconds";
-    QTest::newRow("the photo timeout") << "photoTimeoutSlider"
-                                       << "95 minutes";
+    QTest::addColumn<int>("argument");
+    QTest::addColumn<int>("sent");
+    QTest::newRow("the video interval") << "videoIntervalSlider" << 1 << "1.1 seconds" << 3 << 1100;
+    QTest::newRow("rounding errors don't add up")
+        << "videoIntervalSlider" << 40 << "5.0 seconds" << 3 << 5000;
+    QTest::newRow("the photo interval") << "photoIntervalSlider" << 1 << "6 seconds" << 4 << 6000;
+    QTest::newRow("the photo timeout") << "photoTimeoutSlider" << 1 << "95 minutes" << 5 << 95000;
 }
 
 void TestSettingsPage::slidersByKeyboard()
 {
     QFETCH(QString, slider);
+    QFETCH(int, presses);
     QFETCH(QString, shown);
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    QFETCH(int, argument);
+    QFETCH(int, sent);
+    const View &view = show();
     QVERIFY(view.showPage(2));
     view.item(slider)->forceActiveFocus(Qt::TabFocusReason);
-    QTest::keyClick(view.window(), Qt::Key_Right);
+    for (int press = 0; press < presses; ++press)
+        QTest::keyClick(view.window(), Qt::Key_Right);
     QCOMPARE(view.property(slider + "Text", "text").toString(), shown);
+    QSignalSpy saves(view.window(), saveSignature);
+    view.call("saveCameraSettingsClicked");
+    // The controller counts in thousandths and cuts off what is below.
+    QCOMPARE(static_cast<int>(saves.first().at(argument).toDouble() * 1000), sent);
+}
+
+void TestSettingsPage::intervalsThatWereRead_data()
+{
+    QTest::addColumn<QList<double>>("read");
+    QTest::addColumn<QList<double>>("saved");
+    using Values = QList<double>;
+    QTest::newRow("between two steps") << Values{2.34, 7.5, 12} << Values{2.34, 7.5, 12};
+    QTest::newRow("below the sliders") << Values{0, 0, 0} << Values{0.2, 5, 5};
+    QTest::newRow("beyond the sliders") << Values{10.1, 3600, 361} << Values{10, 120, 360};
+}
+
+/// They are saved as the sliders show them, whether the page stands or not.
+void TestSettingsPage::intervalsThatWereRead()
+{
+    QFETCH(QList<double>, read);
+    QFETCH(QList<double>, saved);
+    for (const View::State state : {View::State::Loaded, View::State::Ready}) {
+        const View &view = show(state);
+        view.call("updateCameraSettings", "1.24", "50 %", "", 0, read.at(0), read.at(1), read.at(2), 30);
+        QSignalSpy saves(view.window(), saveSignature);
+        view.call("saveCameraSettingsClicked");
+        const QVariantList &sent = saves.first();
+        const QList<double> intervals = {sent.at(3).toDouble(), sent.at(4).toDouble(), sent.at(5).toDouble()};
+        QCOMPARE(intervals, saved);
+    }
 }
 
 void TestSettingsPage::e1Firmware_data()
@@ -206,9 +233,7 @@ void TestSettingsPage::e1Firmware()
     QFETCH(QVariant, generation);
     QFETCH(int, after);
     QFETCH(int, selected);
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     view.object(QStringLiteral("e1FirmwareCombo"))->setProperty("currentIndex", before);
     view.call("setE1Firmware", generation);
     QCOMPARE(view.property("e1FirmwareCombo", "currentIndex").toInt(), after);
@@ -231,10 +256,7 @@ void TestSettingsPage::ready()
     QFETCH(int, device);
     QFETCH(QString, busy);
     QFETCH(bool, ready);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     view.object(settingsCombo)->setProperty("currentIndex", device);
     view.object(dataCombo)->setProperty("currentIndex", device < 0 ? 0 : -1);
     if (!busy.isEmpty())
@@ -260,10 +282,7 @@ void TestSettingsPage::requests()
 {
     QFETCH(QString, button);
     QFETCH(QByteArray, signature);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(view.showPage(2));
     view.object(settingsCombo)->setProperty("currentIndex", 0);
     view.object(wait)->setProperty("text", "left over");
@@ -274,7 +293,7 @@ void TestSettingsPage::requests()
     QCOMPARE(spy.size(), 1);
     QCOMPARE(spy.first().first().toString(), QStringLiteral("ttyS0"));
     QCOMPARE(controller.ports, QStringList{"ttyS0"});
-    QCOMPARE(view.window()->property("dataCopying").toBool(), true);
+    QCOMPARE(view.flag("dataCopying"), true);
     QTRY_VERIFY(view.isOpen(wait));
     QCOMPARE(view.property(wait, "text").toString(), QString());
     QCOMPARE(view.property(button, "enabled").toBool(), false);
@@ -302,10 +321,7 @@ void TestSettingsPage::save()
     QFETCH(QList<double>, values);
     QFETCH(int, e1Index);
     QFETCH(int, e1);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(view.showPage(2));
     view.object(QStringLiteral("dateTimeText"))->setProperty("text", date);
     view.object(QStringLiteral("recLedBox"))->setProperty("checked", led);
@@ -322,10 +338,7 @@ void TestSettingsPage::save()
 
 void TestSettingsPage::requestsWhileAJobRuns()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     view.window()->setProperty("dataCopying", true);
     QSignalSpy reads(view.window(), SIGNAL(readCameraSettings(QString)));
     QSignalSpy resets(view.window(), SIGNAL(resetCameraSettings(QString)));
@@ -356,10 +369,7 @@ void TestSettingsPage::settingsThatWereRead()
     QFETCH(int, e1);
     QFETCH(int, e1Index);
     for (const bool open : {false, true}) {
-        ScriptedController controller;
-        equip(&controller);
-        const View view(&controller);
-        QVERIFY(view.isShown());
+        const View &view = show();
         view.object(QStringLiteral("e1FirmwareCombo"))->setProperty("currentIndex", 1);
         if (open)
             view.call("connectButtonClicked");
@@ -374,7 +384,7 @@ void TestSettingsPage::settingsThatWereRead()
         QCOMPARE(view.property("photoTimeoutSlider", "value").toDouble(), 45.0);
         QCOMPARE(view.property("videoIntervalSliderText", "text").toString(), QStringLiteral("2.5 seconds"));
         QCOMPARE(view.property("e1FirmwareCombo", "currentIndex").toInt(), e1Index);
-        QCOMPARE(view.window()->property("dataCopying").toBool(), false);
+        QCOMPARE(view.flag("dataCopying"), false);
         QTRY_COMPARE(view.property(wait, "visible").toBool(), false);
         QCOMPARE(view.property("connectButton", "enabled").toBool(), true);
     }
@@ -383,10 +393,7 @@ void TestSettingsPage::settingsThatWereRead()
 /// Each time that settings come, they fill the page, whatever was typed meanwhile.
 void TestSettingsPage::settingsFromTheControllersSignal()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(view.showPage(2));
     view.click(QStringLiteral("recLedBox"));
     QCOMPARE(view.property("recLedBox", "checked").toBool(), false);
@@ -424,10 +431,7 @@ void TestSettingsPage::progress()
     QFETCH(int, value);
     QFETCH(bool, running);
     for (const bool open : {false, true}) {
-        ScriptedController controller;
-        equip(&controller);
-        const View view(&controller);
-        QVERIFY(view.isShown());
+        const View &view = show();
         if (open) {
             view.call("connectButtonClicked");
             QTRY_VERIFY(view.isOpen(wait));
@@ -438,7 +442,7 @@ void TestSettingsPage::progress()
         QCOMPARE(view.property("settingsProgressBar", "value").toDouble(), double(qMin(value, to)));
         QCOMPARE(view.property("settingsProgressText", "text").toString(), text);
         QCOMPARE(view.property("dataProgressText", "text").toString(), QString());
-        QCOMPARE(view.window()->property("dataCopying").toBool(), running);
+        QCOMPARE(view.flag("dataCopying"), running);
         QCOMPARE(view.property(wait, "text").toString(), running ? text : QString());
         QTRY_COMPARE(view.property(wait, "visible").toBool(), running);
         QTRY_COMPARE(view.isOpen(wait), running);
@@ -447,10 +451,7 @@ void TestSettingsPage::progress()
 
 void TestSettingsPage::aJobFromTheClickToTheEnd()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(view.showPage(2));
     for (int round = 0; round < 2; ++round) {
         view.click(QStringLiteral("connectButton"));
@@ -469,10 +470,7 @@ void TestSettingsPage::aJobFromTheClickToTheEnd()
 
 void TestSettingsPage::tabReachesEveryControl()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(view.showPage(2));
     view.item(settingsCombo)->forceActiveFocus(Qt::TabFocusReason);
     const QStringList expected = {"devicesComboSettings",

@@ -16,40 +16,25 @@ void collect(QtMsgType type, const QMessageLogContext & /*context*/, const QStri
         warnings.append(text);
 }
 
-/// A controller with three cards, a device that isn't recognised and one that is.
-void equip(ScriptedController *controller)
-{
-    for (const char *number : {"1", "2", "3"})
-        ScriptedController::append(&controller->drives, QStringLiteral("/media/KELPORA360_%1").arg(number),
-                                   QStringLiteral("KELPORA360_%1").arg(number));
-    ScriptedController::append(&controller->templates, QStringLiteral("/templates/a.kava"),
-                               QStringLiteral("a"));
-    controller->addDevice(QStringLiteral("ttyS0"), QStringLiteral("other"), QStringLiteral("maker"));
-    controller->addDevice(QStringLiteral("ttyUSB0"), QStringLiteral("KELPORA1"), QStringLiteral("maker"));
-    controller->moviesLocation = QStringLiteral("/home/diver/Videos");
-    for (const char *key : {"Serialnumber", "RadiansAngles", "OverwriteAngles"})
-        controller->settings.insert(QString::fromLatin1(key), QStringLiteral("0"));
-    for (const char *camera : {"Camera1", "Camera2", "Camera3"}) {
-        for (const char *key : {"Yaw", "Pitch", "Roll", "OffsetX", "OffsetY"})
-            controller->settings.insert(QLatin1String(camera) + QLatin1String(key), QStringLiteral("12.5"));
-    }
-}
-
 } // namespace
 
 /// What holds as soon as the document is loaded, when the window has not shown anything yet.
-class TestStart : public QObject
+class TestStart : public ViewTest
 {
     Q_OBJECT
+
+    void equip() override;
 
 private slots:
     void init()
     {
+        ViewTest::init();
         warnings.clear();
         before_ = qInstallMessageHandler(collect);
     }
     void cleanup()
     {
+        ViewTest::cleanup();
         qInstallMessageHandler(before_);
         QVERIFY2(warnings.isEmpty(), qPrintable(warnings.join(QLatin1Char(10))));
     }
@@ -65,13 +50,28 @@ private:
     QtMessageHandler before_ = nullptr;
 };
 
+void TestStart::equip()
+{
+    for (const char *number : {"1", "2", "3"})
+        ScriptedController::append(&controller.drives, QStringLiteral("/media/KELPORA360_%1").arg(number),
+                                   QStringLiteral("KELPORA360_%1").arg(number));
+    ScriptedController::append(&controller.templates, QStringLiteral("/templates/a.kava"),
+                               QStringLiteral("a"));
+    controller.addDevice(QStringLiteral("ttyS0"), QStringLiteral("other"), QStringLiteral("maker"));
+    controller.addDevice(QStringLiteral("ttyUSB0"), QStringLiteral("KELPORA1"), QStringLiteral("maker"));
+    controller.moviesLocation = QStringLiteral("/home/diver/Videos");
+    for (const char *key : {"Serialnumber", "RadiansAngles", "OverwriteAngles"})
+        controller.settings.insert(QString::fromLatin1(key), QStringLiteral("0"));
+    for (const char *camera : {"Camera1", "Camera2", "Camera3"}) {
+        for (const char *key : {"Yaw", "Pitch", "Roll", "OffsetX", "OffsetY"})
+            controller.settings.insert(QLatin1String(camera) + QLatin1String(key), QStringLiteral("12.5"));
+    }
+}
+
 void TestStart::whatTheControllerIsAsked()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller, View::State::Loaded);
-    QVERIFY(view.window() != nullptr);
-    QCOMPARE(view.window()->property("ready").toBool(), false);
+    const View &view = show(View::State::Loaded);
+    QCOMPARE(view.flag("ready"), false);
     QCOMPARE(controller.asked, (QStringList{"getDrives", "getDevices", "getTemplates", "getMoviesLocation",
                                             "getSettings", "setPort"}));
     QCOMPARE(controller.ports, QStringList{"ttyUSB0"});
@@ -84,10 +84,7 @@ void TestStart::whatTheControllerIsAsked()
 
 void TestStart::whatIsChosenOnceThePagesStand()
 {
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QCOMPARE(controller.asked.size(), 6);
     for (int card = 0; card < 3; ++card)
         QCOMPARE(view.property(QStringLiteral("card%1Combo").arg(card + 1), "currentIndex").toInt(), card);
@@ -99,11 +96,10 @@ void TestStart::whatIsChosenOnceThePagesStand()
 
 void TestStart::nothingIsChosenThatIsNotRecognised()
 {
-    ScriptedController controller;
+    controller.clear();
     ScriptedController::append(&controller.drives, QStringLiteral("/media/stick"), QStringLiteral("stick"));
     controller.addDevice(QStringLiteral("ttyS0"), QStringLiteral("other"), QStringLiteral("maker"));
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QCOMPARE(controller.ports, QStringList());
     for (const char *choice :
          {"card1Combo", "card2Combo", "card3Combo", "devicesComboData", "devicesComboSettings"})
@@ -125,7 +121,7 @@ void TestStart::functionsBeforeThePages_data()
         "a card's progress",
         [text](const View &view) {
             view.call("updateCardProgress", 2, 0, 10, 4, text);
-            QCOMPARE(view.window()->property("cardTwoCopying").toBool(), true);
+            QCOMPARE(view.flag("cardTwoCopying"), true);
         },
         [text](const View &view) {
             QCOMPARE(view.property("card2ProgressText", "text").toString(), text);
@@ -136,7 +132,7 @@ void TestStart::functionsBeforeThePages_data()
         "a data job's progress",
         [text](const View &view) {
             view.call("updateDataProgress", 0, 2, 1, text);
-            QCOMPARE(view.window()->property("dataCopying").toBool(), true);
+            QCOMPARE(view.flag("dataCopying"), true);
         },
         [text](const View &view) {
             QCOMPARE(view.property("dataProgressText", "text").toString(), text);
@@ -210,12 +206,10 @@ void TestStart::functionsBeforeThePages()
 {
     QFETCH(Step, call);
     QFETCH(Step, afterwards);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller, View::State::Loaded);
+    const View &view = show(View::State::Loaded);
     call(view);
-    QCOMPARE(view.window()->property("ready").toBool(), false);
-    QTRY_VERIFY(view.window()->property("ready").toBool());
+    QCOMPARE(view.flag("ready"), false);
+    QTRY_VERIFY(view.flag("ready"));
     for (const char *device : {"devicesComboData", "devicesComboSettings"})
         QCOMPARE(view.property(device, "currentIndex").toInt(), 1);
     if (afterwards)
@@ -259,9 +253,7 @@ void TestStart::requestsBeforeThePages()
     QFETCH(QVariantList, arguments);
     QFETCH(QByteArray, signature);
     QFETCH(QVariantList, emitted);
-    ScriptedController controller;
-    equip(&controller);
-    const View view(&controller, View::State::Loaded);
+    const View &view = show(View::State::Loaded);
     QSignalSpy requests(view.window(), signature.constData());
     const QByteArray name = function.toLatin1();
     if (arguments.isEmpty())
@@ -272,7 +264,7 @@ void TestStart::requestsBeforeThePages()
         view.call(name.constData(), arguments.at(0), arguments.at(1));
     QCOMPARE(requests.size(), 1);
     QCOMPARE(requests.first(), emitted);
-    QCOMPARE(view.window()->property("ready").toBool(), false);
+    QCOMPARE(view.flag("ready"), false);
 }
 
 QTEST_MAIN(TestStart)

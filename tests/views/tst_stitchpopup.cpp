@@ -163,9 +163,11 @@ QVariantMap withValues(QVariantMap settings, const std::function<QString(int)> &
 
 } // namespace
 
-class TestStitchPopup : public QObject
+class TestStitchPopup : public ViewTest
 {
     Q_OBJECT
+
+    void equip() override;
 
 private slots:
     void initTestCase();
@@ -200,6 +202,11 @@ private slots:
     void anglesStayWithTheirRig();
 };
 
+void TestStitchPopup::equip()
+{
+    controller.settings = storedSettings();
+}
+
 void TestStitchPopup::initTestCase()
 {
     // A proxy of the machine has no say here.
@@ -209,10 +216,7 @@ void TestStitchPopup::initTestCase()
 
 void TestStitchPopup::texts()
 {
-    ScriptedController controller;
-    controller.settings = storedSettings();
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     QCOMPARE(::texts(textItems(view.contentOf(popup))),
              (QStringList{"Custom camera calibration settings", "Your Kelpora 360 serial: ", "Download",
@@ -257,12 +261,9 @@ void TestStitchPopup::showsWhatIsStored()
     QFETCH(QVariant, overwrite);
     QFETCH(bool, radiansShown);
     QFETCH(bool, overwriteShown);
-    ScriptedController controller;
-    controller.settings = storedSettings();
     controller.settings.insert(QStringLiteral("RadiansAngles"), radians);
     controller.settings.insert(QStringLiteral("OverwriteAngles"), overwrite);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     QVariantMap expected = editable(controller.settings);
     expected.insert(QStringLiteral("RadiansAngles"), radiansShown ? "1" : "0");
@@ -273,10 +274,7 @@ void TestStitchPopup::showsWhatIsStored()
 
 void TestStitchPopup::enabledFields()
 {
-    ScriptedController controller;
-    controller.settings = storedSettings();
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     const QStringList keys = cameraKeys();
     for (const bool overwrite : {true, false, true}) {
@@ -295,10 +293,7 @@ void TestStitchPopup::enabledFields()
 
 void TestStitchPopup::defaults()
 {
-    ScriptedController controller;
-    controller.settings = storedSettings();
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     view.click(QStringLiteral("defaultAnglesButton"));
     QVariantMap expected = {{"Serialnumber", "K360-7"}, {"OverwriteAngles", "1"}, {"RadiansAngles", "0"},
@@ -318,10 +313,7 @@ void TestStitchPopup::defaults()
 
 void TestStitchPopup::defaultsThenCancel()
 {
-    ScriptedController controller;
-    controller.settings = storedSettings();
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     view.click(QStringLiteral("defaultAnglesButton"));
     view.click(QStringLiteral("cancelAnglesButton"));
@@ -333,10 +325,7 @@ void TestStitchPopup::defaultsThenCancel()
 
 void TestStitchPopup::cancelKeepsTheEdits()
 {
-    ScriptedController controller;
-    controller.settings = storedSettings();
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     view.object(QStringLiteral("camera2Roll"))->setProperty("text", "edited");
     view.click(QStringLiteral("cancelAnglesButton"));
@@ -349,10 +338,7 @@ void TestStitchPopup::cancelKeepsTheEdits()
 
 void TestStitchPopup::reset()
 {
-    ScriptedController controller;
-    controller.settings = storedSettings();
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     const QStringList keys = cameraKeys();
     for (const QString &key : keys)
@@ -370,10 +356,7 @@ void TestStitchPopup::reset()
 
 void TestStitchPopup::save()
 {
-    ScriptedController controller;
-    controller.settings = storedSettings();
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     QVariantMap expected = controller.settings;
     const QStringList keys = cameraKeys();
@@ -397,10 +380,7 @@ void TestStitchPopup::save()
 
 void TestStitchPopup::saveKeepsForeignKeys()
 {
-    ScriptedController controller;
-    controller.settings = storedSettings();
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     view.click(QStringLiteral("saveAnglesButton"));
     QCOMPARE(controller.updates.size(), 1);
@@ -418,10 +398,7 @@ void TestStitchPopup::closesOnlyByItsButtons_data()
 void TestStitchPopup::closesOnlyByItsButtons()
 {
     QFETCH(bool, key);
-    ScriptedController controller;
-    controller.settings = storedSettings();
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     if (key)
         QTest::keyClick(view.window(), Qt::Key_Escape);
@@ -433,10 +410,7 @@ void TestStitchPopup::closesOnlyByItsButtons()
 
 void TestStitchPopup::tabReachesEveryControl()
 {
-    ScriptedController controller;
-    controller.settings = storedSettings();
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     QStringList expected = {"serialnumber", "downloadAnglesButton", "defaultAnglesButton",
                             "resetAnglesButton"};
@@ -526,11 +500,8 @@ void TestStitchPopup::download()
     QFETCH(QVariantMap, expected);
     Service service;
     service.answer = answer;
-    ScriptedController controller;
-    controller.settings = storedSettings();
     controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     // An edit that isn't saved: it stays where nothing comes for it.
     view.object(QStringLiteral("serialnumber"))->setProperty("text", "K 8");
@@ -595,12 +566,9 @@ void TestStitchPopup::radians()
     QFETCH(bool, after);
     Service service;
     service.answer = ok(calibration(number, field.isEmpty() ? field : "\"RadiansAngles\":" + field));
-    ScriptedController controller;
-    controller.settings = storedSettings();
     controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
     controller.settings.insert(QStringLiteral("RadiansAngles"), before ? "1" : "0");
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     const MessageLog log;
     view.click(QStringLiteral("downloadAnglesButton"));
@@ -627,11 +595,8 @@ void TestStitchPopup::theRequest()
     QFETCH(QByteArray, path);
     Service service;
     service.answer = ok("{}");
-    ScriptedController controller;
-    controller.settings = storedSettings();
     controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     view.object(QStringLiteral("serialnumber"))->setProperty("text", serial);
     const MessageLog log;
@@ -652,11 +617,8 @@ void TestStitchPopup::nothingIsSentForAnEmptySerial()
 {
     Service service;
     service.answer = ok(calibration(number));
-    ScriptedController controller;
-    controller.settings = storedSettings();
     controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     view.object(QStringLiteral("serialnumber"))->setProperty("text", "");
     const MessageLog log;
@@ -670,10 +632,7 @@ void TestStitchPopup::nothingIsSentForAnEmptySerial()
 
 void TestStitchPopup::theServiceByDefault()
 {
-    ScriptedController controller;
-    controller.settings = storedSettings();
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     const QUrl url(view.property("calibration", "defaultService").toString());
     QCOMPARE(url.scheme(), QStringLiteral("https"));
     QVERIFY(url.host().endsWith(QStringLiteral(".example")));
@@ -687,11 +646,8 @@ void TestStitchPopup::noServer()
         const Service gone;
         url = gone.url();
     }
-    ScriptedController controller;
-    controller.settings = storedSettings();
     controller.settings.insert(QStringLiteral("CalibrationUrl"), url);
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     const MessageLog log;
     view.click(QStringLiteral("downloadAnglesButton"));
@@ -708,11 +664,8 @@ void TestStitchPopup::redirects()
     service.answers.insert("/api/v1/kelpora360/calibration/K360-7",
                            http("302 Found", "", "Location: /moved\r\n"));
     service.answers.insert("/moved", ok(calibration(number)));
-    ScriptedController controller;
-    controller.settings = storedSettings();
     controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     const MessageLog log;
     view.click(QStringLiteral("downloadAnglesButton"));
@@ -736,11 +689,8 @@ void TestStitchPopup::aSlowAnswerLeavesThePopupUsable()
     Service service;
     service.answer = ok(calibration(number));
     service.delay = 1500;
-    ScriptedController controller;
-    controller.settings = storedSettings();
     controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     const MessageLog log;
     QElapsedTimer timer;
@@ -770,13 +720,10 @@ void TestStitchPopup::anAnswerAfterTheWindowIsGone()
     Service service;
     service.answer = ok(calibration(number));
     service.delay = 300;
-    ScriptedController controller;
-    controller.settings = storedSettings();
     controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
     const MessageLog log;
     {
-        const View view(&controller);
-        QVERIFY(view.isShown());
+        const View &view = show();
         QVERIFY(openPopup(view));
         view.click(QStringLiteral("downloadAnglesButton"));
         QTRY_COMPARE(service.requests.size(), 1);
@@ -793,11 +740,8 @@ void TestStitchPopup::tenMegabytesOfGarbage()
         garbage[i] = static_cast<char>(i % 251);
     Service service;
     service.answer = ok(garbage);
-    ScriptedController controller;
-    controller.settings = storedSettings();
     controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     const MessageLog log;
     view.click(QStringLiteral("downloadAnglesButton"));
@@ -826,11 +770,8 @@ void TestStitchPopup::downloadTwice()
     service.answers.insert("/api/v1/kelpora360/calibration/2",
                            ok(R"({"success":false,"message":"Second."})"));
     service.delay = 100;
-    ScriptedController controller;
-    controller.settings = storedSettings();
     controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     const MessageLog log;
     for (const char *serial : {"1", "2"}) {
@@ -865,11 +806,8 @@ void TestStitchPopup::anglesStayWithTheirRig()
     const QByteArray path = "/api/v1/kelpora360/calibration/";
     service.answers = {{path + "1", yaw("111")}, {path + "2", yaw("222")}};
     service.delays = {{path + "1", 600}, {path + "2", 50}};
-    ScriptedController controller;
-    controller.settings = storedSettings();
     controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(openPopup(view));
     const MessageLog log;
     for (const QString &serial : downloads) {

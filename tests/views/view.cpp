@@ -62,7 +62,7 @@ View::View(ScriptedController *controller, State state)
     // Keys go to an active window only.
     window_->requestActivate();
     shown_ = QTest::qWaitForWindowExposed(window_) && QTest::qWaitForWindowActive(window_) &&
-             QTest::qWaitFor([this] { return window_->property("ready").toBool(); }) && isLaidOut();
+             QTest::qWaitFor([this] { return flag("ready"); }) && isLaidOut();
 }
 
 /// The pages get their place with the second frame that has them.
@@ -155,6 +155,40 @@ QQuickItem *View::rowButton(int pageIndex, const QString &label) const
 QQuickItem *View::contentOf(const QString &popup) const
 {
     return property(popup, "contentItem").value<QQuickItem *>();
+}
+
+const View &ViewTest::show(View::State state)
+{
+    view_.reset();
+    view_ = std::make_unique<View>(&controller, state);
+    if (state == View::State::Ready ? !view_->isShown() : view_->window() == nullptr)
+        qFatal("There is no window");
+    return *view_;
+}
+
+void ViewTest::init()
+{
+    controller.clear();
+    equip();
+}
+
+void ViewTest::cleanup()
+{
+    view_.reset();
+}
+
+QList<int> chosenCards(const View &view)
+{
+    QList<int> chosen;
+    for (const QString &combo : cardCombos)
+        chosen.append(view.property(combo, "currentIndex").toInt());
+    return chosen;
+}
+
+void chooseCards(const View &view, const QList<int> &cards)
+{
+    for (int i = 0; i < cardCombos.size(); ++i)
+        view.object(cardCombos.at(i))->setProperty("currentIndex", cards.at(i));
 }
 
 QList<QQuickItem *> textItems(QQuickItem *top)

@@ -7,12 +7,11 @@
 #include <QStringList>
 #include <QVariant>
 
-/// Stands in for the controller: answers with what a test puts into it.
-class ScriptedController : public QObject
-{
-    Q_OBJECT
+#include <memory>
 
-public:
+/// What the controller of a test answers, and what it was asked.
+struct Script
+{
     QVariantList drives;
     QVariantList templates;
     QVariantList devices;
@@ -24,7 +23,16 @@ public:
     QStringList ports;          ///< every port that it was given
     QList<QVariantMap> updates; ///< every map that it was to store
     QList<QStringList> flashed; ///< port and image of every firmware update
+};
 
+/// Stands in for the controller: answers with what a test puts into it.
+class ScriptedController : public QObject, public Script
+{
+    Q_OBJECT
+
+public:
+    /// Forgets everything.
+    void clear() { static_cast<Script &>(*this) = {}; }
     /// Appends an entry as the controller gives it, a JSON object.
     static void append(QVariantList *entries, const QString &key, const QString &value);
     void addDevice(const QString &name, const QString &serial, const QString &manufacturer);
@@ -82,6 +90,7 @@ public:
             qFatal("The window has no function %s", function);
         return result;
     }
+    [[nodiscard]] bool flag(const char *name) const { return window_->property(name).toBool(); }
 
     /// Clicks into the middle of a control.
     void click(const QString &objectName) const;
@@ -105,6 +114,32 @@ private:
     QQuickWindow *window_ = nullptr;
     bool shown_ = false;
 };
+
+/// A test of the window. Each of its functions, and each of their rows, starts with a fresh controller.
+class ViewTest : public QObject
+{
+    Q_OBJECT
+
+protected:
+    /// Gives the controller what most of the functions need.
+    virtual void equip() {}
+    /// Shows a new window in place of the one before. A test without it has nothing to test, so it aborts.
+    const View &show(View::State state = View::State::Ready);
+
+    ScriptedController controller;
+
+protected slots:
+    void init();
+    void cleanup();
+
+private:
+    std::unique_ptr<View> view_;
+};
+
+const QStringList cardCombos = {QStringLiteral("card1Combo"), QStringLiteral("card2Combo"),
+                                QStringLiteral("card3Combo")};
+[[nodiscard]] QList<int> chosenCards(const View &view);
+void chooseCards(const View &view, const QList<int> &cards);
 
 /// The labels and buttons below `top` in their order, as the operator reads them. What a drop-down shows
 /// of its choice isn't among them.
