@@ -9,6 +9,10 @@ ApplicationWindow {
     /// Whether the first frame is on the screen, and whether the pages stand.
     property bool framed: false
     readonly property bool ready: contentLoader.status === Loader.Ready
+    /// The desktop session ends: nothing holds the window up.
+    property bool sessionEnding: false
+    /// The operator was told that closing again stops the controller's job.
+    property bool closingAnnounced: false
 
     property alias cardOneCopying: cards.card1Running
     property alias cardTwoCopying: cards.card2Running
@@ -88,6 +92,7 @@ ApplicationWindow {
     ControllerState {
         id: controller
 
+        onRunningChanged: root.closingAnnounced = false
         onCopyDataRequested: root.copyData(port, targetDir, projectName)
         onEraseMemoryRequested: root.eraseMemory(port)
         onReadSettingsRequested: root.readCameraSettings(port)
@@ -130,6 +135,9 @@ ApplicationWindow {
         id: contentLoader
 
         anchors.fill: parent
+        focus: true
+        // While no control has the keyboard, Tab would go to the footer first.
+        Keys.onTabPressed: nextItemInFocusChain().forceActiveFocus(Qt.TabFocusReason)
     }
 
     footer: Pane {
@@ -169,6 +177,14 @@ ApplicationWindow {
     onFramedChanged: contentLoader.setSource("WindowContent.qml", { "cards": cards, "controller": controller,
                                                                     "calibration": calibration, "message": message,
                                                                     "tabs": tabBar })
+
+    onClosing: {
+        if (!controller.running || root.closingAnnounced || root.sessionEnding)
+            return
+        close.accepted = false
+        root.closingAnnounced = true
+        message.show("A job with the controller is running. Closing the window again stops it.")
+    }
 
     Component.onCompleted: {
         root.refreshDrives()

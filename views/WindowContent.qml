@@ -59,6 +59,8 @@ Item {
     }
 
     MessagePopup {
+        id: messagePopup
+
         readonly property int count: root.message.count
 
         objectName: "messagePopup"
@@ -74,6 +76,11 @@ Item {
         onVisibleChanged: root.controller.waiting = visible
         text: root.controller.waitText
         onTextChanged: root.controller.waitText = text
+        onOpened: {
+            // The message above has the keyboard.
+            if (messagePopup.visible)
+                messagePopup.forceActiveFocus()
+        }
     }
 
     EraseCardsPopup {
