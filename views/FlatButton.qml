@@ -34,7 +34,8 @@ Button {
 
     background: ControlFrame {
         implicitWidth: 64
-        focused: root.visualFocus
+        // Marks the button that Return presses from the moment that a popup opens, not only after Tab.
+        focused: root.activeFocus && root.focusReason !== Qt.MouseFocusReason
         hovered: root.hovered
         pressed: root.down
 
