@@ -208,6 +208,35 @@ QStringList logged()
     return MessageLog::lines().filter(QRegularExpression(QStringLiteral("^(?!info: Template dir:)")));
 }
 
+/// A workspace with a template, the folder of the takes "A" and the log.
+class Takes : public Workspace
+{
+    Q_DISABLE_COPY(Takes)
+
+public:
+    explicit Takes(const QByteArray &text = rig, const QString &file = folderTemplate)
+        : templatePath(write(file, text))
+    {
+        makeFolder("day");
+    }
+
+    void writeVideo(const QVariantMap &map = settings(), const QString &name = {}, int card = 1) const
+    {
+        Autopano::createKava(card, templatePath, path("day/A.MOV"), name, map);
+    }
+    void writePhoto(const QVariantMap &map = settings(), const QString &name = {}, int card = 1) const
+    {
+        Autopano::createPano(card, templatePath, path("day/A.JPG"), name, map);
+    }
+
+    const QString templatePath;
+    const QString videoProject = path("day/A_autopano.kava");
+    const QString photoProject = path("day/A_giga.JPG.pano");
+    const MessageLog log;
+};
+
+const QString templateElsewhere = QStringLiteral("elsewhere/Rig.kava");
+
 /// One project written by a process of its own: --write kava|pano TEMPLATE TAKE [BYTES]. With BYTES it has
 /// hardly more memory than it starts with.
 int writeAsChild(const QStringList &arguments)
@@ -266,6 +295,7 @@ private slots:
     void templateAboveTheLimits();
     void templateThatCannotBeWritten();
     void aTemplateThatChangesDuringTheImport();
+    void settingsThatChangeDuringTheImport();
     void levelsOfAnException();
     void outOfMemory_data();
     void outOfMemory();
@@ -458,24 +488,21 @@ void TestAutopano::projects()
     QFETCH(QByteArray, text);
     QFETCH(QVariantMap, map);
 
-    const QStringList videos = cameraNames(QStringLiteral("A_cam%1.MOV"));
+    const QStringList videos = cameraNames("A_cam%1.MOV");
     const XmlNode video = expectedProject(text, videos, QStringLiteral("A_rendered.kava"), map);
     XmlNode photo = readXml(text);
-    if (XmlNode *pano = photo.descendant(QStringLiteral("kava/pano")))
-        editPano(pano, cameraNames(QStringLiteral("A_cam%1.JPG")), map);
+    if (XmlNode *pano = photo.descendant("kava/pano"))
+        editPano(pano, cameraNames("A_cam%1.JPG"), map);
 
-    const Workspace workspace;
-    const QString templatePath = workspace.write(folderTemplate, text);
-    workspace.makeFolder(QStringLiteral("day"));
-    const MessageLog log;
+    const Takes workspace(text);
     const QVariantMap before = map;
-    Autopano::createKava(1, templatePath, workspace.path(QStringLiteral("day/A.MOV")), {}, map);
-    Autopano::createPano(1, templatePath, workspace.path(QStringLiteral("day/A.JPG")), {}, map);
+    workspace.writeVideo(map);
+    workspace.writePhoto(map);
     QCOMPARE(map, before);
     QCOMPARE(workspace.read(folderTemplate), text);
 
-    const QByteArray kavaText = workspace.read(QStringLiteral("day/A_autopano.kava"));
-    const QByteArray panoText = workspace.read(QStringLiteral("day/A_giga.JPG.pano"));
+    const QByteArray kavaText = workspace.read("day/A_autopano.kava");
+    const QByteArray panoText = workspace.read("day/A_giga.JPG.pano");
     const QByteArray gigaText = workspace.read(gigaTemplate);
     QCOMPARE(listed(readXml(kavaText)), listed(video));
     QVERIFY(gigaText.startsWith(declaration));
@@ -489,24 +516,20 @@ void TestAutopano::projects()
         QVERIFY(gigaText.endsWith(">\n"));
         QVERIFY(panoText.endsWith(">\n"));
     }
-    QCOMPARE(logged(), (QStringList{wrote(workspace.path(QStringLiteral("day/A_autopano.kava"))),
-                                    wrote(workspace.path(gigaTemplate)),
-                                    wrote(workspace.path(QStringLiteral("day/A_giga.JPG.pano")))}));
+    QCOMPARE(logged(), (QStringList{wrote(workspace.videoProject), wrote(workspace.path(gigaTemplate)),
+                                    wrote(workspace.path("day/A_giga.JPG.pano"))}));
 }
 
 void TestAutopano::anglesInRadians()
 {
-    const Workspace workspace;
-    const QString templatePath = workspace.write(folderTemplate, rig);
-    workspace.makeFolder(QStringLiteral("day"));
+    const Takes workspace;
     QVariantMap map = settings("1", "1");
-    map.insert(QStringLiteral("Camera2Roll"), QStringLiteral("90"));
-    map.insert(QStringLiteral("Camera2Yaw"), QStringLiteral("no number"));
-    map.insert(QStringLiteral("Camera2Pitch"), QStringLiteral("0.1"));
-    map.remove(QStringLiteral("Camera3Yaw"));
-    const MessageLog log;
-    Autopano::createKava(1, templatePath, workspace.path(QStringLiteral("day/A.MOV")), {}, map);
-    Autopano::createPano(1, templatePath, workspace.path(QStringLiteral("day/A.JPG")), {}, map);
+    map.insert("Camera2Roll", "90");
+    map.insert("Camera2Yaw", "no number");
+    map.insert("Camera2Pitch", "0.1");
+    map.remove("Camera3Yaw");
+    workspace.writeVideo(map);
+    workspace.writePhoto(map);
 
     for (const char *project : {"day/A_autopano.kava", "day/A_giga.JPG.pano", "app/templates/Rig.pano"}) {
         XmlNode document = readXml(workspace.read(QString::fromLatin1(project)));
@@ -516,39 +539,34 @@ void TestAutopano::anglesInRadians()
         if (images == nullptr)
             QFAIL(project);
         const auto camera = [&images = *images](int number) {
-            XmlNode *image = images.child(QStringLiteral("image"), number);
-            XmlNode *found = image != nullptr ? image->child(QStringLiteral("camera")) : nullptr;
+            XmlNode *image = images.child("image", number);
+            XmlNode *found = image != nullptr ? image->child("camera") : nullptr;
             return found != nullptr ? found->attributes : decltype(found->attributes)();
         };
-        const QString roll = camera(2).value(QStringLiteral("roll"));
+        const QString roll = camera(2).value("roll");
         const float rollValue = roll.toFloat();
         const float expected = 1.5707963705062866F;
         QVERIFY2(rollValue == expected, qPrintable(roll));
-        const float pitchValue = camera(2).value(QStringLiteral("pitch")).toFloat();
+        const float pitchValue = camera(2).value("pitch").toFloat();
         const float expectedPitch = 0.1F * 0.017453292F;
         QVERIFY(pitchValue == expectedPitch);
-        QCOMPARE(camera(2).value(QStringLiteral("yaw")), QStringLiteral("0"));
-        QCOMPARE(camera(3).value(QStringLiteral("yaw")), QStringLiteral("0"));
-        QCOMPARE(camera(2).value(QStringLiteral("offset_x")),
-                 map.value(QStringLiteral("Camera2OffsetX")).toString());
-        QCOMPARE(camera(2).value(QStringLiteral("offset_y")),
-                 map.value(QStringLiteral("Camera2OffsetY")).toString());
-        QCOMPARE(camera(4).value(QStringLiteral("yaw")), QStringLiteral("44"));
+        QCOMPARE(camera(2).value("yaw"), QString("0"));
+        QCOMPARE(camera(3).value("yaw"), QString("0"));
+        QCOMPARE(camera(2).value("offset_x"), map.value("Camera2OffsetX").toString());
+        QCOMPARE(camera(2).value("offset_y"), map.value("Camera2OffsetY").toString());
+        QCOMPARE(camera(4).value("yaw"), QString("44"));
     }
 }
 
 void TestAutopano::defaultsOfTheSettings()
 {
-    const Workspace workspace;
-    const QString templatePath = workspace.write(folderTemplate, rig);
-    workspace.makeFolder(QStringLiteral("day"));
+    const Takes workspace;
     QVariantMap map = settings();
-    map.insert(QStringLiteral("Camera1Yaw"), QStringLiteral("-0"));
-    map.insert(QStringLiteral("Camera1Roll"), QStringLiteral("-90.50"));
-    const MessageLog log;
-    Autopano::createKava(1, templatePath, workspace.path(QStringLiteral("day/A.MOV")), {}, map);
+    map.insert("Camera1Yaw", "-0");
+    map.insert("Camera1Roll", "-90.50");
+    workspace.writeVideo(map);
     // Unconverted angles are the text that the file holds.
-    const QByteArray text = workspace.read(QStringLiteral("day/A_autopano.kava"));
+    const QByteArray text = workspace.read("day/A_autopano.kava");
     QVERIFY(text.contains("yaw=\"-0\""));
     QVERIFY(text.contains("roll=\"-90.50\""));
 }
@@ -567,31 +585,24 @@ void TestAutopano::secondCallDoesNothing()
     QFETCH(bool, video);
     QFETCH(QString, project);
 
-    const Workspace workspace;
-    const QString templatePath = workspace.write(QStringLiteral("elsewhere/Rig.kava"), rig);
+    const Takes workspace(rig, templateElsewhere);
+    const auto writeProject = [&](int card) {
+        if (video)
+            workspace.writeVideo(settings(), "n", card);
+        else
+            workspace.writePhoto(settings(), "n", card);
+    };
     workspace.makeFolder(templatesFolder);
     workspace.write(project, "mine");
-    const QMap<QString, QByteArray> before = workspace.tree(QString());
-    const MessageLog log;
-    if (video)
-        Autopano::createKava(1, templatePath, workspace.path(QStringLiteral("day/A.MOV")),
-                             QStringLiteral("n"), settings());
-    else
-        Autopano::createPano(1, templatePath, workspace.path(QStringLiteral("day/A.JPG")),
-                             QStringLiteral("n"), settings());
+    const QMap<QString, QByteArray> before = workspace.tree({});
+    writeProject(1);
     QCOMPARE(MessageLog::lines(), QStringList());
-    QCOMPARE(workspace.tree(QString()), before);
+    QCOMPARE(workspace.tree({}), before);
 
     // And after a project of its own.
     QVERIFY(QFile::remove(workspace.path(project)));
-    for (int card = 1; card <= 3; ++card) {
-        if (video)
-            Autopano::createKava(card, templatePath, workspace.path(QStringLiteral("day/A.MOV")),
-                                 QStringLiteral("n"), settings());
-        else
-            Autopano::createPano(card, templatePath, workspace.path(QStringLiteral("day/A.JPG")),
-                                 QStringLiteral("n"), settings());
-    }
+    for (int card = 1; card <= 3; ++card)
+        writeProject(card);
     QStringList lines = {wrote(workspace.path(project))};
     if (video)
         lines << copied(workspace.path(folderTemplate)) << wrote(workspace.path(gigaTemplate));
@@ -600,76 +611,62 @@ void TestAutopano::secondCallDoesNothing()
 
 void TestAutopano::existingTemplatesAreKept()
 {
-    const Workspace workspace;
-    const QString templatePath = workspace.write(QStringLiteral("elsewhere/Rig.kava"), rig);
+    const Takes workspace(rig, templateElsewhere);
     workspace.write(folderTemplate, "another template of that name");
     workspace.write(gigaTemplate, "mine");
-    workspace.makeFolder(QStringLiteral("day"));
-    const MessageLog log;
-    Autopano::createKava(1, templatePath, workspace.path(QStringLiteral("day/A.MOV")), {}, settings());
-    QCOMPARE(logged(), QStringList{wrote(workspace.path(QStringLiteral("day/A_autopano.kava")))});
+    workspace.writeVideo();
+    QCOMPARE(logged(), QStringList{wrote(workspace.videoProject)});
     QCOMPARE(workspace.read(folderTemplate), QByteArray("another template of that name"));
     QCOMPARE(workspace.read(gigaTemplate), QByteArray("mine"));
 }
 
 void TestAutopano::templateFromElsewhereIsCopied()
 {
-    const Workspace workspace;
-    const QString templatePath = workspace.write(QStringLiteral("elsewhere/Rig.kava"), rig);
+    const Takes workspace(rig, templateElsewhere);
     workspace.makeFolder(templatesFolder);
-    workspace.makeFolder(QStringLiteral("day"));
-    const MessageLog log;
-    Autopano::createKava(2, templatePath, workspace.path(QStringLiteral("day/A.MOV")), {}, settings());
-    const QByteArray project = workspace.read(QStringLiteral("day/A_autopano.kava"));
+    workspace.writeVideo(settings(), {}, 2);
+    const QByteArray project = workspace.read("day/A_autopano.kava");
     QVERIFY(!project.isEmpty());
     QCOMPARE(workspace.read(folderTemplate), project);
     QCOMPARE(workspace.tree(templatesFolder).keys(),
              (QStringList{QStringLiteral("Rig.kava"), QStringLiteral("Rig.pano")}));
-    QCOMPARE(workspace.read(QStringLiteral("elsewhere/Rig.kava")), rig);
-    QCOMPARE(logged(), (QStringList{wrote(workspace.path(QStringLiteral("day/A_autopano.kava")), 2),
-                                    copied(workspace.path(folderTemplate), 2),
-                                    wrote(workspace.path(gigaTemplate), 2)}));
+    QCOMPARE(workspace.read(templateElsewhere), rig);
+    QCOMPARE(logged(),
+             (QStringList{wrote(workspace.videoProject, 2), copied(workspace.path(folderTemplate), 2),
+                          wrote(workspace.path(gigaTemplate), 2)}));
 }
 
 void TestAutopano::templateFromElsewhereWithAnotherExtension()
 {
-    const Workspace workspace;
-    const QString templatePath = workspace.write(QStringLiteral("elsewhere/Rig.xml"), rig);
+    const Takes workspace(rig, "elsewhere/Rig.xml");
     workspace.makeFolder(templatesFolder);
-    workspace.makeFolder(QStringLiteral("day"));
-    const MessageLog log;
-    Autopano::createKava(1, templatePath, workspace.path(QStringLiteral("day/A.MOV")), {}, settings());
+    workspace.writeVideo();
     // The panorama's template would have the same name as the copy, which is there by then.
     QCOMPARE(workspace.tree(templatesFolder).keys(), QStringList{QStringLiteral("Rig.xml")});
-    QCOMPARE(workspace.read(QStringLiteral("app/templates/Rig.xml")),
-             workspace.read(QStringLiteral("day/A_autopano.kava")));
+    QCOMPARE(workspace.read("app/templates/Rig.xml"), workspace.read("day/A_autopano.kava"));
 }
 
 void TestAutopano::noTemplatesFolder()
 {
-    const Workspace workspace;
-    const QString templatePath = workspace.write(QStringLiteral("elsewhere/Rig.kava"), rig);
-    workspace.makeFolder(QStringLiteral("day"));
-    const MessageLog log;
-    Autopano::createKava(1, templatePath, workspace.path(QStringLiteral("day/A.MOV")), {}, settings());
+    const Takes workspace(rig, templateElsewhere);
+    workspace.writeVideo();
     const QString copy = getApplicationSupportPath() + QStringLiteral("/templates/Rig.kava");
-    QCOMPARE(logged(),
-             (QStringList{wrote(workspace.path(QStringLiteral("day/A_autopano.kava"))), copied(copy)}));
+    QCOMPARE(logged(), (QStringList{wrote(workspace.videoProject), copied(copy)}));
     QCOMPARE(QFileInfo::exists(QFileInfo(copy).path()), false);
 }
 
 void TestAutopano::noDestination()
 {
     const Workspace workspace;
-    const QString templatePath = workspace.write(QStringLiteral("elsewhere/Rig.kava"), rig);
+    const QString templatePath = workspace.write(templateElsewhere, rig);
     workspace.makeFolder(templatesFolder);
     const MessageLog log;
-    Autopano::createKava(1, templatePath, workspace.path(QStringLiteral("day/A.MOV")), {}, settings());
-    Autopano::createPano(1, templatePath, workspace.path(QStringLiteral("day/A.JPG")), {}, settings());
+    Autopano::createKava(1, templatePath, workspace.path("day/A.MOV"), {}, settings());
+    Autopano::createPano(1, templatePath, workspace.path("day/A.JPG"), {}, settings());
     QCOMPARE(logged(),
              (QStringList{copied(workspace.path(folderTemplate)), wrote(workspace.path(gigaTemplate))}));
     QCOMPARE(workspace.tree(templatesFolder).keys(), QStringList{QStringLiteral("Rig.pano")});
-    QCOMPARE(QFileInfo::exists(workspace.path(QStringLiteral("day"))), false);
+    QCOMPARE(QFileInfo::exists(workspace.path("day")), false);
 }
 
 void TestAutopano::fullDestination()
@@ -677,17 +674,17 @@ void TestAutopano::fullDestination()
     const Workspace workspace;
     const QString templatePath = workspace.write(folderTemplate, rig);
     workspace.write(gigaTemplate, "mine");
-    const TestVolume volume(workspace.path(QStringLiteral("day")), 64);
+    const TestVolume volume(workspace.path("day"), 64);
     SKIP_UNLESS_MOUNTED(volume);
-    QFile filler(workspace.path(QStringLiteral("day/filler")));
+    QFile filler(workspace.path("day/filler"));
     QVERIFY(filler.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
     while (filler.write(QByteArray(4096, 'x')) > 0) {
     }
     const MessageLog log;
-    Autopano::createKava(1, templatePath, workspace.path(QStringLiteral("day/A.MOV")), {}, settings());
-    Autopano::createPano(1, templatePath, workspace.path(QStringLiteral("day/A.JPG")), {}, settings());
+    Autopano::createKava(1, templatePath, workspace.path("day/A.MOV"), {}, settings());
+    Autopano::createPano(1, templatePath, workspace.path("day/A.JPG"), {}, settings());
     QCOMPARE(logged(), QStringList());
-    QCOMPARE(workspace.tree(QStringLiteral("day")).keys(), QStringList{QStringLiteral("filler")});
+    QCOMPARE(workspace.tree("day").keys(), QStringList{QStringLiteral("filler")});
 }
 
 void TestAutopano::badTemplates_data()
@@ -713,10 +710,10 @@ void TestAutopano::badTemplates()
 
     const Workspace workspace;
     workspace.makeFolder(templatesFolder);
-    workspace.makeFolder(QStringLiteral("day"));
-    const QString relative = QStringLiteral("elsewhere/Rig.kava");
+    workspace.makeFolder("day");
+    const QString relative = templateElsewhere;
     const QString templatePath = workspace.path(relative);
-    workspace.makeFolder(QStringLiteral("elsewhere"));
+    workspace.makeFolder("elsewhere");
     if (kind == QLatin1String("folder"))
         workspace.makeFolder(relative);
     else if (kind == QLatin1String("pipe"))
@@ -736,7 +733,7 @@ void TestAutopano::badTemplates()
         writer.writeKava(1, templatePath, path + ".MOV", {}, [] { return settings(); });
         writer.writePano(1, templatePath, path + ".DNG", {}, [] { return settings(); });
     }
-    QCOMPARE(workspace.tree(QStringLiteral("day")),
+    QCOMPARE(workspace.tree("day"),
              (QMap<QString, QByteArray>{{QStringLiteral("A_autopano.kava"), QByteArray()},
                                         {QStringLiteral("A_giga.DNG.pano"), declaration},
                                         {QStringLiteral("B_autopano.kava"), QByteArray()},
@@ -746,12 +743,11 @@ void TestAutopano::badTemplates()
                                         {QStringLiteral("Rig.pano"), declaration}}));
     // The warning comes once in an import.
     QCOMPARE(logged(),
-             (QStringList{cannotBeUsed(templatePath, problem),
-                          wrote(workspace.path(QStringLiteral("day/A_autopano.kava"))),
+             (QStringList{cannotBeUsed(templatePath, problem), wrote(workspace.path("day/A_autopano.kava")),
                           copied(workspace.path(folderTemplate)), wrote(workspace.path(gigaTemplate)),
-                          wrote(workspace.path(QStringLiteral("day/A_giga.DNG.pano"))),
-                          wrote(workspace.path(QStringLiteral("day/B_autopano.kava"))),
-                          wrote(workspace.path(QStringLiteral("day/B_giga.DNG.pano")))}));
+                          wrote(workspace.path("day/A_giga.DNG.pano")),
+                          wrote(workspace.path("day/B_autopano.kava")),
+                          wrote(workspace.path("day/B_giga.DNG.pano"))}));
 }
 
 void TestAutopano::templatesOfLaxXml_data()
@@ -774,13 +770,9 @@ void TestAutopano::templatesOfLaxXml()
     QFETCH(QByteArray, prolog);
     QFETCH(QByteArray, element);
 
-    const Workspace workspace;
-    const QString templatePath =
-        workspace.write(folderTemplate, prolog + "<kava>" + element + "<pano/><output/></kava>");
-    workspace.makeFolder(QStringLiteral("day"));
-    const MessageLog log;
-    Autopano::createKava(1, templatePath, workspace.path(QStringLiteral("day/A.MOV")), {}, settings());
-    const QByteArray project = workspace.read(QStringLiteral("day/A_autopano.kava"));
+    const Takes workspace(prolog + "<kava>" + element + "<pano/><output/></kava>");
+    workspace.writeVideo();
+    const QByteArray project = workspace.read("day/A_autopano.kava");
     QVERIFY2(project.contains("<output file=\"A_rendered.kava\"/>"), project.constData());
     QCOMPARE(workspace.read(gigaTemplate), declaration + "<pano/>\n");
     QCOMPARE(MessageLog::lines(QStringLiteral("warning")), QStringList());
@@ -788,36 +780,26 @@ void TestAutopano::templatesOfLaxXml()
 
 void TestAutopano::templateAboveTheLimits()
 {
-    const Workspace workspace;
-    const QString templatePath = workspace.write(QStringLiteral("elsewhere/Rig.kava"),
-                                                 "<kava>" + QByteArray("<a>").repeated(1001) +
-                                                     QByteArray("</a>").repeated(1001) + "<pano/></kava>");
+    const Takes workspace("<kava>" + QByteArray("<a>").repeated(1001) + QByteArray("</a>").repeated(1001) +
+                              "<pano/></kava>",
+                          templateElsewhere);
     workspace.makeFolder(templatesFolder);
-    workspace.makeFolder(QStringLiteral("day"));
-    const MessageLog log;
-    Autopano writer;
-    writer.writeKava(1, templatePath, workspace.path(QStringLiteral("day/A.MOV")), {},
-                     [] { return settings(); });
-    writer.writePano(1, templatePath, workspace.path(QStringLiteral("day/A.DNG")), {},
-                     [] { return settings(); });
-    QCOMPARE(workspace.tree(QStringLiteral("day")),
-             (QMap<QString, QByteArray>{{QStringLiteral("A_autopano.kava"), QByteArray()},
-                                        {QStringLiteral("A_giga.DNG.pano"), declaration}}));
+    workspace.writeVideo();
+    workspace.writePhoto();
+    QCOMPARE(workspace.tree("day"), (QMap<QString, QByteArray>{{"A_autopano.kava", QByteArray()},
+                                                               {"A_giga.JPG.pano", declaration}}));
     // Nothing that later imports would use for a template.
     QCOMPARE(workspace.tree(templatesFolder).size(), 0);
-    QCOMPARE(logged(),
-             QStringList{cannotBeUsed(templatePath, QStringLiteral("elements nested deeper than 1000"))});
+    const QString warning = cannotBeUsed(workspace.templatePath, "elements nested deeper than 1000");
+    QCOMPARE(logged(), (QStringList{warning, warning}));
 }
 
 void TestAutopano::templateThatCannotBeWritten()
 {
-    const Workspace workspace;
-    const QString templatePath = workspace.write(folderTemplate, "<kava><pano a='&#xfffe;'/></kava>");
-    workspace.makeFolder(QStringLiteral("day"));
-    const MessageLog log;
-    Autopano::createKava(1, templatePath, workspace.path(QStringLiteral("day/A.MOV")), {}, settings());
-    Autopano::createPano(1, templatePath, workspace.path(QStringLiteral("day/A.DNG")), {}, settings());
-    QCOMPARE(workspace.tree(QStringLiteral("day")).size(), 0);
+    const Takes workspace("<kava><pano a='&#xfffe;'/></kava>");
+    workspace.writeVideo();
+    workspace.writePhoto();
+    QCOMPARE(workspace.tree("day").size(), 0);
     const QString reason = QStringLiteral("The template holds a character that XML can't express.");
     QCOMPARE(logged(), (QStringList{QStringLiteral("warning: Error creating kava template: ") + reason,
                                     QStringLiteral("info: ") + reason}));
@@ -825,17 +807,14 @@ void TestAutopano::templateThatCannotBeWritten()
 
 void TestAutopano::levelsOfAnException()
 {
-    const Workspace workspace;
-    const QString templatePath = workspace.write(QStringLiteral("elsewhere/Rig.kava"), rig);
-    workspace.makeFolder(QStringLiteral("day"));
+    const Takes workspace(rig, templateElsewhere);
     const Autopano::SettingsSource broken = []() -> QMap<QString, QVariant> {
         throw std::runtime_error("no settings");
     };
-    const MessageLog log;
     Autopano writer;
-    writer.writeKava(1, templatePath, workspace.path(QStringLiteral("day/A.MOV")), QString(), broken);
-    writer.writePano(1, templatePath, workspace.path(QStringLiteral("day/A.JPG")), QString(), broken);
-    QCOMPARE(MessageLog::lines().filter(QStringLiteral("no settings")),
+    writer.writeKava(1, workspace.templatePath, workspace.path("day/A.MOV"), {}, broken);
+    writer.writePano(1, workspace.templatePath, workspace.path("day/A.JPG"), {}, broken);
+    QCOMPARE(MessageLog::lines().filter("no settings"),
              (QStringList{"warning: Error creating kava template: no settings", "info: no settings"}));
 }
 
@@ -861,9 +840,9 @@ void TestAutopano::outOfMemory()
     if (sanitized)
         QSKIP("A sanitizer needs the memory itself.");
     const Workspace workspace;
-    const QString templatePath = workspace.write(QStringLiteral("elsewhere/Rig.kava"),
-                                                 "<kava>" + QByteArray(4000000, 'x') + "</kava>");
-    workspace.makeFolder(QStringLiteral("day"));
+    const QString templatePath =
+        workspace.write(templateElsewhere, "<kava>" + QByteArray(4000000, 'x') + "</kava>");
+    workspace.makeFolder("day");
     QProcess process;
     process.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--write"), kind, templatePath,
                                                             workspace.path(take), QStringLiteral("3000000")});
@@ -871,7 +850,7 @@ void TestAutopano::outOfMemory()
     QCOMPARE(process.exitStatus(), QProcess::NormalExit);
     QCOMPARE(process.exitCode(), 0);
     QCOMPARE(process.readAllStandardError().trimmed(), line);
-    QCOMPARE(workspace.tree(QStringLiteral("day")).size(), 0);
+    QCOMPARE(workspace.tree("day").size(), 0);
 }
 
 void TestAutopano::theSameBytesInEveryProcess_data()
@@ -895,14 +874,14 @@ void TestAutopano::theSameBytesInEveryProcess()
     QFETCH(QString, project);
 
     const Workspace workspace;
-    const QString templatePath = workspace.write(QStringLiteral("elsewhere/Rig.kava"), rig);
-    workspace.makeFolder(QStringLiteral("day"));
+    const QString templatePath = workspace.write(templateElsewhere, rig);
+    workspace.makeFolder("day");
     QByteArray first;
     for (const char *seed : {"0", "1", "2", "12345", "2147483647", ""}) {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.remove(QStringLiteral("QT_HASH_SEED"));
+        environment.remove("QT_HASH_SEED");
         if (*seed != '\0')
-            environment.insert(QStringLiteral("QT_HASH_SEED"), QString::fromLatin1(seed));
+            environment.insert("QT_HASH_SEED", QString::fromLatin1(seed));
         QProcess process;
         process.setProcessEnvironment(environment);
         process.start(QCoreApplication::applicationFilePath(),
@@ -930,34 +909,31 @@ void TestAutopano::threeCardsAtOnce()
 {
     QFETCH(bool, fromElsewhere);
 
-    const QStringList videos = cameraNames(QStringLiteral("A_cam%1.MOV"));
+    const QStringList videos = cameraNames("A_cam%1.MOV");
     const QStringList expectedVideo =
         listed(expectedProject(rig, videos, QStringLiteral("A_rendered.kava"), settings()));
     for (int round = 0; round < 20; ++round) {
         const Workspace workspace;
-        const QString templatePath =
-            workspace.write(fromElsewhere ? QStringLiteral("elsewhere/Rig.kava") : folderTemplate, rig);
+        const QString templatePath = workspace.write(fromElsewhere ? templateElsewhere : folderTemplate, rig);
         workspace.makeFolder(templatesFolder);
-        workspace.makeFolder(QStringLiteral("day"));
+        workspace.makeFolder("day");
         const MessageLog log;
         std::vector<std::thread> cards;
         for (int card = 1; card <= 3; ++card) {
             cards.emplace_back([&workspace, templatePath, card] {
-                Autopano::createKava(card, templatePath, workspace.path(QStringLiteral("day/A.MOV")), {},
-                                     settings());
-                Autopano::createPano(card, templatePath, workspace.path(QStringLiteral("day/A.JPG")), {},
-                                     settings());
+                Autopano::createKava(card, templatePath, workspace.path("day/A.MOV"), {}, settings());
+                Autopano::createPano(card, templatePath, workspace.path("day/A.JPG"), {}, settings());
             });
         }
         for (std::thread &card : cards)
             card.join();
 
-        const QByteArray project = workspace.read(QStringLiteral("day/A_autopano.kava"));
+        const QByteArray project = workspace.read("day/A_autopano.kava");
         QCOMPARE(listed(readXml(project)), expectedVideo);
-        QVERIFY(workspace.read(QStringLiteral("day/A_giga.JPG.pano")).endsWith("</pano>\n"));
+        QVERIFY(workspace.read("day/A_giga.JPG.pano").endsWith("</pano>\n"));
         QVERIFY(workspace.read(gigaTemplate).endsWith("</pano>\n"));
         QCOMPARE(workspace.read(folderTemplate), fromElsewhere ? project : rig);
-        QCOMPARE(workspace.tree(QStringLiteral("day")).size(), 2);
+        QCOMPARE(workspace.tree("day").size(), 2);
         QCOMPARE(workspace.tree(templatesFolder).size(), 2);
         const QStringList lines = logged();
         for (const char *file : {"day/A_autopano.kava", "day/A_giga.JPG.pano", "app/templates/Rig.pano"}) {
@@ -970,19 +946,30 @@ void TestAutopano::threeCardsAtOnce()
 
 void TestAutopano::aTemplateThatChangesDuringTheImport()
 {
-    const Workspace workspace;
-    workspace.makeFolder(QStringLiteral("day"));
-    const MessageLog log;
+    const Takes workspace;
     Autopano writer;
-    const QStringList texts = {"<kava><pano a=\"1\"/></kava>", "<kava>", "<kava><pano a=\"2\"/></kava>"};
+    const QList<QByteArray> texts = {"<kava><pano a=\"1\"/></kava>", "<kava>",
+                                     "<kava><pano a=\"2\"/></kava>"};
     for (int i = 0; i < texts.size(); ++i) {
-        const QString templatePath = workspace.write(folderTemplate, texts.at(i).toUtf8());
-        writer.writePano(1, templatePath, workspace.path(QStringLiteral("day/%1.JPG").arg(i)), {},
+        workspace.write(folderTemplate, texts.at(i));
+        writer.writePano(1, workspace.templatePath, workspace.path(QStringLiteral("day/%1.JPG").arg(i)), {},
                          [] { return settings(); });
     }
-    QCOMPARE(workspace.tree(QStringLiteral("day")).values(),
+    QCOMPARE(workspace.tree("day").values(),
              (QList<QByteArray>{declaration + "<pano a=\"1\"/>\n", declaration,
                                 declaration + "<pano a=\"2\"/>\n"}));
+}
+
+void TestAutopano::settingsThatChangeDuringTheImport()
+{
+    const Takes workspace("<kava><pano><images><image><camera yaw=\"7\"/></image></images></pano></kava>");
+    Autopano writer;
+    for (const char *overwrite : {"1", "0"})
+        writer.writePano(1, workspace.templatePath,
+                         workspace.path(QStringLiteral("day/%1.JPG").arg(overwrite)), {},
+                         [overwrite] { return settings(overwrite); });
+    QVERIFY(!workspace.read("day/1_giga.JPG.pano").contains("yaw=\"7\""));
+    QVERIFY(workspace.read("day/0_giga.JPG.pano").contains("<camera yaw=\"7\"/>"));
 }
 
 void TestAutopano::aLargeTemplate_data()
@@ -1003,16 +990,12 @@ void TestAutopano::aLargeTemplate()
     QFETCH(int, count);
     QFETCH(QByteArray, left);
 
-    const Workspace workspace;
-    const QString templatePath = workspace.write(
-        folderTemplate, "<kava><pano><images/>" + element.repeated(count) + "</pano><output/></kava>");
-    workspace.makeFolder(QStringLiteral("day"));
-    const MessageLog log;
+    const Takes workspace("<kava><pano><images/>" + element.repeated(count) + "</pano><output/></kava>");
     QElapsedTimer clock;
     clock.start();
-    Autopano::createKava(1, templatePath, workspace.path(QStringLiteral("day/A.MOV")), {}, settings());
+    workspace.writeVideo();
     QVERIFY2(clock.elapsed() < 60000, qPrintable(QString::number(clock.elapsed())));
-    const QByteArray project = workspace.read(QStringLiteral("day/A_autopano.kava"));
+    const QByteArray project = workspace.read("day/A_autopano.kava");
     QCOMPARE(project.count(left), count);
     QVERIFY(!project.contains("<thumbnail"));
     QVERIFY(!project.contains("<match"));
