@@ -5,7 +5,6 @@ import http.server
 import json
 import os
 import threading
-import xml.etree.ElementTree as ET
 
 from kit import expected, recordings, testing
 from kit.popups import Popup, press_key
@@ -74,8 +73,7 @@ class Angles(testing.WindowTest):
         if service:
             self.addCleanup(service.close)
             settings["CalibrationUrl"] = service.address()
-        lines = ["[General]"] + ["{}={}".format(key, value) for key, value in settings.items()]
-        recordings.write(self.program.support, "Kelpora360.ini", "\n".join(lines + [""]).encode())
+        self.write_settings(settings)
         self.window = self.start()
         return self.change()
 
@@ -253,30 +251,18 @@ class Angles(testing.WindowTest):
         message.wait_closed()
 
     def prepare_import(self):
-        self.cards = self.insert_cards()
-        for card, folder in self.cards.items():
-            recordings.fill(folder, card)
-        for name in ("Rig.kava", "Rig.jpg"):
-            recordings.write(self.program.templates, name, self.sample(name))
+        self.cards = self.insert_filled_cards()
+        self.write_templates()
 
     def check_import(self, settings):
         """Every camera of every project has the angles of the settings."""
-        angles = expected.angles_of(settings)
-        if settings["RadiansAngles"] == "1":
-            for camera in angles.values():
-                for name in ("yaw", "pitch", "roll"):
-                    camera[name] = str(float(camera[name]) * 0.01745329238474369)
-        wanted = expected.Destination(self.sample("Rig.kava"), self.sample("Rig.jpg"), angles)
+        wanted = expected.Destination(self.sample("Rig.kava"), self.sample("Rig.jpg"), expected.angles_of(settings))
         wanted.add_import(self.cards)
         self.window.press("Copy Files")
         self.summaries(self.window)
         self.window.wait_bright("Exit")
-        found = {name: text for name, text in recordings.tree(self.destination).items()
-                 if name.endswith((".kava", ".pano"))}
-        self.assertEqual(sorted(found), sorted(wanted.projects))
-        self.assertTrue(any(name.endswith(".kava") for name in found))
-        for name, text in found.items():
-            self.assertEqual(expected.canonical(ET.fromstring(text)), expected.canonical(wanted.projects[name]), name)
+        self.check_projects(recordings.tree(self.destination), wanted)
+        self.assertTrue(any(name.endswith(".kava") for name in wanted.projects))
         self.assertEqual(self.exit(self.window), 0)
 
 

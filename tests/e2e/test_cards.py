@@ -8,17 +8,10 @@ import subprocess
 import time
 
 from kit import recordings, session, testing
-
-
-def entry(folder):
-    """A card without a label of its own is named after its path."""
-    return "{0} ({0})".format(folder)
+from kit.testing import entry
 
 
 class Cards(testing.WindowTest):
-    def choices(self, window):
-        return [window.choice("Card {}".format(card)) for card in (1, 2, 3)]
-
     def skip_unless_mounted(self):
         if not session.mounted():
             self.skipTest("This machine forbids mounts")

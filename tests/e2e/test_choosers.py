@@ -3,18 +3,14 @@
 so that the dialogs are the same on every machine."""
 
 import os
-import xml.etree.ElementTree as ET
 
 from kit import expected, recordings, testing
 from kit.popups import FileDialog
+from kit.testing import entry
 
 SOURCE = "Choose a directory"
 DESTINATION = "Choose the target directory"
 TEMPLATE = "Select a stitching template"
-
-
-def entry(folder):
-    return "{0} ({0})".format(folder)
 
 
 class Choosers(testing.WindowTest):
@@ -47,7 +43,6 @@ class Choosers(testing.WindowTest):
         self.summaries(window)
         self.assertEqual(recordings.tree(chosen)["CLIP0001_cam1.MOV"], b"clip")
         self.assertEqual(recordings.tree(self.destination), {})
-        window.wait_bright("Exit")
         self.assertEqual(self.exit(window), 0)
 
     def test_a_dialog_can_be_cancelled_and_opened_again(self):
@@ -72,14 +67,12 @@ class Choosers(testing.WindowTest):
         self.choose(window, "Card 3 ...", SOURCE, other)
         self.wait_choices(window, [entry(backup), entry(cards[2]), entry(other)])
         wanted = expected.Destination()
-        counts = wanted.add_import({1: backup, 2: cards[2], 3: other})
+        summaries = wanted.add_import({1: backup, 2: cards[2], 3: other})
         window.press("Copy Files")
-        self.assertEqual(self.summaries(window),
-                         ["Copied {}/{} videos and {}/{} photos.".format(*counts[card]) for card in (1, 2, 3)])
+        self.assertEqual(self.summaries(window), summaries)
         found = recordings.tree(self.destination)
         found.pop("Kelpora360.log", None)
-        self.assertEqual(sorted(found), sorted(wanted.files))
-        self.assertEqual([name for name in found if found[name] != wanted.files[name]], [])
+        self.assert_same(found, wanted.files)
         window.wait_bright("Exit")
         window.press("Refresh Cards")
         self.wait_choices(window, [entry(cards[card]) for card in (1, 2, 3)])
@@ -93,36 +86,30 @@ class Choosers(testing.WindowTest):
         self.wait_choices(window, [entry(chosen), entry(cards[2]), entry(chosen)])
 
     def test_a_chosen_template_is_used(self):
-        cards = self.insert_cards()
-        for card, folder in cards.items():
-            recordings.fill(folder, card)
+        cards = self.insert_filled_cards()
         recordings.write(self.program.templates, "Installed.kava", self.sample("Rig.kava"))
         mine = self.new_folder("my templates")
         template = self.sample("Rig.kava").replace(b'name="', b'name="mine ')
-        for name, data in (("Mine.kava", template), ("Mine.jpg", self.sample("Rig.jpg"))):
-            recordings.write(mine, name, data)
+        recordings.write(mine, "Mine.kava", template)
+        recordings.write(mine, "Mine.jpg", self.sample("Rig.jpg"))
         window = self.start()
         self.wait_template(window, "Installed")
         path = os.path.join(mine, "Mine.kava")
         self.choose(window, "Template ...", TEMPLATE, path)
         self.wait_template(window, path)
-        angles = {camera: {"yaw": "-0", "pitch": "0", "roll": "-90", "offset_x": "-20", "offset_y": "0"}
-                  for camera in (1, 2, 3)}
-        wanted = expected.Destination(template, self.sample("Rig.jpg"), angles)
+        wanted = expected.Destination(template, self.sample("Rig.jpg"), expected.DEFAULT_ANGLES)
         wanted.add_import(cards)
         window.press("Copy Files")
         self.summaries(window)
         window.wait_bright("Exit")
-        found = recordings.tree(self.destination)
-        for name, project in wanted.projects.items():
-            self.assertEqual(expected.canonical(ET.fromstring(found[name])), expected.canonical(project), name)
+        self.check_projects(recordings.tree(self.destination), wanted)
         # An import leaves a template that was chosen elsewhere in the templates folder.
         window.press("Refresh Templates")
         self.wait_template(window, "Mine")
 
     def test_a_chosen_template_goes_when_the_list_is_read_again(self):
         recordings.write(self.program.templates, "Installed.kava", self.sample("Rig.kava"))
-        path = os.path.join(self.new_folder("my templates"), "Mine.kava")
+        path = os.path.join(self.folder, "my templates", "Mine.kava")
         recordings.write(os.path.dirname(path), "Mine.kava", self.sample("Rig.kava"))
         window = self.start()
         self.choose(window, "Template ...", TEMPLATE, path)

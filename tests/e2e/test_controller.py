@@ -146,15 +146,8 @@ class ControllerTest(testing.WindowTest):
     def erase(self):
         self.window.turn_to("Copy Data")
         self.window.press("Erase Memory")
-        self.wait_until(lambda: self.popup_button("Erase"), 5, "the question")
         self.finish("Data", "Erase", "Success. Memory erased.", ERASE)
         self.finish("Data", "Copy Data", "No records available.", DOWNLOAD[:2])
-
-    def popup_button(self, name):
-        try:
-            return self.window.find("push button", name)
-        except LookupError:
-            return None
 
     def turn_off(self):
         self.assertEqual(self.exit(self.window), 0)
@@ -211,7 +204,6 @@ class Jobs(ControllerTest):
         window = self.begin()
         window.turn_to("Copy Data")
         window.press("Erase Memory")
-        self.wait_until(lambda: self.popup_button("Cancel"), 5, "the question")
         window.press("Cancel")
         self.finish("Data", "Copy Data", "Wrote {} records to 2 files in {}".format(len(DIVES), self.destination),
                     DOWNLOAD)
@@ -278,7 +270,6 @@ class Trouble(ControllerTest):
         window = self.begin("--mute")
         window.turn_to("Copy Data")
         window.press("Erase Memory")
-        self.wait_until(lambda: self.popup_button("Erase"), 5, "the question")
         self.finish("Data", "Erase", "Error erasing memory: Communication error. Please try again.", ERASE)
 
     def check_close(self, bound, sent=OFF):
@@ -312,7 +303,6 @@ class Trouble(ControllerTest):
         window = self.begin("--mute")
         window.turn_to("Copy Data")
         window.press("Erase Memory")
-        self.wait_until(lambda: self.popup_button("Erase"), 5, "the question")
         window.press("Erase")
         self.wait_until(lambda: self.rig.sent() == ERASE, 5, "a running job")
         self.expected = ERASE[:]

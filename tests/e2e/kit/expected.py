@@ -10,6 +10,9 @@ _VIDEO = ".MOV"
 _PHOTOS = (".DNG", ".JPG")
 _ENCODING = {"presets": "4;", "quality": "1;", "profile": "2;", "framerateMode": "0;",
              "vbitrate": "100000000", "abitrate": "160000"}
+# What a first run's settings give.
+DEFAULT_ANGLES = {camera: {"yaw": "-0", "pitch": "0", "roll": "-90", "offset_x": "-20", "offset_y": "0"}
+                  for camera in (1, 2, 3)}
 _ANGLES = {"yaw": "Yaw", "pitch": "Pitch", "roll": "Roll", "offset_x": "OffsetX", "offset_y": "OffsetY"}
 
 
@@ -25,16 +28,16 @@ class Destination:
         self.angles = angles
 
     def add_import(self, cards, project=""):
-        """One more import of `cards` (number, folder). Returns the four counts of each card's summary."""
+        """One more import of `cards` (number, folder). Returns the cards' summaries."""
         before = set(self.files)
-        counts = {}
+        summaries = []
         for card, folder in cards.items():
             found = _recordings(folder)
             for name, data in found.items():
                 self._add(card, name, data, project, before)
             videos = sum(name.endswith(_VIDEO) for name in found)
-            counts[card] = (videos, videos, len(found) - videos, len(found) - videos)
-        return counts
+            summaries.append("Copied {0}/{0} videos and {1}/{1} photos.".format(videos, len(found) - videos))
+        return summaries
 
     def _add(self, card, name, data, project, before):
         extension = next(ending for ending in (_VIDEO,) + _PHOTOS if name.endswith(ending))
@@ -88,9 +91,13 @@ class Destination:
 
 
 def angles_of(settings):
-    """The angles as the settings (key, text) hold them, for Destination."""
-    return {camera: {attribute: settings["Camera{}{}".format(camera, key)] for attribute, key in _ANGLES.items()}
-            for camera in (1, 2, 3)}
+    """The angles as the settings (key, text) give them, for Destination."""
+    angles = {camera: {attribute: settings["Camera{}{}".format(camera, key)] for attribute, key in _ANGLES.items()}
+              for camera in (1, 2, 3)}
+    if settings["RadiansAngles"] == "1":
+        for camera in angles.values():
+            camera.update({name: str(float(camera[name]) * 0.01745329238474369) for name in ("yaw", "pitch", "roll")})
+    return angles
 
 
 def canonical(element):

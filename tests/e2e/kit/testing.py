@@ -6,12 +6,18 @@ import shutil
 import sys
 import tempfile
 import unittest
+import xml.etree.ElementTree as ET
 
-from . import session
+from . import expected, recordings, session
 
 SAMPLES = os.path.join(os.path.dirname(__file__), "..", "..", "data", "sample")
 
 _SUMMARY = re.compile(r"Copied (\d+)/(\d+) videos and (\d+)/(\d+) photos\.$")
+
+
+def entry(folder):
+    """How a drop-down names a card without a label of its own."""
+    return "{0} ({0})".format(folder)
 
 
 def closing_bound():
@@ -47,6 +53,20 @@ class WindowTest(unittest.TestCase):
         """Three empty cards: number, folder."""
         return {card: self.reader.insert("KELPORA360_{}".format(card), size_mib) for card in (1, 2, 3)}
 
+    def insert_filled_cards(self):
+        cards = self.insert_cards()
+        for card, folder in cards.items():
+            recordings.fill(folder, card)
+        return cards
+
+    def write_templates(self):
+        for name in ("Rig.kava", "Rig.jpg"):
+            recordings.write(self.program.templates, name, self.sample(name))
+
+    def write_settings(self, settings):
+        lines = ["[General]"] + ["{}={}".format(key, value) for key, value in settings.items()]
+        recordings.write(self.program.support, "Kelpora360.ini", "\n".join(lines + [""]).encode())
+
     def start(self, project=""):
         window = self.program.start()
         window.type("Folder", self.destination)
@@ -76,12 +96,26 @@ class WindowTest(unittest.TestCase):
             return texts if all(text.startswith("Error") or _SUMMARY.match(text) for text in texts) else None
         return self.wait_until(ended, seconds, "the end of the import")
 
+    def check_projects(self, found, destination):
+        """Compares the projects among the files `found` (name, content) with those of `destination`."""
+        projects = {name: text for name, text in found.items() if name.endswith((".kava", ".pano"))}
+        self.assertEqual(sorted(projects), sorted(destination.projects))
+        for name, text in projects.items():
+            with self.subTest(project=name):
+                self.assertEqual(expected.canonical(ET.fromstring(text)),
+                                 expected.canonical(destination.projects[name]))
+
+    def assert_same(self, found, wanted):
+        self.assertEqual(sorted(found), sorted(wanted))
+        self.assertEqual([name for name in wanted if found[name] != wanted[name]], [], "the content differs")
+
     def sample(self, name):
         with open(os.path.join(SAMPLES, name), "rb") as file:
             return file.read()
 
     def exit(self, window):
-        """Presses "Exit" and returns the exit code."""
+        """Presses "Exit" as soon as that is possible, and returns the exit code."""
+        window.wait_bright("Exit")
         window.press("Exit")
         code = self.program.wait(30)
         if code != 0:
