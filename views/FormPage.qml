@@ -3,16 +3,16 @@ import QtQuick.Controls 2.15
 import QtQuick.Layouts 1.15
 
 /// A page of rows on a grid of six equal columns. Its title is what screen readers call it.
-Page {
+Pane {
     id: root
 
+    property string title: ""
     default property alias rows: grid.data
 
     // A page that stands beside the window is no stop for the keyboard.
     visible: !SwipeView.view || Math.abs(x - SwipeView.view.contentItem.contentX) < width - 1
     // The window gives the page its size; rows that asked for theirs would go round in a circle.
     implicitWidth: 0
-    Accessible.role: Accessible.Pane
     Accessible.name: root.title
     padding: 20
     topPadding: 12

@@ -552,7 +552,7 @@ void TestLooks::otherRenderersDrawTheSame()
     QProcess other;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     const QString renderer = QStringLiteral("QT_QUICK_BACKEND");
-    if (environment.contains(renderer))
+    if (environment.value(renderer) == QLatin1String("software"))
         environment.remove(renderer);
     else
         environment.insert(renderer, QStringLiteral("software"));

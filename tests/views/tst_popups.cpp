@@ -26,21 +26,19 @@ private slots:
     void textsAreShownAsTheyAreWritten();
     void enterPressesTheButton_data();
     void enterPressesTheButton();
+    void aClickRightAfterAJobIsTaken_data();
+    void aClickRightAfterAJobIsTaken();
+    void boxesBeginChecked_data();
+    void boxesBeginChecked();
 
 private:
     static bool open(const View &view, const QString &popup);
-    static QQuickItem *contentOf(const View &view, const QString &popup);
 };
 
 bool TestPopups::open(const View &view, const QString &popup)
 {
     QMetaObject::invokeMethod(view.object(popup), "open");
     return QTest::qWaitFor([&] { return view.property(popup, "opened").toBool(); });
-}
-
-QQuickItem *TestPopups::contentOf(const View &view, const QString &popup)
-{
-    return view.property(popup, "contentItem").value<QQuickItem *>();
 }
 
 void TestPopups::theMessage()
@@ -55,7 +53,7 @@ void TestPopups::theMessage()
     QCOMPARE(view.property(popup, "modal").toBool(), true);
     QCOMPARE(view.property(popup, "x").toDouble(), 100.0);
     QCOMPARE(view.property(popup, "y").toDouble(), 100.0);
-    QCOMPARE(texts(textItems(contentOf(view, popup))), (QStringList{"Info", "Something happened.", "Ok"}));
+    QCOMPARE(texts(textItems(view.contentOf(popup))), (QStringList{"Info", "Something happened.", "Ok"}));
     QCOMPARE(view.property(QStringLiteral("messageText"), "text").toString(),
              QStringLiteral("Something happened."));
 }
@@ -81,7 +79,7 @@ void TestPopups::theMessageCloses()
     else if (by == QLatin1String("outside"))
         QTest::mouseClick(view.window(), Qt::LeftButton, Qt::NoModifier, outside);
     else
-        view.click(textItems(contentOf(view, popup)).last());
+        view.click(textItems(view.contentOf(popup)).last());
     QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
 }
 
@@ -96,7 +94,7 @@ void TestPopups::theWait()
     QCOMPARE(view.property(popup, "modal").toBool(), true);
     QCOMPARE(view.property(popup, "x").toDouble(), 100.0);
     QCOMPARE(view.property(popup, "y").toDouble(), 100.0);
-    QCOMPARE(texts(textItems(contentOf(view, popup))), (QStringList{"Please wait ...", ""}));
+    QCOMPARE(texts(textItems(view.contentOf(popup))), (QStringList{"Please wait ...", ""}));
     view.object(popup)->setProperty("text", "Half of it is done.");
     QCOMPARE(view.property(QStringLiteral("waitText"), "text").toString(),
              QStringLiteral("Half of it is done."));
@@ -168,7 +166,7 @@ void TestPopups::longTextsStayInTheWindow()
     QVERIFY(open(view, popup));
     for (const int lines : {1, 500}) {
         view.object(popup)->setProperty("text", QStringLiteral("Writing a page ... done.\n").repeated(lines));
-        const QQuickItem *content = contentOf(view, popup);
+        const QQuickItem *content = view.contentOf(popup);
         QTRY_VERIFY(content->mapToScene(QPointF(0, content->height())).y() < view.window()->height());
         const QQuickItem *text = view.item(label);
         const QQuickItem *shown = text->parentItem()->parentItem();
@@ -208,6 +206,58 @@ void TestPopups::enterPressesTheButton()
         QVERIFY(open(view, QLatin1String(popup)));
         QTest::keyClick(view.window(), static_cast<Qt::Key>(key));
         QTRY_COMPARE(view.property(QLatin1String(popup), "visible").toBool(), false);
+    }
+}
+
+void TestPopups::aClickRightAfterAJobIsTaken_data()
+{
+    QTest::addColumn<bool>("read");
+    QTest::newRow("a final report") << false;
+    QTest::newRow("settings that were read") << true;
+}
+
+void TestPopups::aClickRightAfterAJobIsTaken()
+{
+    QFETCH(bool, read);
+    ScriptedController controller;
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    QVERIFY(view.showPage(2));
+    view.call("updateCameraSettingsProgress", 0, 2, 1, QStringLiteral("Connecting ..."));
+    QTRY_VERIFY(view.isOpen(QStringLiteral("waitPopup")));
+    controller.asked.clear();
+    if (read)
+        view.call("updateCameraSettings", "1.24", "50 %", "2019-02-21 22:46:44", 0, 2.0, 20.0, 45.0, 30);
+    else
+        view.call("updateCameraSettingsProgress", 0, 2, 2, QStringLiteral("Done."));
+    view.click(QStringLiteral("refreshDevicesSettingsButton"));
+    QCOMPARE(controller.asked, QStringList{"getDevices"});
+}
+
+void TestPopups::boxesBeginChecked_data()
+{
+    QTest::addColumn<QString>("popup");
+    QTest::addColumn<QStringList>("boxes");
+    QTest::newRow("erase cards") << "eraseCardsPopup" << QStringList{"eraseCardsBox", "syncConfigBox"};
+    QTest::newRow("erase memory") << "eraseMemoryPopup" << QStringList{"eraseMemoryBox"};
+}
+
+void TestPopups::boxesBeginChecked()
+{
+    QFETCH(QString, popup);
+    QFETCH(QStringList, boxes);
+    ScriptedController controller;
+    const View view(&controller);
+    QVERIFY(view.isShown());
+    for (int time = 0; time < 2; ++time) {
+        QVERIFY(open(view, popup));
+        for (const QString &box : boxes) {
+            QCOMPARE(view.property(box, "checked").toBool(), true);
+            view.click(box);
+            QCOMPARE(view.property(box, "checked").toBool(), false);
+        }
+        view.click(popup + QStringLiteral("CancelButton"));
+        QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
     }
 }
 

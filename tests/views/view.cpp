@@ -136,7 +136,7 @@ QQuickItem *View::page(int index) const
     static const QStringList known = {QStringLiteral("card1Combo"), QStringLiteral("devicesComboData"),
                                       QStringLiteral("devicesComboSettings")};
     QQuickItem *found = item(known.at(index));
-    while (!found->inherits("QQuickPage"))
+    while (!found->inherits("QQuickPane"))
         found = found->parentItem();
     return found;
 }
