@@ -112,10 +112,9 @@ void TestLog::levels()
     const Workspace workspace;
     const QDateTime before = QDateTime::currentDateTime();
     handle(workspace, QtMsgType(type), QStringLiteral("abc"));
-    const QDateTime after = QDateTime::currentDateTime();
 
     const QByteArray echo = workspace.read(echoFile);
-    QVERIFY2(stampedBetween(echo, before, after), echo.constData());
+    QVERIFY2(stampedBetween(echo, before, QDateTime::currentDateTime()), echo.constData());
     QCOMPARE(echo.mid(stampLength), " " + level + ": abc\n");
     QCOMPARE(workspace.read(logFile), "Logfile path:\n" + echo);
 }
@@ -276,30 +275,30 @@ void TestLog::environment()
     const MessageLog log;
     logEnvironment(QStringLiteral("Kelpora 360"), QStringLiteral("1.8.0"), screen);
     const QStringList expected = {
-        QStringLiteral("info: AppName: \"Kelpora 360\""),
-        QStringLiteral("info: AppVersion: \"1.8.0\""),
-        QStringLiteral("info: AppExecutable: \"/opt/kelpora360\""),
-        QStringLiteral("info: AppDirectory: \"/opt\""),
+        "info: AppName: \"Kelpora 360\"",
+        "info: AppVersion: \"1.8.0\"",
+        "info: AppExecutable: \"/opt/kelpora360\"",
+        "info: AppDirectory: \"/opt\"",
         QStringLiteral("info: WorkingDirectory: \"%1\"").arg(QDir::currentPath()),
         QStringLiteral("info: CpuArchitecture: \"%1\"").arg(QSysInfo::currentCpuArchitecture()),
         QStringLiteral("info: KernelType: \"%1\"").arg(QSysInfo::kernelType()),
         QStringLiteral("info: KernelVersion: \"%1\"").arg(QSysInfo::kernelVersion()),
         QStringLiteral("info: OperatingSystem: \"%1\" \"%2\"")
             .arg(QSysInfo::productType(), QSysInfo::productVersion()),
-        QStringLiteral("info: PhysicalSizeHeight: 1.5"),
-        QStringLiteral("info: PhysicalDpi: 2.25"),
-        QStringLiteral("info: LogicalDpi: 3.75"),
-        QStringLiteral("info: SizeHeight: 4"),
-        QStringLiteral("info: GeometryHeight: 5"),
-        QStringLiteral("info: AvailableSizeHeight: 6"),
-        QStringLiteral("info: AvailableGeometryHeight: 7"),
-        QStringLiteral("info: AvailableVirtualGeometryHeight: 8"),
-        QStringLiteral("info: AvailableVirtualSizeHeight: 9"),
-        QStringLiteral("info: VirtualGeometryHeight: 10"),
-        QStringLiteral("info: VirtualSizeHeight: 11"),
-        QStringLiteral("info: CalculatedScaleFactor: 0"),
-        QStringLiteral("info: SettingsScaleFactor: 2.5"),
-        QStringLiteral("info: ScaleFactor: 1"),
+        "info: PhysicalSizeHeight: 1.5",
+        "info: PhysicalDpi: 2.25",
+        "info: LogicalDpi: 3.75",
+        "info: SizeHeight: 4",
+        "info: GeometryHeight: 5",
+        "info: AvailableSizeHeight: 6",
+        "info: AvailableGeometryHeight: 7",
+        "info: AvailableVirtualGeometryHeight: 8",
+        "info: AvailableVirtualSizeHeight: 9",
+        "info: VirtualGeometryHeight: 10",
+        "info: VirtualSizeHeight: 11",
+        "info: CalculatedScaleFactor: 0",
+        "info: SettingsScaleFactor: 2.5",
+        "info: ScaleFactor: 1",
     };
     QCOMPARE(MessageLog::lines(), expected);
 }

@@ -103,20 +103,19 @@ void TestPaths::appPathFromExecutable()
 void TestPaths::relativeExecutable()
 {
     const Workspace workspace;
-    QDir::setCurrent(workspace.makeFolder(QStringLiteral("opt/kelpora")));
+    QDir::setCurrent(workspace.makeFolder("opt/kelpora"));
     setAppPathFromExecutable(QStringLiteral("../kelpora/kelpora360"));
-    QCOMPARE(getAppPath(), workspace.path(QStringLiteral("opt/kelpora")));
+    QCOMPARE(getAppPath(), workspace.path("opt/kelpora"));
     setAppPathFromExecutable(QStringLiteral("kelpora360"));
-    QCOMPARE(getAppPath(), workspace.path(QStringLiteral("opt/kelpora")));
+    QCOMPARE(getAppPath(), workspace.path("opt/kelpora"));
 }
 
 void TestPaths::aFolderThatIsNotThereIsStoredAllTheSame()
 {
     const Workspace workspace;
     const QString current = QDir::currentPath();
-    setAppPathFromExecutable(
-        workspace.path(QStringLiteral("gone/Kelpora 360.app/Contents/MacOS/Kelpora 360")));
-    QCOMPARE(getAppPath(), workspace.path(QStringLiteral("gone")));
+    setAppPathFromExecutable(workspace.path("gone/Kelpora 360.app/Contents/MacOS/Kelpora 360"));
+    QCOMPARE(getAppPath(), workspace.path("gone"));
     QCOMPARE(QDir::currentPath(), current);
 }
 
@@ -140,28 +139,18 @@ void TestPaths::supportPath_data()
     QTest::addColumn<QString>("applicationName");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("a folder named after the executable is dropped") << "data"
-                                                                    << "Kelpora360"
-                                                                    << "data/Kelpora 360";
-    QTest::newRow("a folder of the application's name is kept") << "data"
-                                                                << "Kelpora 360"
-                                                                << "data/Kelpora 360";
-    QTest::newRow("any other folder gets the application's folder") << "data"
-                                                                    << "other"
-                                                                    << "data/other/Kelpora 360";
-    QTest::newRow("the executable's name is case-sensitive") << "data"
-                                                             << "kelpora360"
-                                                             << "data/kelpora360/Kelpora 360";
-    QTest::newRow("the executable's name anywhere in the path drops a level")
-        << "Kelpora360 data"
-        << "other"
-        << "Kelpora360 data/Kelpora 360";
-    QTest::newRow("the application's name anywhere in the path will do") << "Kelpora 360 data"
-                                                                         << "other"
-                                                                         << "Kelpora 360 data/other";
-    QTest::newRow("missing parents are made") << "a/b/c"
-                                              << "Kelpora 360"
-                                              << "a/b/c/Kelpora 360";
+    const auto row = [](const char *title, const char *dataFolder, const char *name, const char *expected) {
+        QTest::newRow(title) << QString(dataFolder) << QString(name) << QString(expected);
+    };
+    row("a folder named after the executable is dropped", "data", "Kelpora360", "data/Kelpora 360");
+    row("a folder of the application's name is kept", "data", "Kelpora 360", "data/Kelpora 360");
+    row("any other folder gets the application's folder", "data", "other", "data/other/Kelpora 360");
+    row("the executable's name is case-sensitive", "data", "kelpora360", "data/kelpora360/Kelpora 360");
+    row("the executable's name anywhere in the path drops a level", "Kelpora360 data", "other",
+        "Kelpora360 data/Kelpora 360");
+    row("the application's name anywhere in the path will do", "Kelpora 360 data", "other",
+        "Kelpora 360 data/other");
+    row("missing parents are made", "a/b/c", "Kelpora 360", "a/b/c/Kelpora 360");
 }
 
 void TestPaths::supportPath()
@@ -192,16 +181,16 @@ void TestPaths::supportFolderIsMadeAgain()
 void TestPaths::supportFolderThatCannotBeMade()
 {
     const Workspace workspace;
-    qputenv("XDG_DATA_HOME", QFile::encodeName(workspace.write(QStringLiteral("a file"), "x")));
+    qputenv("XDG_DATA_HOME", QFile::encodeName(workspace.write("a file", "x")));
     applicationSupportPath.clear();
-    QDir::setCurrent(workspace.path(QStringLiteral("app")));
+    QDir::setCurrent(workspace.path("app"));
 
     QCOMPARE(getApplicationSupportPath(), QString());
     QCOMPARE(applicationSupportPath, QString());
-    QCOMPARE(getIniFilePath(), workspace.path(QStringLiteral("app/Kelpora360.ini")));
-    QCOMPARE(getLogFilePath(), workspace.path(QStringLiteral("app/Kelpora360.log")));
-    QCOMPARE(workspace.read(QStringLiteral("app/Kelpora360.log")), QByteArray("Logfile path:\n"));
-    QCOMPARE(workspace.read(QStringLiteral("a file")), QByteArray("x"));
+    QCOMPARE(getIniFilePath(), workspace.path("app/Kelpora360.ini"));
+    QCOMPARE(getLogFilePath(), workspace.path("app/Kelpora360.log"));
+    QCOMPARE(workspace.read("app/Kelpora360.log"), QByteArray("Logfile path:\n"));
+    QCOMPARE(workspace.read("a file"), QByteArray("x"));
 }
 
 void TestPaths::supportPathKeptWhenTheNextCannotBeMade()
@@ -209,7 +198,7 @@ void TestPaths::supportPathKeptWhenTheNextCannotBeMade()
     const Workspace workspace;
     const QString before = getApplicationSupportPath();
     QVERIFY(!before.isEmpty());
-    qputenv("XDG_DATA_HOME", QFile::encodeName(workspace.write(QStringLiteral("a file"), "x")));
+    qputenv("XDG_DATA_HOME", QFile::encodeName(workspace.write("a file", "x")));
     QCOMPARE(getApplicationSupportPath(), before);
 }
 
@@ -224,7 +213,7 @@ void TestPaths::settingsPathIsComputedOnce()
     QVERIFY(QDir(folder).removeRecursively());
     QCOMPARE(getIniFilePath(), first);
     QVERIFY2(!QDir(folder).exists(), "the second call looked the support folder up again");
-    qputenv("XDG_DATA_HOME", QFile::encodeName(workspace.path(QStringLiteral("elsewhere"))));
+    qputenv("XDG_DATA_HOME", QFile::encodeName(workspace.path("elsewhere")));
     QCOMPARE(getIniFilePath(), first);
 }
 
@@ -260,25 +249,25 @@ void TestPaths::templates()
     QCOMPARE(templatesPath, workspace.path(expected));
     QCOMPARE(MessageLog::lines(),
              QStringList{QStringLiteral("info: Template dir: \"%1\"").arg(workspace.path(expected))});
-    QCOMPARE(QFileInfo(workspace.path(QStringLiteral("data/Kelpora 360/templates"))).exists(), false);
+    QCOMPARE(QFileInfo(workspace.path("data/Kelpora 360/templates")).exists(), false);
 }
 
 void TestPaths::templatesOfBoth()
 {
     const Workspace workspace;
-    workspace.makeFolder(QStringLiteral("data/Kelpora 360/templates"));
-    const QString beside = workspace.makeFolder(QStringLiteral("app/templates"));
+    workspace.makeFolder("data/Kelpora 360/templates");
+    const QString beside = workspace.makeFolder("app/templates");
     QCOMPARE(getTemplateDir(), beside);
 }
 
 void TestPaths::templatesAreLookedUpAtEveryCall()
 {
     const Workspace workspace;
-    QCOMPARE(getTemplateDir(), workspace.path(QStringLiteral("data/Kelpora 360/templates")));
-    const QString beside = workspace.makeFolder(QStringLiteral("app/templates"));
+    QCOMPARE(getTemplateDir(), workspace.path("data/Kelpora 360/templates"));
+    const QString beside = workspace.makeFolder("app/templates");
     QCOMPARE(getTemplateDir(), beside);
     QVERIFY(QDir().rmdir(beside));
-    QCOMPARE(getTemplateDir(), workspace.path(QStringLiteral("data/Kelpora 360/templates")));
+    QCOMPARE(getTemplateDir(), workspace.path("data/Kelpora 360/templates"));
 }
 
 void TestPaths::logPathTellsEachCallInTheFile()
@@ -299,7 +288,7 @@ void TestPaths::logPathTellsEachCallInTheFile()
 void TestPaths::logPathOfAFileThatCannotBeOpened()
 {
     const Workspace workspace;
-    const QString folder = workspace.makeFolder(QStringLiteral("data/Kelpora 360/Kelpora360.log"));
+    const QString folder = workspace.makeFolder("data/Kelpora 360/Kelpora360.log");
     QCOMPARE(getLogFilePath(), folder);
     QVERIFY(QFileInfo(folder).isDir());
 }
@@ -308,8 +297,8 @@ void TestPaths::logPathFollowsTheSupportFolder()
 {
     const Workspace workspace;
     getLogFilePath();
-    qputenv("XDG_DATA_HOME", QFile::encodeName(workspace.path(QStringLiteral("elsewhere"))));
-    QCOMPARE(getLogFilePath(), workspace.path(QStringLiteral("elsewhere/Kelpora 360/Kelpora360.log")));
+    qputenv("XDG_DATA_HOME", QFile::encodeName(workspace.path("elsewhere")));
+    QCOMPARE(getLogFilePath(), workspace.path("elsewhere/Kelpora 360/Kelpora360.log"));
 }
 
 void TestPaths::siblingFolders_data()
@@ -319,18 +308,14 @@ void TestPaths::siblingFolders_data()
     QTest::addColumn<QString>("expected");
     QTest::addColumn<QString>("logText");
 
-    QTest::newRow("utilities beside the application") << false << "app/utilities"
-                                                      << "app/utilities"
-                                                      << "Utilities dir:";
-    QTest::newRow("firmware beside the application") << true << "app/firmware"
-                                                     << "app/firmware"
-                                                     << "Firmware dir:";
-    QTest::newRow("no utilities: the application folder") << false << "app/firmware"
-                                                          << "app"
-                                                          << "Utilities dir:";
-    QTest::newRow("no firmware: the application folder") << true << "app/utilities"
-                                                         << "app"
-                                                         << "Firmware dir:";
+    const auto row = [](const char *title, bool firmware, const char *made, const char *expected) {
+        QTest::newRow(title) << firmware << QString(made) << QString(expected)
+                             << QString(firmware ? "Firmware dir:" : "Utilities dir:");
+    };
+    row("utilities beside the application", false, "app/utilities", "app/utilities");
+    row("firmware beside the application", true, "app/firmware", "app/firmware");
+    row("no utilities: the application folder", false, "app/firmware", "app");
+    row("no firmware: the application folder", true, "app/utilities", "app");
 }
 
 void TestPaths::siblingFolders()
@@ -351,11 +336,11 @@ void TestPaths::siblingFolders()
 void TestPaths::workersAskWhileOthersDo()
 {
     const Workspace workspace;
-    workspace.makeFolder(QStringLiteral("app/templates"));
+    workspace.makeFolder("app/templates");
     const MessageLog log;
-    const QString templatesBeside = workspace.path(QStringLiteral("app/templates"));
-    const QString logPath = workspace.path(QStringLiteral("data/Kelpora 360/Kelpora360.log"));
-    const QString iniPath = workspace.path(QStringLiteral("data/Kelpora 360/Kelpora360.ini"));
+    const QString templatesBeside = workspace.path("app/templates");
+    const QString logPath = workspace.path("data/Kelpora 360/Kelpora360.log");
+    const QString iniPath = workspace.path("data/Kelpora 360/Kelpora360.ini");
     std::atomic<int> wrong{0};
     std::vector<std::thread> workers;
     constexpr int threads = 4;
@@ -372,7 +357,7 @@ void TestPaths::workersAskWhileOthersDo()
     for (std::thread &worker : workers)
         worker.join();
     QCOMPARE(wrong.load(), 0);
-    QCOMPARE(workspace.read(QStringLiteral("data/Kelpora 360/Kelpora360.log")),
+    QCOMPARE(workspace.read("data/Kelpora 360/Kelpora360.log"),
              QByteArray("Logfile path:\n").repeated(threads * calls));
 }
 
