@@ -102,14 +102,14 @@ private slots:
     void init();
     void switches_data();
     void switches();
-    void theLogOfARun();
-    void theSecondRunsLogHoldsNothingOfTheFirst();
+    void logOfOneRun();
+    void secondRunReplacesTheLog();
     void otherSettingsAreLeftAlone();
     void settingsThatCannotBeWritten();
-    void aLockOnTheSettingsThatNobodyGivesBack();
+    void staleSettingsLock();
     void aBundleFindsItsFolder();
-    void nothingToDrawWith();
-    void theReaderOfStandardErrorLeaves();
+    void noOpenGl();
+    void standardErrorIsClosed();
 };
 
 void TestStartup::init()
@@ -178,7 +178,7 @@ void TestStartup::switches()
     QVERIFY(log.contains("Info: CalculatedScaleFactor: 0"));
 }
 
-void TestStartup::theLogOfARun()
+void TestStartup::logOfOneRun()
 {
     const Workspace workspace;
     QCOMPARE(run(workspace), QString());
@@ -224,7 +224,7 @@ void TestStartup::theLogOfARun()
     QCOMPARE(log.mid(log.size() - end.size()), end);
 }
 
-void TestStartup::theSecondRunsLogHoldsNothingOfTheFirst()
+void TestStartup::secondRunReplacesTheLog()
 {
     const Workspace workspace;
     workspace.write(logFile, "left by an earlier run\n");
@@ -260,7 +260,7 @@ void TestStartup::settingsThatCannotBeWritten()
     QCOMPARE(messages(workspace).last(), QString("Info: Application end"));
 }
 
-void TestStartup::aLockOnTheSettingsThatNobodyGivesBack()
+void TestStartup::staleSettingsLock()
 {
     const Workspace workspace;
     workspace.write(settingsFile, "[General]\nByHand=yes\n");
@@ -292,7 +292,7 @@ void TestStartup::aBundleFindsItsFolder()
         QStringLiteral("Info: WorkingDirectory: \"%1\"").arg(workspace.path(QStringLiteral("Apps")))));
 }
 
-void TestStartup::nothingToDrawWith()
+void TestStartup::noOpenGl()
 {
     // Without a display this platform has no OpenGL.
     const Workspace workspace;
@@ -303,7 +303,7 @@ void TestStartup::nothingToDrawWith()
     QCOMPARE(log.last(), QString("Info: Application end"));
 }
 
-void TestStartup::theReaderOfStandardErrorLeaves()
+void TestStartup::standardErrorIsClosed()
 {
     const Workspace workspace;
     const QString script =

@@ -130,8 +130,8 @@ private slots:
     void layout_data();
     void layout();
     void instructionsAddNoLines();
-    void charactersThatXmlHasNot_data();
-    void charactersThatXmlHasNot();
+    void charactersThatXmlCannotExpress_data();
+    void charactersThatXmlCannotExpress();
     void attributesAreInTheOrderOfTheirNames();
     void emptyDocument();
     void panorama_data();
@@ -392,7 +392,7 @@ void TestProjectXml::instructionsAddNoLines()
     QCOMPARE(toXml(parse(text).document), text);
 }
 
-void TestProjectXml::charactersThatXmlHasNot_data()
+void TestProjectXml::charactersThatXmlCannotExpress_data()
 {
     QTest::addColumn<QString>("character");
 
@@ -402,7 +402,7 @@ void TestProjectXml::charactersThatXmlHasNot_data()
 }
 
 /// Better no project than one that lacks something of its template.
-void TestProjectXml::charactersThatXmlHasNot()
+void TestProjectXml::charactersThatXmlCannotExpress()
 {
     QFETCH(QString, character);
 
