@@ -1,9 +1,8 @@
 """The window's popups and the file dialogs that it opens."""
 
 import subprocess
-import time
 
-from .window import Window, wait_until
+from .window import Window, is_at_rest, wait_until
 
 
 def press_key(key):
@@ -36,13 +35,8 @@ class Popup(Window):
         wait_until(lambda: not self.is_open(), 5, "the popup to close")
 
     def _rests(self):
-        """Whether it is there and has stopped growing, so that the mouse can hit it."""
         found = self._search(self.frame, *self._mark, None)
-        if not found:
-            return False
-        before = found.place()
-        time.sleep(0.1)
-        return before[2] > 0 and found.place() == before
+        return found and is_at_rest(found)
 
 
 class FileDialog:

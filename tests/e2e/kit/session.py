@@ -20,6 +20,15 @@ MODE = "KELPORA_CARDS"
 _INSIDE = "KELPORA_SESSION"
 _REASON = "KELPORA_NO_SESSION"
 
+# The window manager takes no part in clicks. With its usual bindings it holds each one up until it has looked at it, and
+# keys that were pressed after the click overtake it.
+_MANAGER = """<?xml version="1.0"?>
+<openbox_config xmlns="http://openbox.org/3.4/rc">
+  <focus><focusNew>yes</focusNew><focusLast>yes</focusLast></focus>
+  <keyboard><keybind key="A-F4"><action name="Close"/></keybind></keyboard>
+  <mouse/>
+</openbox_config>
+"""
 _OWN_PROCESSES = ["--pid", "--fork", "--kill-child", "--mount-proc"]
 _MOUNT_WRAPPERS = [
     ["unshare", "--mount"] + _OWN_PROCESSES,
@@ -145,12 +154,16 @@ def _start(screen, size):
     os.environ.update({"XDG_RUNTIME_DIR": runtime, "LANG": "C.UTF-8", "LC_ALL": "C.UTF-8", "NO_AT_BRIDGE": "1",
                        "XDG_CACHE_HOME": os.path.join(runtime, "cache"),
                        "XDG_CONFIG_HOME": os.path.join(runtime, "config")})
+    # Without auto-repeat: on a busy machine a key's release comes so late that its letter would be typed twice.
     os.environ["DISPLAY"] = ":" + _answer("the screen", lambda out: [
-        "Xvfb", "-displayfd", out, "-screen", "0", size + "x24", "-nolisten", "tcp", "-noreset"])
+        "Xvfb", "-r", "-displayfd", out, "-screen", "0", size + "x24", "-nolisten", "tcp", "-noreset"])
     os.environ["DBUS_SESSION_BUS_ADDRESS"] = _answer("the session bus", lambda out: [
         "dbus-daemon", "--session", "--nofork", "--print-address", out])
     quiet = {"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
-    subprocess.Popen(["openbox"], **quiet)
+    config = os.path.join(runtime, "openbox.xml")
+    with open(config, "w") as file:
+        file.write(_MANAGER)
+    subprocess.Popen(["openbox", "--config-file", config], **quiet)
     from . import bus, window
     # The question starts the accessibility bus, whose address is a property of the screen by the time of the answer. A
     # toolkit that has to ask for the address may use the bus too early and never shows up.

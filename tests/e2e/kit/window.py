@@ -142,7 +142,9 @@ class Window:
 
     def click(self, role, name):
         """Clicks into the middle of a control with the mouse."""
-        left, top, width, height = self.find(role, name).place()
+        control = self.find(role, name)
+        wait_until(lambda: is_at_rest(control), 5, "{!r} to stand still".format(name))
+        left, top, width, height = control.place()
         _xdotool("mousemove", str(left + width // 2), str(top + height // 2), "click", "1")
 
     def type(self, field, text):
@@ -152,7 +154,10 @@ class Window:
         _xdotool("key", "ctrl+a", "BackSpace")
         if text:
             _xdotool("type", "--delay", "5", text)
-        wait_until(lambda: self.text(field) == text, 5, "{!r} in {}".format(text, field))
+        try:
+            wait_until(lambda: self.text(field) == text, 5, "the text")
+        except TimeoutError:
+            raise TimeoutError("{!r} instead of {!r} in {}".format(self.text(field), text, field)) from None
 
     def text(self, field):
         return self.find("text", field).text()
@@ -230,6 +235,13 @@ class Window:
             if found:
                 return found
         return None
+
+
+def is_at_rest(control):
+    """Whether a control is there and neither moves nor grows, so that the mouse can hit it."""
+    before = control.place()
+    time.sleep(0.1)
+    return before[2] > 0 and control.place() == before
 
 
 def _xdotool(*arguments):
