@@ -192,8 +192,11 @@ void walk(const View &view, Scene *scene)
     for (;; ++scene->stops) {
         QTest::keyClick(view.window(), Qt::Key_Tab);
         QQuickItem *focused = view.window()->activeFocusItem();
-        if (focused == first || !focused->activeFocusOnTab())
+        if (focused == first || !focused->activeFocusOnTab()) {
+            // The next picture shows no outline of the keyboard's place.
+            focused->setFocus(false);
             return;
+        }
         if (first == nullptr)
             first = focused;
         const QImage with = view.window()->grabWindow();
