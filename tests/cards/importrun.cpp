@@ -25,6 +25,13 @@ ImportRun::ImportRun(ImportRequest request)
 {
 }
 
+ImportRun::ImportRun(const Workspace &workspace, int card, const QString &templatePath,
+                     const QString &projectName)
+    : ImportRun(ImportRequest{card, workspace.path(QStringLiteral("card")),
+                              workspace.path(QStringLiteral("dst")), templatePath, projectName})
+{
+}
+
 bool ImportRun::run()
 {
     const auto writer = [this](const QString &kind) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cards/mediaimport.h"
+#include "tests/support/workspace.h"
 
 #include <QStringList>
 
@@ -19,6 +20,9 @@ class ImportRun
 
 public:
     explicit ImportRun(ImportRequest request);
+    /// Of the folder "card" in `workspace` into its folder "dst".
+    explicit ImportRun(const Workspace &workspace, int card = 1, const QString &templatePath = {},
+                       const QString &projectName = {});
 
     bool run();
 

@@ -174,8 +174,7 @@ void TestFaults::aFullDestination()
     writeCard(workspace, recordings);
     const TestVolume target(workspace.path(QStringLiteral("dst")), sizeKiB);
     SKIP_UNLESS_MOUNTED(target);
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     importCard(workspace, recordings, &import);
     QVERIFY2(copied_ >= atLeast && copied_ <= atMost, qPrintable(QString::number(copied_)));
 }
@@ -188,11 +187,7 @@ void TestFaults::aReadOnlyDestination()
     TestVolume target(workspace.path(QStringLiteral("dst")), 4096);
     SKIP_UNLESS_MOUNTED(target);
     QVERIFY(target.makeReadOnly());
-    ImportRun import({1,
-                      workspace.path(QStringLiteral("card")),
-                      workspace.path(QStringLiteral("dst")),
-                      QStringLiteral("t.kava"),
-                      {}});
+    ImportRun import(workspace, 1, QStringLiteral("t.kava"));
     importCard(workspace, recordings, &import);
     QCOMPARE(copied_, 0);
 }
@@ -203,8 +198,7 @@ void TestFaults::aDestinationThatIsAFile()
     const Recordings recordings = videos(2, 1000);
     writeCard(workspace, recordings);
     workspace.write(QStringLiteral("dst"), "a file");
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     importCard(workspace, recordings, &import);
     QCOMPARE(copied_, 0);
     QCOMPARE(workspace.read(QStringLiteral("dst")), QByteArray("a file"));
@@ -215,8 +209,7 @@ void TestFaults::aMissingDestinationIsCreated()
     const Workspace workspace;
     const Recordings recordings = videos(2, 1000);
     writeCard(workspace, recordings);
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     importCard(workspace, recordings, &import);
     QCOMPARE(copied_, 2);
 }
@@ -237,8 +230,7 @@ void TestFaults::aDestinationThatIsPulled()
                         recording(5000, 1));
     TestVolume target(workspace.path(QStringLiteral("dst")), 4096);
     SKIP_UNLESS_MOUNTED(target);
-    ImportRun worker(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun worker(workspace);
     bool pulled = false;
     worker.onReport = [&](const Progress &progress) {
         if (progress.value == 3 && progress.text.startsWith(QStringLiteral("Copying"))) {
@@ -264,8 +256,7 @@ void TestFaults::aFolderThatCantBeMade()
     recordings.insert(QStringLiteral("ZOO/LAST.MOV"), recording(1000, 10));
     writeCard(workspace, recordings);
     workspace.write(QStringLiteral("dst/DCIM"), "a file where the folder would be");
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     const MessageLog log;
     QVERIFY(import.run());
     QCOMPARE(import.finalReports(), QStringList{"0 1 1 Copied 2/3 videos and 0/0 photos."});
@@ -282,8 +273,7 @@ void TestFaults::aDestinationThatCantBeListed()
     if (unnamed < 0)
         QSKIP("This volume has no files without a name, by which it could be flushed.");
     ::close(unnamed);
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     QCOMPARE(::chmod(target.constData(), 0333), 0);
     std::thread thread([&import] {
         const PlainUser user;
@@ -309,8 +299,7 @@ void TestFaults::copiesThatAreMovedAway()
     const Recordings recordings = videos(3, 1000);
     writeCard(workspace, recordings);
     workspace.makeFolder(QStringLiteral("elsewhere"));
-    ImportRun worker(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun worker(workspace);
     bool moved = false;
     QString what = workspace.path(QStringLiteral("dst/DCIM"));
     worker.onReport = [&](const Progress &progress) {
@@ -338,8 +327,7 @@ void TestFaults::aDestinationThatTurnsReadOnly()
     writeCard(workspace, videos(3, 1000));
     TestVolume target(workspace.path(QStringLiteral("dst")), 4096);
     SKIP_UNLESS_MOUNTED(target);
-    ImportRun worker(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun worker(workspace);
     bool turned = false;
     worker.onReport = [&](const Progress &progress) {
         if (progress.value == 3 && progress.text.startsWith(QStringLiteral("Copying")))
@@ -379,8 +367,7 @@ void TestFaults::aDiskThatFailsLate()
     for (int i = 0; i < files; ++i)
         workspace.write(QStringLiteral("card/CLIP%1.MOV").arg(i),
                         recording(mebibytes * mebibyte, static_cast<quint32>(i + 1)));
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     QVERIFY(import.run());
     QCOMPARE(import.finalReports().size(), 1);
     const QString last = import.finalReports().constFirst();
@@ -409,8 +396,7 @@ void TestFaults::unreadableRecordings()
                             workspace.path(QStringLiteral("card/") + QLatin1String(name))));
         recordings.insert(QString::fromLatin1(name), QByteArray());
     }
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     importCard(workspace, recordings, &import);
     QCOMPARE(copied_, 4);
 }
@@ -473,8 +459,7 @@ void TestFaults::anotherCardInTheSamePlace()
         }
     };
     fill(QByteArray(2000, 'a'), time);
-    ImportRun worker(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun worker(workspace);
     std::unique_ptr<TestVolume> second;
     worker.onReport = [&](const Progress &progress) {
         if (progress.value != 2 || !progress.text.startsWith(QStringLiteral("Copying")))
@@ -545,8 +530,7 @@ void TestFaults::aRecordingThatChangesMeanwhile()
     const Workspace workspace;
     for (int i = 0; i < 4; ++i)
         workspace.write(QStringLiteral("card/CLIP%1.MOV").arg(i), QByteArray(2000, 'a'));
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     QString path;
     bool happened = false;
     import.onReport = [&](const Progress &progress) {
@@ -608,8 +592,7 @@ void TestFaults::theLogSaysWhyNothingWasCopied()
     TestVolume target(workspace.path(QStringLiteral("dst")), 1024);
     SKIP_UNLESS_MOUNTED(target);
     QVERIFY(prepare(workspace, target));
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     const MessageLog log;
     {
         const PlainUser user;
@@ -631,8 +614,7 @@ void TestFaults::aCardPulledBetweenTwoRecordings()
     SKIP_UNLESS_MOUNTED(card);
     const Recordings recordings = videos(6, mebibyte);
     writeCard(workspace, recordings);
-    ImportRun worker(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun worker(workspace);
     bool pulled = false;
     worker.onReport = [&](const Progress &progress) {
         if (progress.value == 4 && progress.text.startsWith(QStringLiteral("Copying")))
@@ -661,7 +643,7 @@ void TestFaults::aCardPulledDuringARecording()
             std::this_thread::yield();
         pulled = card.pull();
     });
-    ImportRun import({1, workspace.path(QStringLiteral("card")), target, {}, {}});
+    ImportRun import(workspace);
     // A hand that is late comes before the last recording.
     import.onReport = [&](const Progress &progress) {
         if (progress.text.startsWith(QStringLiteral("Copying")) && progress.value == 3) {
@@ -694,8 +676,7 @@ void TestFaults::aCardThatIsWriteProtected()
     const Recordings recordings = videos(3, 100000);
     writeCard(workspace, recordings);
     QVERIFY(card.makeReadOnly());
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     importCard(workspace, recordings, &import);
     QCOMPARE(copied_, 3);
 }
@@ -718,8 +699,7 @@ void TestFaults::namesThatNeedCare()
     const Workspace workspace;
     const Recordings recordings{{file, recording(5000, 1)}};
     writeCard(workspace, recordings);
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     importCard(workspace, recordings, &import);
     QCOMPARE(copied_, 1);
     const QString path = workspace.path(QStringLiteral("card/")) + file;
@@ -733,8 +713,7 @@ void TestFaults::aNameTooLongForItsSuffix()
     Recordings recordings = videos(1, 1000);
     recordings.insert(QString(251, QLatin1Char('x')) + QStringLiteral(".MOV"), recording(1000, 9));
     writeCard(workspace, recordings);
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     importCard(workspace, recordings, &import);
     QCOMPARE(copied_, 1);
 }
@@ -749,7 +728,7 @@ void TestFaults::loopsOfLinks()
     QVERIFY(QFile::link(QStringLiteral("."), card + QStringLiteral("/DCIM/here")));
     QVERIFY(QFile::link(QStringLiteral("b.MOV"), card + QStringLiteral("/a.MOV")));
     QVERIFY(QFile::link(QStringLiteral("a.MOV"), card + QStringLiteral("/b.MOV")));
-    ImportRun import({1, card, workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     importCard(workspace, recordings, &import);
     QCOMPARE(copied_, 2);
 }
@@ -766,7 +745,7 @@ void TestFaults::aRecordingOfMoreThanFourGigabytes()
         QVERIFY(file.seek(size - end.size()));
         QCOMPARE(file.write(end), static_cast<qint64>(end.size()));
     }
-    ImportRun import({1, card, workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     QVERIFY(import.run());
     QCOMPARE(import.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 1/1 videos and 0/0 photos.")});
     QFile copy(workspace.path(QStringLiteral("dst/LONG_cam1.MOV")));
@@ -785,8 +764,7 @@ void TestFaults::anEmptyCard()
     const TestVolume card(workspace.path(QStringLiteral("card")), 1024);
     SKIP_UNLESS_MOUNTED(card);
     workspace.makeFolder(QStringLiteral("dst"));
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     importCard(workspace, {}, &import);
     QCOMPARE(import.reports().size(), 1);
 }
@@ -802,8 +780,7 @@ void TestFaults::fiveThousandRecordings()
             "recording " + QByteArray::number(i));
     }
     writeCard(workspace, recordings);
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     importCard(workspace, recordings, &import);
     QCOMPARE(copied_, count);
     QCOMPARE(import.reports().size(), 2 * count + 1);
@@ -870,7 +847,7 @@ void TestFaults::aKilledImport()
         QVERIFY(workspace.read(QStringLiteral("card/") + one.key()) == one.value());
 
     // What is left over stands in nobody's way.
-    ImportRun import({1, workspace.path(QStringLiteral("card")), target, {}, QStringLiteral("again")});
+    ImportRun import(workspace, 1, {}, QStringLiteral("again"));
     QVERIFY(import.run());
     QCOMPARE(import.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 10/10 videos and 0/0 photos.")});
 }

@@ -216,8 +216,7 @@ void TestMediaImport::names()
     workspace.makeFolder(QStringLiteral("dst"));
 
     const QString templatePath = workspace.path(QStringLiteral("none.kava"));
-    ImportRun import({card, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")),
-                      templatePath, project});
+    ImportRun import(workspace, card, templatePath, project);
     QVERIFY(import.run());
 
     QMap<QString, QByteArray> expected;
@@ -241,11 +240,7 @@ void TestMediaImport::aWayUpInTheProjectsNameLeadsNowhere()
     const Workspace workspace;
     workspace.write(QStringLiteral("card/A.MOV"), "video");
     workspace.makeFolder(QStringLiteral("dst"));
-    ImportRun import({1,
-                      workspace.path(QStringLiteral("card")),
-                      workspace.path(QStringLiteral("dst")),
-                      {},
-                      QStringLiteral("../../up")});
+    ImportRun import(workspace, 1, {}, QStringLiteral("../../up"));
     QVERIFY(import.run());
     QCOMPARE(import.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 0/1 videos and 0/0 photos.")});
     QCOMPARE(filesBelow(workspace.path()), QStringList{QStringLiteral("card/A.MOV")});
@@ -260,11 +255,7 @@ void TestMediaImport::aSecondAndAThirdImportAreNumbered()
     workspace.write(QStringLiteral("card/DCIM/B.JPG"), photo);
     QMap<QString, QByteArray> expected;
     for (const char *number : {"_reef_cam1", "-1_cam1", "-2_cam1"}) {
-        ImportRun import({1,
-                          workspace.path(QStringLiteral("card")),
-                          workspace.path(QStringLiteral("dst")),
-                          {},
-                          QStringLiteral("reef")});
+        ImportRun import(workspace, 1, {}, QStringLiteral("reef"));
         QVERIFY(import.run());
         QCOMPARE(import.finalReports(),
                  QStringList{QStringLiteral("0 1 1 Copied 1/1 videos and 1/1 photos.")});
@@ -281,7 +272,7 @@ void TestMediaImport::aDanglingLinkCountsAsATakenName()
     const QString dst = workspace.makeFolder(QStringLiteral("dst"));
     QVERIFY(QFile::link(workspace.path(QStringLiteral("elsewhere")), dst + QStringLiteral("/A_cam1.MOV")));
 
-    ImportRun import({1, workspace.path(QStringLiteral("card")), dst, {}, {}});
+    ImportRun import(workspace);
     QVERIFY(import.run());
     QCOMPARE(workspace.read(QStringLiteral("dst/A-1_cam1.MOV")), QByteArray("video"));
     QVERIFY(QFileInfo(dst + QStringLiteral("/A_cam1.MOV")).isSymLink());
@@ -294,8 +285,7 @@ void TestMediaImport::aFolderNamedLikeTheCopyCountsAsATakenName()
     workspace.write(QStringLiteral("card/A.MOV"), "video");
     workspace.makeFolder(QStringLiteral("dst/A_cam1.MOV"));
 
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     QVERIFY(import.run());
     QCOMPARE(workspace.tree(QStringLiteral("dst")),
              (QMap<QString, QByteArray>{{QStringLiteral("A-1_cam1.MOV"), QByteArray("video")}}));
@@ -314,8 +304,7 @@ void TestMediaImport::contentPermissionsAndTimeAreKept()
     }
     QVERIFY(::chmod(QFile::encodeName(source).constData(), 0640) == 0);
 
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     QVERIFY(import.run());
     const QString copy = workspace.path(QStringLiteral("dst/A_cam1.MOV"));
     QCOMPARE(workspace.read(QStringLiteral("dst/A_cam1.MOV")), content);
@@ -340,11 +329,7 @@ void TestMediaImport::onlyRecordingsAreImported()
     const QString path = workspace.write(QStringLiteral("card/") + file, "content");
     workspace.makeFolder(QStringLiteral("dst"));
 
-    ImportRun import({1,
-                      workspace.path(QStringLiteral("card")),
-                      workspace.path(QStringLiteral("dst")),
-                      workspace.path(QStringLiteral("none.kava")),
-                      {}});
+    ImportRun import(workspace, 1, workspace.path(QStringLiteral("none.kava")));
     QVERIFY(import.run());
     QCOMPARE(import.reports(),
              (QStringList{reportLine(0, 2, 1, QStringLiteral("Copying ") + path),
@@ -361,8 +346,7 @@ void TestMediaImport::hiddenFilesAndFoldersAreNotListed()
         workspace.write(QStringLiteral("card/") + QLatin1String(hidden), "hidden");
     const QString shown = workspace.write(QStringLiteral("card/DCIM/A.MOV"), "video");
 
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     QVERIFY(import.run());
     QCOMPARE(
         import.reports(),
@@ -384,8 +368,7 @@ void TestMediaImport::aNameThatIsNoTextIsTold()
     ::close(file);
 
     const MessageLog log;
-    ImportRun import(
-        {2, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace, 2);
     const bool ran = import.run();
     // The framework could not remove it with the workspace.
     ::unlink(strange.constData());
@@ -409,8 +392,7 @@ void TestMediaImport::aFolderThatCannotBeListedIsTold()
     QVERIFY(::chmod(shut.constData(), 0) == 0);
 
     const MessageLog log;
-    ImportRun import(
-        {3, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace, 3);
     {
         const PlainUser user;
         QVERIFY(import.run());
@@ -443,8 +425,7 @@ void TestMediaImport::linksThatLeadNowhere()
     QVERIFY(::chmod(shut.constData(), 0) == 0);
     QVERIFY(QFile::link(target, workspace.path(QStringLiteral("card/LINK.MOV"))));
     const MessageLog log;
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     {
         const PlainUser user;
         QVERIFY(import.run());
@@ -464,8 +445,7 @@ void TestMediaImport::linksToFoldersAreNotFollowed()
         QFile::link(workspace.path(QStringLiteral("outside")), workspace.path(QStringLiteral("card/LINK"))));
     QVERIFY(QFile::link(QStringLiteral(".."), workspace.path(QStringLiteral("card/DCIM/LOOP"))));
 
-    ImportRun import(
-        {1, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     QVERIFY(import.run());
     QCOMPARE(import.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 1/1 videos and 0/0 photos.")});
     QCOMPARE(filesBelow(workspace.path(QStringLiteral("dst"))),
@@ -482,7 +462,7 @@ void TestMediaImport::whatIsNoFileIsNotListed()
     QVERIFY(QFile::link(card + QStringLiteral("/SELF.MOV"), card + QStringLiteral("/SELF.MOV")));
     workspace.makeFolder(QStringLiteral("card/FOLDER.MOV"));
 
-    ImportRun import({1, card, workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     QVERIFY(import.run());
     QCOMPARE(import.reports(),
              QStringList{reportLine(0, 1, 1, QStringLiteral("Copied 0/0 videos and 0/0 photos."))});
@@ -497,7 +477,7 @@ void TestMediaImport::aLinkToWhatIsNoFileIsNotCopied()
     QVERIFY(QFile::link(pipe, card + QStringLiteral("/PIPE.MOV")));
     QVERIFY(QFile::link(QStringLiteral("/dev/zero"), card + QStringLiteral("/ZERO.JPG")));
 
-    ImportRun import({1, card, workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     QVERIFY(import.run());
     QCOMPARE(import.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 0/0 videos and 0/0 photos.")});
     QCOMPARE(filesBelow(workspace.path(QStringLiteral("dst"))), QStringList());
@@ -507,8 +487,7 @@ void TestMediaImport::reportsOfOneVideo()
 {
     const Workspace workspace;
     const QString video = workspace.write(QStringLiteral("card/100%1 %2/A.MOV"), "video");
-    ImportRun import(
-        {3, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace, 3);
     QVERIFY(import.run());
     QCOMPARE(import.reports(),
              (QStringList{QStringLiteral("0 2 1 Copying ") + video,
@@ -526,7 +505,7 @@ void TestMediaImport::reportsOfEveryKindOfFile()
     QVERIFY(makeUnreadable(card + QStringLiteral("/DCIM/BAD.MOV")));
     QVERIFY(makeUnreadable(card + QStringLiteral("/DCIM/BAD.JPG")));
 
-    ImportRun import({1, card, workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace);
     QVERIFY(import.run());
 
     const QStringList files = inCardOrder(card);
@@ -553,7 +532,7 @@ void TestMediaImport::logOfOneCard()
     QVERIFY(makeUnreadable(card + QStringLiteral("/DCIM/BAD.MOV")));
 
     const MessageLog log;
-    ImportRun import({2, card, workspace.path(QStringLiteral("dst")), {}, {}});
+    ImportRun import(workspace, 2);
     QVERIFY(import.run());
 
     QStringList expected;
@@ -658,8 +637,7 @@ void TestMediaImport::aCopyOfAnotherSizeIsReportedAndStays()
         const QString file = card + QLatin1Char('/') + QLatin1String(name);
         QVERIFY(QFile::link(odd, file));
         const MessageLog log;
-        ImportRun import(
-            {3, card, workspace.path(QStringLiteral("dst")), workspace.path(QStringLiteral("t.kava")), {}});
+        ImportRun import(workspace, 3, workspace.path(QStringLiteral("t.kava")));
         QVERIFY(import.run());
 
         const bool video = file.endsWith(QStringLiteral(".MOV"));
@@ -723,8 +701,7 @@ void TestMediaImport::previews()
     for (const QString &path : qAsConst(present))
         workspace.write(path, path.toUtf8());
 
-    ImportRun import({2, workspace.path(QStringLiteral("card")), workspace.path(QStringLiteral("dst")),
-                      workspace.path(QStringLiteral("templates/rig.kava")), project});
+    ImportRun import(workspace, 2, workspace.path(QStringLiteral("templates/rig.kava")), project);
     const QString folderPicture = workspace.path(QStringLiteral("templates/any.jpg"));
     import.fallbackPicture = QFileInfo::exists(folderPicture) ? folderPicture : QString();
     QVERIFY(import.run());
@@ -746,11 +723,7 @@ void TestMediaImport::anExistingPreviewIsNotOverwritten()
     workspace.write(QStringLiteral("card/A.MOV"), "video");
     workspace.write(QStringLiteral("templates/rig.jpg"), "new");
     workspace.write(QStringLiteral("dst/A_cam2.MOV.jpg"), "old");
-    ImportRun import({2,
-                      workspace.path(QStringLiteral("card")),
-                      workspace.path(QStringLiteral("dst")),
-                      workspace.path(QStringLiteral("templates/rig.kava")),
-                      {}});
+    ImportRun import(workspace, 2, workspace.path(QStringLiteral("templates/rig.kava")));
     QVERIFY(import.run());
     QCOMPARE(workspace.tree(QStringLiteral("dst")),
              (QMap<QString, QByteArray>{{QStringLiteral("A_cam2.MOV"), QByteArray("video")},
@@ -762,11 +735,7 @@ void TestMediaImport::withoutATemplateNoProjectIsWritten()
     const Workspace workspace;
     workspace.write(QStringLiteral("card/A.MOV"), "video");
     workspace.write(QStringLiteral("card/A.JPG"), "photo");
-    ImportRun import({2,
-                      workspace.path(QStringLiteral("card")),
-                      workspace.path(QStringLiteral("dst")),
-                      {},
-                      QStringLiteral("reef")});
+    ImportRun import(workspace, 2, {}, QStringLiteral("reef"));
     import.fallbackPicture = workspace.write(QStringLiteral("templates/any.jpg"), "picture");
     QVERIFY(import.run());
     QCOMPARE(import.projectCalls(), QStringList());
@@ -783,7 +752,7 @@ void TestMediaImport::projectsAreWrittenForFilesThatCouldNotBeCopied()
     for (const char *name : {"A.MOV", "B.JPG", "C.DNG"})
         QVERIFY(makeUnreadable(card + QLatin1Char('/') + QLatin1String(name)));
 
-    ImportRun import({1, card, workspace.path(QStringLiteral("dst")), templatePath, QStringLiteral("reef")});
+    ImportRun import(workspace, 1, templatePath, QStringLiteral("reef"));
     QVERIFY(import.run());
     QCOMPARE(import.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 0/1 videos and 0/2 photos.")});
     QStringList calls = import.projectCalls();
@@ -803,11 +772,7 @@ void TestMediaImport::projectsOfATakeUnderANumber()
     workspace.write(QStringLiteral("card/A.MOV"), "video");
     QStringList calls;
     for (int i = 0; i < 3; ++i) {
-        ImportRun import({1,
-                          workspace.path(QStringLiteral("card")),
-                          workspace.path(QStringLiteral("dst")),
-                          QStringLiteral("t.kava"),
-                          {}});
+        ImportRun import(workspace, 1, QStringLiteral("t.kava"));
         QVERIFY(import.run());
         calls.append(import.projectCalls());
     }
@@ -822,11 +787,7 @@ void TestMediaImport::theImportStopsBetweenFiles()
     for (int i = 0; i < 5; ++i)
         workspace.write(QStringLiteral("card/%1.MOV").arg(i), "video");
     const MessageLog log;
-    ImportRun import({1,
-                      workspace.path(QStringLiteral("card")),
-                      workspace.path(QStringLiteral("dst")),
-                      QStringLiteral("t.kava"),
-                      {}});
+    ImportRun import(workspace, 1, QStringLiteral("t.kava"));
     import.onReport = [&](const Progress &progress) {
         if (progress.text.startsWith(QStringLiteral("Copied")) && progress.value == 3) import.stop.raise();
 };
