@@ -6,18 +6,18 @@
 
 class StopFlag;
 
-/// A file on a card, and what tells whether its path still leads to it.
+/// A file on a card as it was listed.
 struct CardFile
 {
     QString path;        ///< absolute
     qint64 size = 0;     ///< in bytes; -1 if it can't be told
     qint64 modified = 0; ///< on the clock of the file system
 
-    /// What is different now.
+    /// What differs from the listing now.
     enum class Change {
         None,
-        Time, ///< and not the size
-        Size, ///< or there is no such file
+        Time, ///< the time alone
+        Size, ///< or the file is gone
     };
 
     explicit CardFile(const QString &filePath);
@@ -28,8 +28,8 @@ struct CardFile
 struct CardListing
 {
     QVector<CardFile> files; ///< all regular files, links to such included, in the system's order
-    /// Folders that could not be listed to their end, and what is not known to be no recording: names that
-    /// are no valid UTF-8, and entries that don't tell what they are.
+    /// Folders that could not be listed to their end, and entries that may be recordings but can't be told:
+    /// names that are not valid UTF-8, and entries of an unknown type.
     QStringList unreadable;
 };
 

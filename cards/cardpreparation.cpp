@@ -26,7 +26,7 @@ bool isLink(const QString &path)
 bool holds(const QString &path, const QByteArray &text)
 {
     QFile file(path);
-    // What a damaged card says of a size may be any number.
+    // On a damaged card the size may be any number.
     return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly) && file.size() == text.size() &&
            file.readAll() == text;
 }

@@ -50,7 +50,7 @@ QList<QStorageInfo> candidatesAmong(const QList<QStorageInfo> &volumes)
 QList<QStorageInfo> candidateAt(const QString &mountPoint)
 {
     const QStorageInfo volume(mountPoint);
-    // A volume without a size is none to the toolkit's list of all.
+    // QStorageInfo::mountedVolumes() leaves out volumes without a size.
     return volume.bytesTotal() == 0 ? QList<QStorageInfo>() : candidatesAmong({volume});
 }
 

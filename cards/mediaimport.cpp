@@ -250,8 +250,8 @@ int MediaImport::copyPhotoFile(const QString &sourcePath, int fileIndex, int tot
     return copy.isEmpty() ? 0 : 1;
 }
 
-/// Copies one recording and has written what belongs to it. Returns the copy's path; an empty one if there is
-/// none of the source's size.
+/// Copies one recording and writes its preview and its project. Returns the copy's path; an empty one if the
+/// copy failed or is not of the source's size.
 QString MediaImport::copyRecording(const Kind &kind, const QString &sourcePath, int fileIndex, int totalFiles,
                                    const QDir &sourceDirectory, const QDir &targetDirectory)
 {
@@ -274,6 +274,7 @@ QString MediaImport::copyRecording(const Kind &kind, const QString &sourcePath, 
 /// Copies the file under the first of its names that is free.
 bool MediaImport::copyTake(const QString &sourcePath, TakeNames *names)
 {
+    // Also when the copy's own folder is another one, see below.
     createFolderOf(names->targetPath());
     while (QFileInfo::exists(names->copyPath()))
         names->advance();
@@ -290,7 +291,7 @@ bool MediaImport::copyTake(const QString &sourcePath, TakeNames *names)
     StagedCopy copy(sourcePath, folder, stop_);
     Publish result = copy.publish(names->copyPath());
     while (result == Publish::Exists) {
-        // Someone else took the name while the content was copied.
+        // Another program took the name during the copy.
         names->advance();
         createFolderOf(names->copyPath());
         result = copy.publish(names->copyPath());
@@ -320,7 +321,7 @@ bool MediaImport::checkSizes(const QString &sourcePath, const QString &copyPath,
         send({0, totalFiles, fileIndex, QStringLiteral("Copied %1 correctly.").arg(sourcePath)});
         return true;
     }
-    // Both placeholders take the card's number; the path then finds none.
+    // The card's number fills both placeholders, so the path does not appear.
     qWarning().noquote()
         << QStringLiteral("Card %1: File size for %1 doesn't match after copy.").arg(request_.card);
     send({0, totalFiles, fileIndex,
@@ -354,7 +355,7 @@ void MediaImport::sendDeferred()
     deferredReports_.clear();
 }
 
-/// The one end of an import that began: the summary is given only for what is on disk.
+/// Ends an import that began: waits until the copies are on disk, then sends the last report.
 bool MediaImport::finish(const Counts &counts)
 {
     const QString copied = summary(counts.videosCopied, counts.videos, counts.photosCopied, counts.photos);

@@ -37,7 +37,7 @@ struct ImportProjects
 /// Imports one card: copies every video and photo into the destination under its take-and-camera name,
 /// keeps the card's folders, and has a stitching project written for every take.
 ///
-/// Runs on one thread from start to end. What it may not do: overwrite, delete, or report a copy that isn't
+/// Runs on one thread from start to end. Never overwrites or deletes a file, nor reports a copy that is not
 /// whole.
 class MediaImport
 {
@@ -95,13 +95,13 @@ private:
     ProgressReport report_;
     const StopFlag &stop_;
     VolumeFlush flush_;
-    std::function<bool()> anotherCard_; ///< whether another one may have taken the card's place
+    std::function<bool()> anotherCard_; ///< whether another card may be in the reader
     QStringList written_;
     QMap<QString, int> failures_; ///< by cause, the number of recordings that could not be copied
     bool wholeCardSeen_ = true;
     bool changed_ = false; ///< a recording was no longer the one that was listed
-    /// The reports of the last two files have a value at or past its maximum, by which the view takes the
-    /// card for idle. They are deferred until the next file begins, or everything is on disk.
+    /// The reports of the last two files have a value at or past its maximum, which the view takes for the
+    /// end of the import. They are deferred until the next file begins, or everything is on disk.
     bool deferring_ = false;
     QVector<Progress> deferredReports_;
 };

@@ -821,7 +821,7 @@ void TestFaults::aKilledImport()
     process.start(QStringLiteral(CARDCOPY),
                   {QStringLiteral("import"), QStringLiteral("1"), workspace.path(QStringLiteral("card")),
                    target, templatePath, QString(), QString::number(report), QString::number(bytes)});
-    QVERIFY(process.waitForFinished(hangMilliseconds));
+    QVERIFY2(process.waitForFinished(hangMilliseconds), qPrintable(process.errorString()));
     QCOMPARE(process.exitStatus(), QProcess::CrashExit);
     QCOMPARE(process.exitCode(), SIGXFSZ);
 
