@@ -677,32 +677,22 @@ void TestNmea::illegalIndexAborts_data()
     QTest::addColumn<QByteArray>("expression");
 
     const QByteArray text = "$A,1,N*00";
-    const auto row = [&text](const char *name, const Use &use, const QByteArray &expression) {
+    const auto row = [&text](const char *name, const QByteArray &expression, const Use &use) {
         QTest::newRow(name) << text << use << QByteArray(name) << expression;
     };
     const QByteArray field = "field <= num_fields_";
-    row(
-        "FieldAsString", [](Nmea &nmea) { static_cast<void>(nmea.FieldAsString(3)); }, field);
-    row(
-        "FieldAsInt", [](Nmea &nmea) { static_cast<void>(nmea.FieldAsInt(3)); }, field);
-    row(
-        "FieldAsLong", [](Nmea &nmea) { static_cast<void>(nmea.FieldAsLong(3)); }, field);
-    row(
-        "FieldAsULong", [](Nmea &nmea) { static_cast<void>(nmea.FieldAsULong(3)); }, field);
-    row(
-        "FieldAsDouble", [](Nmea &nmea) { static_cast<void>(nmea.FieldAsDouble(3)); }, field);
-    row(
-        "FieldAsBool", [](Nmea &nmea) { static_cast<void>(nmea.FieldAsBool(3)); }, field);
-    row(
-        "FieldAsChar", [](Nmea &nmea) { static_cast<void>(nmea.FieldAsChar(3)); }, field);
-    row(
-        "FieldAsTimeString", [](Nmea &nmea) { static_cast<void>(nmea.FieldAsTimeString(3)); }, field);
-    row(
-        "FieldsAsLatString", [](Nmea &nmea) { static_cast<void>(nmea.FieldsAsLatString(1, 3)); },
-        "ns_field <= num_fields_");
-    row(
-        "FieldsAsLonString", [](Nmea &nmea) { static_cast<void>(nmea.FieldsAsLonString(1, 3)); },
-        "ew_field <= num_fields_");
+    row("FieldAsString", field, [](Nmea &nmea) { static_cast<void>(nmea.FieldAsString(3)); });
+    row("FieldAsInt", field, [](Nmea &nmea) { static_cast<void>(nmea.FieldAsInt(3)); });
+    row("FieldAsLong", field, [](Nmea &nmea) { static_cast<void>(nmea.FieldAsLong(3)); });
+    row("FieldAsULong", field, [](Nmea &nmea) { static_cast<void>(nmea.FieldAsULong(3)); });
+    row("FieldAsDouble", field, [](Nmea &nmea) { static_cast<void>(nmea.FieldAsDouble(3)); });
+    row("FieldAsBool", field, [](Nmea &nmea) { static_cast<void>(nmea.FieldAsBool(3)); });
+    row("FieldAsChar", field, [](Nmea &nmea) { static_cast<void>(nmea.FieldAsChar(3)); });
+    row("FieldAsTimeString", field, [](Nmea &nmea) { static_cast<void>(nmea.FieldAsTimeString(3)); });
+    row("FieldsAsLatString", "ns_field <= num_fields_",
+        [](Nmea &nmea) { static_cast<void>(nmea.FieldsAsLatString(1, 3)); });
+    row("FieldsAsLonString", "ew_field <= num_fields_",
+        [](Nmea &nmea) { static_cast<void>(nmea.FieldsAsLonString(1, 3)); });
 
     const auto also = [](const char *name, const QByteArray &given, const Use &use) {
         QTest::newRow(name) << given << use << QByteArray("FieldAsDouble")
@@ -748,7 +738,7 @@ void TestNmea::builders_data()
     QTest::addColumn<QByteArray>("appended");
     QTest::addColumn<bool>("valid");
 
-    const auto row = [](const char *name, const Build &build, const QByteArray &appended, bool valid = true) {
+    const auto row = [](const char *name, const QByteArray &appended, const Build &build, bool valid = true) {
         QTest::newRow(name) << build << appended << valid;
     };
     const auto addLong = [](long value) {
@@ -763,39 +753,31 @@ void TestNmea::builders_data()
     const auto addString = [](const std::string &value) {
         return [value](Nmea &nmea) { return nmea.AddString(value); };
     };
-    row(
-        "true", [](Nmea &nmea) { return nmea.AddBool(true); }, ",1");
-    row(
-        "false", [](Nmea &nmea) { return nmea.AddBool(false); }, ",0");
-    row(
-        "a character", [](Nmea &nmea) { return nmea.AddChar('N'); }, ",N");
-    row(
-        "a character above 127", [](Nmea &nmea) { return nmea.AddChar('\xe9'); }, ",\xe9");
-    row(
-        "a percent sign", [](Nmea &nmea) { return nmea.AddChar('%'); }, ",%");
-    row("a long", addLong(0), ",0");
-    row("the largest long", addLong(LONG_MAX), ",9223372036854775807");
-    row("the smallest long", addLong(LONG_MIN), ",-9223372036854775808");
-    row(
-        "the largest unsigned", [](Nmea &nmea) { return nmea.AddULong(ULONG_MAX); }, ",18446744073709551615");
-    row("two decimals", addDouble(1.5, 2), ",1.50");
-    row("no decimals", addDouble(2.75, 0), ",3");
-    row("a negative number", addDouble(-0.125, 3), ",-0.125");
-    row("28 decimals just fit", addDouble(0.5, 28), ",0.5000000000000000000000000000");
-    row("29 decimals are cut", addDouble(0.5, 29), ",0.5000000000000000000000000000", false);
-    row("more decimals than an int counts", addDouble(0.5, UINT_MAX), ",0.5000000000000000000000000000",
+    row("true", ",1", [](Nmea &nmea) { return nmea.AddBool(true); });
+    row("false", ",0", [](Nmea &nmea) { return nmea.AddBool(false); });
+    row("a character", ",N", [](Nmea &nmea) { return nmea.AddChar('N'); });
+    row("a character above 127", ",\xe9", [](Nmea &nmea) { return nmea.AddChar('\xe9'); });
+    row("a percent sign", ",%", [](Nmea &nmea) { return nmea.AddChar('%'); });
+    row("a long", ",0", addLong(0));
+    row("the largest long", ",9223372036854775807", addLong(LONG_MAX));
+    row("the smallest long", ",-9223372036854775808", addLong(LONG_MIN));
+    row("the largest unsigned", ",18446744073709551615", [](Nmea &nmea) { return nmea.AddULong(ULONG_MAX); });
+    row("two decimals", ",1.50", addDouble(1.5, 2));
+    row("no decimals", ",3", addDouble(2.75, 0));
+    row("a negative number", ",-0.125", addDouble(-0.125, 3));
+    row("28 decimals just fit", ",0.5000000000000000000000000000", addDouble(0.5, 28));
+    row("29 decimals are cut", ",0.5000000000000000000000000000", addDouble(0.5, 29), false);
+    row("more decimals than an int counts", ",0.5000000000000000000000000000", addDouble(0.5, UINT_MAX),
         false);
-    row("the most decimals an int counts", addDouble(0.5, INT_MAX), ",0.5000000000000000000000000000", false);
-    row("a huge number is cut", addDouble(0x1p200, 1), ",160693804425899027554196209234", false);
-    row("text", addString("abc"), ",abc");
-    row("no text", addString(""), ",");
-    row("text with separators", addString("a,b*c"), ",a,b*c");
-    row("text isn't a format", addString("%d%s%n"), ",%d%s%n");
-    row("text longer than a number's buffer", addString(std::string(100, 'x')), "," + QByteArray(100, 'x'));
-    row(
-        "a good status", [](Nmea &nmea) { return nmea.AddStatus(true); }, ",A");
-    row(
-        "a bad status is F", [](Nmea &nmea) { return nmea.AddStatus(false); }, ",F");
+    row("the most decimals an int counts", ",0.5000000000000000000000000000", addDouble(0.5, INT_MAX), false);
+    row("a huge number is cut", ",160693804425899027554196209234", addDouble(0x1p200, 1), false);
+    row("text", ",abc", addString("abc"));
+    row("no text", ",", addString(""));
+    row("text with separators", ",a,b*c", addString("a,b*c"));
+    row("text isn't a format", ",%d%s%n", addString("%d%s%n"));
+    row("text longer than a number's buffer", "," + QByteArray(100, 'x'), addString(std::string(100, 'x')));
+    row("a good status", ",A", [](Nmea &nmea) { return nmea.AddStatus(true); });
+    row("a bad status is F", ",F", [](Nmea &nmea) { return nmea.AddStatus(false); });
 }
 
 void TestNmea::builders()
@@ -815,36 +797,24 @@ void TestNmea::buildersKeepTheLimit_data()
     QTest::addColumn<Build>("build");
     QTest::addColumn<int>("adds");
 
-    const auto row = [](const char *name, const Build &build, int adds) {
+    const auto row = [](const char *name, int adds, const Build &build) {
         QTest::newRow(name) << build << adds;
     };
-    row(
-        "AddBool", [](Nmea &nmea) { return nmea.AddBool(true); }, 2);
-    row(
-        "AddChar", [](Nmea &nmea) { return nmea.AddChar('N'); }, 2);
-    row(
-        "AddULong", [](Nmea &nmea) { return nmea.AddULong(1234); }, 5);
-    row(
-        "AddDouble", [](Nmea &nmea) { return nmea.AddDouble(1, 2); }, 5);
-    row(
-        "AddString", [](Nmea &nmea) { return nmea.AddString("abc"); }, 4);
-    row(
-        "AddStatus", [](Nmea &nmea) { return nmea.AddStatus(true); }, 2);
+    row("AddBool", 2, [](Nmea &nmea) { return nmea.AddBool(true); });
+    row("AddChar", 2, [](Nmea &nmea) { return nmea.AddChar('N'); });
+    row("AddULong", 5, [](Nmea &nmea) { return nmea.AddULong(1234); });
+    row("AddDouble", 5, [](Nmea &nmea) { return nmea.AddDouble(1, 2); });
+    row("AddString", 4, [](Nmea &nmea) { return nmea.AddString("abc"); });
+    row("AddStatus", 2, [](Nmea &nmea) { return nmea.AddStatus(true); });
     // These two return nothing.
-    row(
-        "AddLong",
-        [](Nmea &nmea) {
-            nmea.AddLong(-12);
-            return static_cast<unsigned long>(nmea.GetSentence().size());
-        },
-        4);
-    row(
-        "AddChecksum",
-        [](Nmea &nmea) {
-            nmea.AddChecksum();
-            return static_cast<unsigned long>(nmea.GetSentence().size());
-        },
-        3);
+    row("AddLong", 4, [](Nmea &nmea) {
+        nmea.AddLong(-12);
+        return static_cast<unsigned long>(nmea.GetSentence().size());
+    });
+    row("AddChecksum", 3, [](Nmea &nmea) {
+        nmea.AddChecksum();
+        return static_cast<unsigned long>(nmea.GetSentence().size());
+    });
 }
 
 void TestNmea::buildersKeepTheLimit()

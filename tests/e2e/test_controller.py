@@ -310,8 +310,8 @@ class Trouble(ControllerTest):
         self.check_close(testing.closing_bound(), sent=[])
 
     def test_closed_in_the_middle_of_a_dump(self):
-        # 600 lines take 4 s on the wire.
-        entries = dive(1, 10, START, 599)
+        # 800 lines take more than 5 s on the wire.
+        entries = dive(1, 10, START, 799)
         window = self.begin("--slow", entries=entries)
         window.turn_to("Copy Data")
         window.press("Copy Data")

@@ -16,6 +16,7 @@
 
 #include <stdexcept>
 #include <sys/resource.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -51,6 +52,13 @@ QString line(const Progress &progress)
 {
     return QStringLiteral("%1 %2 %3 ").arg(progress.from).arg(progress.to).arg(progress.value) +
            progress.text;
+}
+
+/// A shell command that waits for a file, for at most 20 s.
+QByteArray waitFor(const char *file)
+{
+    return QByteArray("for i in $(seq 400); do [ -e FILE ] && break; sleep 0.05; done; ")
+        .replace("FILE", file);
 }
 
 /// Runs the job; returns what it told and, in between, what the tool printed.
@@ -227,23 +235,21 @@ void TestShellCommand::output()
 void TestShellCommand::messagesComeWhileTheToolRuns()
 {
     const Workspace workspace;
-    const QString tool = installTool("echo 1; sleep 1; echo 2; sleep 1; echo 3; sleep 1");
+    // It goes on when its line has come.
+    const QString tool = installTool("cd '" + workspace.path().toLocal8Bit() + "'; echo 1; " + waitFor("1") +
+                                     "echo 2; " + waitFor("2") + "echo 3");
     ShellCommand command;
-    QElapsedTimer timer;
     QStringList said;
-    QList<qint64> times;
     connect(&command, &ShellCommand::newMessage, this, [&](const QString &message) {
         said.append(message);
-        times.append(timer.elapsed());
+        workspace.write(QString::number(said.size() - 1), {});
     });
     const MessageLog log;
+    QElapsedTimer timer;
     timer.start();
     command.run(tool, {});
+    QVERIFY2(timer.elapsed() < 15000, qPrintable(QString::number(timer.elapsed())));
     QCOMPARE(said, (QStringList{started, "1\n", "1\n2\n", "1\n2\n3\n"}));
-    for (int i = 1; i < times.size(); ++i)
-        QVERIFY2(times.at(i) >= (i - 1) * 1000 && times.at(i) < i * 1000 + 900,
-                 qPrintable(QString::number(times.at(i))));
-    QVERIFY(timer.elapsed() >= 4000);
 }
 
 void TestShellCommand::noPipe()
@@ -284,14 +290,13 @@ void TestShellCommand::processOutput_data()
 {
     QTest::addColumn<QString>("script");
     QTest::addColumn<QString>("logged");
-    QTest::newRow("one line") << "printf 'one'"
-                              << R"(("one"))";
-    QTest::newRow("empty parts are kept") << "printf 'one\\n\\ntwo\\n'"
-                                          << R"(("one", "", "two", ""))";
-    QTest::newRow("up to a zero byte") << "printf 'one\\ntw\\000o\\nthree'"
-                                       << R"(("one", "tw"))";
-    QTest::newRow("nothing") << "true"
-                             << R"((""))";
+    const auto row = [](const char *name, const QString &script, const QString &logged) {
+        QTest::newRow(name) << script << logged;
+    };
+    row("one line", "printf 'one'", R"(("one"))");
+    row("empty parts are kept", "printf 'one\\n\\ntwo\\n'", R"(("one", "", "two", ""))");
+    row("up to a zero byte", "printf 'one\\ntw\\000o\\nthree'", R"(("one", "tw"))");
+    row("nothing", "true", R"((""))");
 }
 
 void TestShellCommand::processOutput()
@@ -368,22 +373,16 @@ void TestShellCommand::commandLine_data()
     QTest::addColumn<QString>("port");
     QTest::addColumn<QString>("file");
     QTest::addColumn<QString>("expected");
+    const auto row = [](const char *name, const QString &port, const QString &file, const QString &expected) {
+        QTest::newRow(name) << port << file << expected;
+    };
     // FW and TOOL stand for the firmware folder and the tool.
-    QTest::newRow("a port and an absolute image") << "cu.usbserial-A1"
-                                                  << "/fw/new.hex"
-                                                  << "TOOL -p /dev/cu.usbserial-A1 /fw/new.hex";
-    QTest::newRow("a bare image is in the firmware folder") << "ttyUSB0"
-                                                            << "new.hex"
-                                                            << "TOOL -p /dev/ttyUSB0 FW/new.hex";
-    QTest::newRow("an image in a folder of it") << "ttyUSB0"
-                                                << "old/1.hex"
-                                                << "TOOL -p /dev/ttyUSB0 FW/old/1.hex";
-    QTest::newRow("nothing is quoted") << "tty U$B"
-                                       << "/f w/\u00fc%1.hex"
-                                       << "TOOL -p /dev/tty U$B /f w/\u00fc%1.hex";
-    QTest::newRow("no port") << ""
-                             << "/fw/new.hex"
-                             << "TOOL -p /dev/ /fw/new.hex";
+    row("a port and an absolute image", "cu.usbserial-A1", "/fw/new.hex",
+        "TOOL -p /dev/cu.usbserial-A1 /fw/new.hex");
+    row("a bare image is in the firmware folder", "ttyUSB0", "new.hex", "TOOL -p /dev/ttyUSB0 FW/new.hex");
+    row("an image in a folder of it", "ttyUSB0", "old/1.hex", "TOOL -p /dev/ttyUSB0 FW/old/1.hex");
+    row("nothing is quoted", "tty U$B", "/f w/\u00fc%1.hex", "TOOL -p /dev/tty U$B /f w/\u00fc%1.hex");
+    row("no port", "", "/fw/new.hex", "TOOL -p /dev/ /fw/new.hex");
 }
 
 void TestShellCommand::commandLine()
@@ -406,18 +405,13 @@ void TestShellCommand::whatTheToolIsGiven_data()
     QTest::addColumn<QString>("port");
     QTest::addColumn<QString>("file");
     QTest::addColumn<QString>("words");
-    QTest::newRow("the port in two words") << "ttyUSB0"
-                                           << "/fw/new.hex"
-                                           << "[-p]\n[/dev/ttyUSB0]\n[/fw/new.hex]\n";
-    QTest::newRow("blanks split") << "tty USB"
-                                  << "/f w/n  x.hex"
-                                  << "[-p]\n[/dev/tty]\n[USB]\n[/f]\n[w/n]\n[x.hex]\n";
-    QTest::newRow("the shell reads it") << "tty$((1+1))"
-                                        << "/fw/'a b'.hex"
-                                        << "[-p]\n[/dev/tty2]\n[/fw/a b.hex]\n";
-    QTest::newRow("UTF-8") << "tty"
-                           << "/fw/\u00fc\u6d77.hex"
-                           << "[-p]\n[/dev/tty]\n[/fw/\u00fc\u6d77.hex]\n";
+    const auto row = [](const char *name, const QString &port, const QString &file, const QString &words) {
+        QTest::newRow(name) << port << file << words;
+    };
+    row("the port in two words", "ttyUSB0", "/fw/new.hex", "[-p]\n[/dev/ttyUSB0]\n[/fw/new.hex]\n");
+    row("blanks split", "tty USB", "/f w/n  x.hex", "[-p]\n[/dev/tty]\n[USB]\n[/f]\n[w/n]\n[x.hex]\n");
+    row("the shell reads it", "tty$((1+1))", "/fw/'a b'.hex", "[-p]\n[/dev/tty2]\n[/fw/a b.hex]\n");
+    row("UTF-8", "tty", "/fw/\u00fc\u6d77.hex", "[-p]\n[/dev/tty]\n[/fw/\u00fc\u6d77.hex]\n");
 }
 
 void TestShellCommand::whatTheToolIsGiven()
@@ -530,7 +524,7 @@ void TestShellCommand::theControllerStaysUsable()
         QTest::qWait(20);
         ++turns;
     }
-    QVERIFY2(turns > 40, qPrintable(QString::number(turns)));
+    QVERIFY2(turns > 10, qPrintable(QString::number(turns)));
     QVERIFY(AppController::waitForJobs(hangMilliseconds));
     QCoreApplication::processEvents();
     QCOMPARE(reports.last().at(3).toString(), QStringLiteral("Error updating firmware."));
@@ -540,17 +534,21 @@ void TestShellCommand::theControllerStaysUsable()
 void TestShellCommand::closingWaitsForTheTool()
 {
     const Workspace workspace;
-    const QString mark = workspace.path(QStringLiteral("flashed"));
-    installTool("echo 1; sleep 3; touch '" + mark.toLocal8Bit() + "'");
+    installTool("cd '" + workspace.path().toLocal8Bit() + "'; echo 1; " + waitFor("go") + "touch flashed");
     AppController controller;
     QSignalSpy reports(&controller, &AppController::updateFirmwareProgress);
     const MessageLog log;
     controller.updateFirmware(QStringLiteral("tty"), QStringLiteral("/fw/new.hex"));
     QTRY_VERIFY(reports.size() >= 2);
     controller.stopJobs();
-    QVERIFY(!AppController::waitForJobs(500));
+    QVERIFY(!AppController::waitForJobs(300));
+    std::thread operation([&] {
+        QThread::msleep(300);
+        workspace.write(QStringLiteral("go"), {});
+    });
     controller.waitForFlashing();
-    QVERIFY(QFile::exists(mark));
+    QVERIFY(QFile::exists(workspace.path(QStringLiteral("flashed"))));
+    operation.join();
     QVERIFY(AppController::waitForJobs(0));
 }
 

@@ -5,14 +5,17 @@
 #include "rig/mockedport.h"
 #include "rig/sentence.h"
 #include "rig/simulatedrig.h"
+#include "tests/support/messagelog.h"
 #include "tests/support/volumes.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QStringList>
+#include <QThread>
 #include <QtTest>
 
 #include <atomic>
+#include <functional>
 #include <thread>
 #include <unistd.h>
 
@@ -106,3 +109,26 @@ private:
     std::atomic<bool> done_{false};
     std::thread thread_;
 };
+
+/// How many lines of a dump have been read.
+inline int dataLinesRead()
+{
+    return MessageLog::lines().filter(QStringLiteral("readLine: \"$PSEADATA")).size();
+}
+
+/// Waits on any thread, for at most 10 s, until the condition holds.
+inline void await(const std::function<bool()> &condition)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition() && !timer.hasExpired(10000))
+        QThread::msleep(1);
+}
+
+/// Waits until that many lines have come from the program, and a little longer: it waits for an answer then.
+inline void awaitLines(const SimulatedRig &rig, int lines)
+{
+    constexpr unsigned long littleMs = 100;
+    await([&] { return QByteArray::fromStdString(rig.received()).count('\n') >= lines; });
+    QThread::msleep(littleMs);
+}
