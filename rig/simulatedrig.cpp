@@ -4,7 +4,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <exception>
 #include <iterator>
 #include <poll.h>
 #include <stdexcept>

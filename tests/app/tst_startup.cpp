@@ -1,7 +1,6 @@
 #include "tests/support/testmain.h"
 #include "tests/support/workspace.h"
 
-#include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QProcess>

@@ -9,7 +9,6 @@
 #include "tests/support/workspace.h"
 
 #include <QElapsedTimer>
-#include <QJsonObject>
 #include <QMetaMethod>
 #include <QMutex>
 #include <QRegularExpression>

@@ -1,8 +1,6 @@
 #include "controller/pseaconfig.h"
 #include "tests/support/testmain.h"
 
-#include <QDateTime>
-
 #include <cmath>
 #include <ctime>
 #include <limits>

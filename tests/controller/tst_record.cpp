@@ -4,7 +4,6 @@
 
 #include <QDateTime>
 
-#include <cstdio>
 #include <ctime>
 #include <limits>
 

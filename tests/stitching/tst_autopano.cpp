@@ -6,14 +6,12 @@
 #include "tests/support/testmain.h"
 #include "tests/support/workspace.h"
 
-#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QProcessEnvironment>
 
-#include <array>
 #include <stdexcept>
 #include <sys/resource.h>
 #include <sys/stat.h>

@@ -4,7 +4,6 @@
 #include <QtTest>
 
 #include <functional>
-#include <vector>
 
 namespace {
 

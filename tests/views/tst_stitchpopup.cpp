@@ -7,8 +7,6 @@
 #include <QTimer>
 #include <QtTest>
 
-#include <memory>
-
 namespace {
 
 const QString popup = QStringLiteral("stitchPopup");
