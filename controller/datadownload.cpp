@@ -12,6 +12,7 @@
 #include <QSet>
 
 #include <cerrno>
+#include <optional>
 #include <utility>
 
 namespace {
@@ -48,23 +49,23 @@ bool holdsAllOf(const QString &path, const CsvRun &run)
 class Sequence
 {
 public:
-    /// Whether the data set of `line` comes right after the one before it. A start entry may have any number;
-    /// a line that is sent again is none of its own.
+    /// Whether the data set of `line` comes right after the one before it. The first entry and a start entry
+    /// may have any number: a log may begin amid a run. A line that is sent again doesn't count.
     bool follows(const QString &line, const Record &record)
     {
         if (seen_.contains(line))
             return true;
         seen_.insert(line);
-        const int before = std::exchange(previous_, record.number);
-        if (record.type == 's' || record.number - before == 1)
+        const std::optional<int> before = std::exchange(previous_, record.number);
+        if (!before || record.type == 's' || record.number - *before == 1)
             return true;
-        qWarning("Data: Dataset %d came right after dataset %d.", record.number, before);
+        qWarning("Data: Dataset %d came right after dataset %d.", record.number, *before);
         return false;
     }
 
 private:
     QSet<QString> seen_;
-    int previous_ = 0;
+    std::optional<int> previous_;
 };
 
 /// Writes the runs of one dump.

@@ -101,6 +101,8 @@ private slots:
     void otherLinesOfADump();
     void noStartWritesNoFile_data();
     void noStartWritesNoFile();
+    void numbersThatJump_data();
+    void numbersThatJump();
     void twoRunsInAMinuteLeaveTheSecond();
     void anExistingFileIsReplaced();
     void aFileThatCannotBeBegun_data();
@@ -390,6 +392,32 @@ void TestCsvRuns::noStartWritesNoFile()
     const Workspace place;
     QCOMPARE(filesOf(lines, place.makeFolder(QStringLiteral("out")), QString()), 0);
     QCOMPARE(place.tree(QStringLiteral("out")).size(), 0);
+}
+
+void TestCsvRuns::numbersThatJump_data()
+{
+    QTest::addColumn<QStringList>("lines");
+    QTest::addColumn<bool>("gaps");
+
+    const QString start = dataset(1, start_flag, evening);
+    QTest::newRow("none") << run(evening, 4) << false;
+    QTest::newRow("amid a run") << QStringList{start, entry(2, evening, 1), entry(4, evening, 3)} << true;
+    QTest::newRow("after the start") << QStringList{start, entry(3, evening, 2)} << true;
+    QTest::newRow("backwards") << QStringList{start, entry(2, evening, 1), entry(1, evening, 2)} << true;
+    QTest::newRow("at a start") << QStringList{start, entry(2, evening, 1),
+                                               dataset(9, start_flag, evening + 60)}
+                                << false;
+    QTest::newRow("a line that is sent again")
+        << QStringList{start, entry(2, evening, 1), entry(2, evening, 1), entry(3, evening, 2)} << false;
+    QTest::newRow("a log that begins amid a run")
+        << QStringList{entry(17, evening, 1), entry(18, evening, 2), dataset(19, start_flag, evening + 60)}
+        << false;
+}
+
+void TestCsvRuns::numbersThatJump()
+{
+    QFETCH(QStringList, lines);
+    QTEST(runsOf(lines, QStringLiteral("folder"), {}).gaps, "gaps");
 }
 
 void TestCsvRuns::twoRunsInAMinuteLeaveTheSecond()
