@@ -142,19 +142,18 @@ void TestChoosers::dialogs_data()
     QTest::addColumn<bool>("folder");
     QTest::addColumn<int>("startsIn");
     QTest::addColumn<QStringList>("filters");
-    QTest::newRow("source") << "sourceChooser"
-                            << "Choose a directory" << true << int(QStandardPaths::DesktopLocation)
-                            << QStringList{};
-    QTest::newRow("destination") << "destinationChooser"
-                                 << "Choose the target directory" << true
-                                 << int(QStandardPaths::MoviesLocation) << QStringList{};
-    QTest::newRow("template") << "templateChooser"
-                              << "Select a stitching template" << false << int(QStandardPaths::MoviesLocation)
-                              << QStringList{"Autopano Project Template (*.kava)"};
-    QTest::newRow("firmware") << "firmwareChooser"
-                              << "Please select the new firmware file" << false
-                              << int(QStandardPaths::DocumentsLocation)
-                              << QStringList{"Kelpora Firmware (*.hex)"};
+    const auto row = [](const char *name, const QString &chooser, const QString &title, bool folder,
+                        int startsIn, const QStringList &filters) {
+        QTest::newRow(name) << chooser << title << folder << startsIn << filters;
+    };
+    row("source", "sourceChooser", "Choose a directory", true, int(QStandardPaths::DesktopLocation),
+        QStringList{});
+    row("destination", "destinationChooser", "Choose the target directory", true,
+        int(QStandardPaths::MoviesLocation), QStringList{});
+    row("template", "templateChooser", "Select a stitching template", false,
+        int(QStandardPaths::MoviesLocation), QStringList{"Autopano Project Template (*.kava)"});
+    row("firmware", "firmwareChooser", "Please select the new firmware file", false,
+        int(QStandardPaths::DocumentsLocation), QStringList{"Kelpora Firmware (*.hex)"});
 }
 
 void TestChoosers::dialogs()
@@ -336,7 +335,7 @@ void TestChoosers::templates()
     }
     chooseCards(view, {0, 1, 2});
     QSignalSpy requests(view.window(), copySignature);
-    view.object(combo)->setProperty("currentIndex", 1);
+    view.set(combo, "currentIndex", 1);
     view.call("copyFilesClicked");
     QCOMPARE(requests.first().at(4).toString(), one);
     view.click(QStringLiteral("refreshTemplatesButton"));
@@ -354,7 +353,7 @@ void TestChoosers::firmware()
     QFETCH(QString, name);
     const QString path = workspace_.write(QStringLiteral("fw/") + name + QStringLiteral(".hex"), "x");
     const View &view = show();
-    view.object(QStringLiteral("devicesComboSettings"))->setProperty("currentIndex", 0);
+    view.set("devicesComboSettings", "currentIndex", 0);
     controller.ports.clear();
     QVERIFY(QMetaObject::invokeMethod(view.object(QStringLiteral("firmwareChooser")), "open"));
     QVERIFY(accept(view, QStringLiteral("firmwareChooser"), path));
@@ -423,6 +422,9 @@ void TestChoosers::theDialogItself()
     QVERIFY(QTest::qWaitForWindowActive(window));
     QQuickItem *field = nullptr;
     QTRY_VERIFY((field = pathField(window->contentItem())) != nullptr);
+    // The dialog writes where it starts, a moment after it is shown.
+    QTRY_COMPARE(field->property("text").toString(),
+                 QStandardPaths::writableLocation(QStandardPaths::DesktopLocation));
     QTest::mouseClick(window, Qt::LeftButton, Qt::NoModifier,
                       field->mapToScene(QPointF(field->width() / 2, field->height() / 2)).toPoint());
     QTest::keyClick(window, Qt::Key_A, Qt::ControlModifier);

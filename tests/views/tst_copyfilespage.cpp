@@ -97,22 +97,11 @@ void TestCopyFilesPage::texts()
 {
     const View &view = show();
     QQuickItem *page = view.page(0);
-    const QStringList expected = {
-        "Source:",       "Card 1",
-        "...",           "Card 2",
-        "...",           "Card 3",
-        "...",           "Refresh Cards",
-        "Erase Cards",   "Destination:",
-        "Folder",        "...",
-        "Project Name",  "Stitching:",
-        "Camera Angles", "Overwrite camera angles in template.",
-        "Change",        "Template",
-        "...",           "Refresh Templates",
-        "Copy Files",    "Progress:",
-        "Card 1",        "",
-        "Card 2",        "",
-        "Card 3",        "",
-    };
+    const QStringList expected =
+        split("Source:|Card 1|...|Card 2|...|Card 3|...|Refresh Cards|Erase Cards|Destination:|"
+              "Folder|...|Project Name|Stitching:|Camera Angles|"
+              "Overwrite camera angles in template.|Change|Template|...|Refresh Templates|"
+              "Copy Files|Progress:|Card 1||Card 2||Card 3|");
     const QList<QQuickItem *> items = textItems(page);
     QCOMPARE(::texts(items), expected);
     // The style would set the texts of buttons in capitals.
@@ -166,34 +155,35 @@ void TestCopyFilesPage::preselection_data()
 {
     QTest::addColumn<Entries>("drives");
     QTest::addColumn<QList<int>>("chosen");
-    QTest::newRow("names that end in 1, 2 and 3") << threeCards() << QList<int>{0, 1, 2};
-    QTest::newRow("in any order") << Entries{{"/m/z", "KELPORA360_3"},
-                                             {"/m/y", "KELPORA360_1"},
-                                             {"/m/x", "KELPORA360_2"}}
-                                  << QList<int>{1, 2, 0};
-    QTest::newRow("among other drives")
-        << Entries{{"/m/1", "DATA1"}, {"/m/a", "KELPORA360_2"}, {"/", "root"}} << QList<int>{-1, 1, -1};
-    QTest::newRow("360 in the path alone") << Entries{{"/media/360/x", "CARD_3"}} << QList<int>{-1, -1, 0};
-    QTest::newRow("360 in the name alone") << Entries{{"/media/x", "a360b1"}} << QList<int>{0, -1, -1};
-    QTest::newRow("the digit ends the path alone")
-        << Entries{{"/media/card2", "360"}} << QList<int>{-1, 0, -1};
-    QTest::newRow("the digit stands inside") << Entries{{"/media/1x", "360_1_a"}} << QList<int>{-1, -1, -1};
-    QTest::newRow("360 is in neither")
-        << Entries{{"/media/card1", "CARD1"}, {"/media/36", "0_2"}} << QList<int>{-1, -1, -1};
-    QTest::newRow("another digit") << Entries{{"/media/a", "KELPORA360_4"}, {"/media/b", "KELPORA360"}}
-                                   << QList<int>{-1, -1, -1};
-    QTest::newRow("a later match overrides an earlier one") << Entries{{"/m/a", "KELPORA360_1"},
-                                                                       {"/m/b", "KELPORA360_1"},
-                                                                       {"/m/c", "KELPORA360_2"},
-                                                                       {"/m/d", "OLD360_2"}}
-                                                            << QList<int>{1, 3, -1};
-    QTest::newRow("1 in the path goes before 2 in the name")
-        << Entries{{"/media/x1", "KELPORA360_2"}} << QList<int>{0, -1, -1};
-    QTest::newRow("2 in the path goes before 3 in the name")
-        << Entries{{"/media/x2", "KELPORA360_3"}} << QList<int>{-1, 0, -1};
-    QTest::newRow("1 in the name goes before 3 in the path")
-        << Entries{{"/media/x3", "KELPORA360_1"}} << QList<int>{0, -1, -1};
-    QTest::newRow("no drives") << Entries{} << QList<int>{-1, -1, -1};
+    const auto row = [](const char *name, const Entries &drives, const QList<int> &chosen) {
+        QTest::newRow(name) << drives << chosen;
+    };
+    row("names that end in 1, 2 and 3", threeCards(), QList<int>{0, 1, 2});
+    row("in any order", Entries{{"/m/z", "KELPORA360_3"}, {"/m/y", "KELPORA360_1"}, {"/m/x", "KELPORA360_2"}},
+        QList<int>{1, 2, 0});
+    row("among other drives", Entries{{"/m/1", "DATA1"}, {"/m/a", "KELPORA360_2"}, {"/", "root"}},
+        QList<int>{-1, 1, -1});
+    row("360 in the path alone", Entries{{"/media/360/x", "CARD_3"}}, QList<int>{-1, -1, 0});
+    row("360 in the name alone", Entries{{"/media/x", "a360b1"}}, QList<int>{0, -1, -1});
+    row("the digit ends the path alone", Entries{{"/media/card2", "360"}}, QList<int>{-1, 0, -1});
+    row("the digit stands inside", Entries{{"/media/1x", "360_1_a"}}, QList<int>{-1, -1, -1});
+    row("360 is in neither", Entries{{"/media/card1", "CARD1"}, {"/media/36", "0_2"}},
+        QList<int>{-1, -1, -1});
+    row("another digit", Entries{{"/media/a", "KELPORA360_4"}, {"/media/b", "KELPORA360"}},
+        QList<int>{-1, -1, -1});
+    row("a later match overrides an earlier one",
+        Entries{{"/m/a", "KELPORA360_1"},
+                {"/m/b", "KELPORA360_1"},
+                {"/m/c", "KELPORA360_2"},
+                {"/m/d", "OLD360_2"}},
+        QList<int>{1, 3, -1});
+    row("1 in the path goes before 2 in the name", Entries{{"/media/x1", "KELPORA360_2"}},
+        QList<int>{0, -1, -1});
+    row("2 in the path goes before 3 in the name", Entries{{"/media/x2", "KELPORA360_3"}},
+        QList<int>{-1, 0, -1});
+    row("1 in the name goes before 3 in the path", Entries{{"/media/x3", "KELPORA360_1"}},
+        QList<int>{0, -1, -1});
+    row("no drives", Entries{}, QList<int>{-1, -1, -1});
 }
 
 void TestCopyFilesPage::preselection()
@@ -229,7 +219,7 @@ void TestCopyFilesPage::refreshingTemplates()
     QCOMPARE(view.property(combo, "currentIndex").toInt(), 0);
     QCOMPARE(view.property(combo, "displayText").toString(), QStringLiteral("b"));
 
-    view.object(combo)->setProperty("currentIndex", 1);
+    view.set(combo, "currentIndex", 1);
     controller.templates = listOf({{"/t/z.kava", "z"}, {"/t/y.kava", "y"}, {"/t/x.kava", "x"}});
     view.click(QStringLiteral("refreshTemplatesButton"));
     QCOMPARE(offered(view.object(combo)), (QStringList{"z", "y", "x"}));
@@ -330,21 +320,20 @@ void TestCopyFilesPage::copyFiles_data()
     QTest::addColumn<QString>("folder");
     QTest::addColumn<QString>("projectName");
     QTest::addColumn<QVariantList>("arguments");
-    QTest::newRow("with template and project name")
-        << QList<int>{0, 1, 2} << 1 << "/dst"
-        << "reef" << QVariantList{"/media/a", "/media/b", "/media/c", "/dst", "/templates/A.kava", "reef"};
-    QTest::newRow("without template")
-        << QList<int>{0, 1, 2} << -1 << "/dst"
-        << "reef" << QVariantList{"/media/a", "/media/b", "/media/c", "/dst", "", "reef"};
-    QTest::newRow("without project name")
-        << QList<int>{0, 1, 2} << 0 << "/dst"
-        << "" << QVariantList{"/media/a", "/media/b", "/media/c", "/dst", "/templates/b.kava", ""};
-    QTest::newRow("cards in another order")
-        << QList<int>{2, 0, 1} << -1 << "/d s t/\u00e4"
-        << "" << QVariantList{"/media/c", "/media/a", "/media/b", "/d s t/\u00e4", "", ""};
-    QTest::newRow("one card three times")
-        << QList<int>{1, 1, 1} << -1 << "relative"
-        << "%1 x" << QVariantList{"/media/b", "/media/b", "/media/b", "relative", "", "%1 x"};
+    const auto row = [](const char *name, const QList<int> &cards, int templateIndex, const QString &folder,
+                        const QString &projectName, const QVariantList &arguments) {
+        QTest::newRow(name) << cards << templateIndex << folder << projectName << arguments;
+    };
+    row("with template and project name", QList<int>{0, 1, 2}, 1, "/dst", "reef",
+        QVariantList{"/media/a", "/media/b", "/media/c", "/dst", "/templates/A.kava", "reef"});
+    row("without template", QList<int>{0, 1, 2}, -1, "/dst", "reef",
+        QVariantList{"/media/a", "/media/b", "/media/c", "/dst", "", "reef"});
+    row("without project name", QList<int>{0, 1, 2}, 0, "/dst", "",
+        QVariantList{"/media/a", "/media/b", "/media/c", "/dst", "/templates/b.kava", ""});
+    row("cards in another order", QList<int>{2, 0, 1}, -1, "/d s t/\u00e4", "",
+        QVariantList{"/media/c", "/media/a", "/media/b", "/d s t/\u00e4", "", ""});
+    row("one card three times", QList<int>{1, 1, 1}, -1, "relative", "%1 x",
+        QVariantList{"/media/b", "/media/b", "/media/b", "relative", "", "%1 x"});
 }
 
 void TestCopyFilesPage::copyFiles()
@@ -356,9 +345,9 @@ void TestCopyFilesPage::copyFiles()
     QFETCH(QVariantList, arguments);
     const View &view = show();
     chooseCards(view, cards);
-    view.object(QStringLiteral("templateCombo"))->setProperty("currentIndex", templateIndex);
-    view.object(QStringLiteral("destinationFilesText"))->setProperty("text", folder);
-    view.object(QStringLiteral("projectNameText"))->setProperty("text", projectName);
+    view.set("templateCombo", "currentIndex", templateIndex);
+    view.set("destinationFilesText", "text", folder);
+    view.set("projectNameText", "text", projectName);
 
     QSignalSpy requests(view.window(),
                         SIGNAL(copyFiles(QString, QString, QString, QString, QString, QString)));
@@ -374,27 +363,19 @@ void TestCopyFilesPage::readyToCopyFiles_data()
     QTest::addColumn<QString>("folder");
     QTest::addColumn<QString>("busy");
     QTest::addColumn<bool>("ready");
+    const auto row = [](const char *name, const QList<int> &cards, const QString &folder, const QString &busy,
+                        bool ready) { QTest::newRow(name) << cards << folder << busy << ready; };
     const QList<int> all = {0, 1, 2};
-    QTest::newRow("three cards and a folder") << all << "/dst"
-                                              << "" << true;
-    QTest::newRow("the same card thrice") << QList<int>{0, 0, 0} << "/dst"
-                                          << "" << true;
-    QTest::newRow("no first card") << QList<int>{-1, 1, 2} << "/dst"
-                                   << "" << false;
-    QTest::newRow("no second card") << QList<int>{0, -1, 2} << "/dst"
-                                    << "" << false;
-    QTest::newRow("no third card") << QList<int>{0, 1, -1} << "/dst"
-                                   << "" << false;
-    QTest::newRow("no folder") << all << ""
-                               << "" << false;
-    QTest::newRow("the first card is busy") << all << "/dst"
-                                            << "cardOneCopying" << false;
-    QTest::newRow("the second card is busy") << all << "/dst"
-                                             << "cardTwoCopying" << false;
-    QTest::newRow("the third card is busy") << all << "/dst"
-                                            << "cardThreeCopying" << false;
-    QTest::newRow("a controller job runs") << all << "/dst"
-                                           << "dataCopying" << true;
+    row("three cards and a folder", all, "/dst", "", true);
+    row("the same card thrice", QList<int>{0, 0, 0}, "/dst", "", true);
+    row("no first card", QList<int>{-1, 1, 2}, "/dst", "", false);
+    row("no second card", QList<int>{0, -1, 2}, "/dst", "", false);
+    row("no third card", QList<int>{0, 1, -1}, "/dst", "", false);
+    row("no folder", all, "", "", false);
+    row("the first card is busy", all, "/dst", "cardOneCopying", false);
+    row("the second card is busy", all, "/dst", "cardTwoCopying", false);
+    row("the third card is busy", all, "/dst", "cardThreeCopying", false);
+    row("a controller job runs", all, "/dst", "dataCopying", true);
 }
 
 void TestCopyFilesPage::readyToCopyFiles()
@@ -405,9 +386,8 @@ void TestCopyFilesPage::readyToCopyFiles()
     QFETCH(bool, ready);
     const View &view = show();
     chooseCards(view, cards);
-    view.object(QStringLiteral("destinationFilesText"))->setProperty("text", folder);
-    if (!busy.isEmpty())
-        QVERIFY(view.window()->setProperty(busy.toLatin1().constData(), true));
+    view.set("destinationFilesText", "text", folder);
+    view.raise(busy);
 
     QCOMPARE(view.call("readyToCopyFiles").toBool(), ready);
     QCOMPARE(view.property(QStringLiteral("copyFilesButton"), "enabled").toBool(), ready);
@@ -451,8 +431,7 @@ void TestCopyFilesPage::readyToExit()
     QFETCH(QString, busy);
     QFETCH(bool, ready);
     const View &view = show();
-    if (!busy.isEmpty())
-        QVERIFY(view.window()->setProperty(busy.toLatin1().constData(), true));
+    view.raise(busy);
     QCOMPARE(view.call("readyToExit").toBool(), ready);
     QCOMPARE(view.property(QStringLiteral("exitButton"), "enabled").toBool(), ready);
     view.click(QStringLiteral("exitButton"));

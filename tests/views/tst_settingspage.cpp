@@ -57,32 +57,11 @@ void TestSettingsPage::equip()
 void TestSettingsPage::texts()
 {
     const View &view = show();
-    QCOMPARE(::texts(textItems(view.page(2))), (QStringList{"Camera Device:",
-                                                            "Port",
-                                                            "Refresh Devices",
-                                                            "Connect",
-                                                            "",
-                                                            "Camera Settings:",
-                                                            "Firmware:",
-                                                            "-",
-                                                            "Battery:",
-                                                            "-",
-                                                            "Date/Time",
-                                                            "Now",
-                                                            "Record LED",
-                                                            "LED is on while recording",
-                                                            "Video interval",
-                                                            "1.0 seconds",
-                                                            "Photo interval",
-                                                            "5 seconds",
-                                                            "Photo timeout",
-                                                            "90 minutes",
-                                                            "E1 Firmware",
-                                                            "Save Settings",
-                                                            "Reset Settings",
-                                                            "Progress:",
-                                                            "Settings",
-                                                            ""}));
+    QCOMPARE(::texts(textItems(view.page(2))),
+             split("Camera Device:|Port|Refresh Devices|Connect||Camera Settings:|Firmware:|-|"
+                   "Battery:|-|Date/Time|Now|Record LED|LED is on while recording|Video interval|"
+                   "1.0 seconds|Photo interval|5 seconds|Photo timeout|90 minutes|E1 Firmware|"
+                   "Save Settings|Reset Settings|Progress:|Settings|"));
     QCOMPARE(offered(view.object(QStringLiteral("e1FirmwareCombo"))),
              (QStringList{"0.26", "0.29", "0.30 (in beta, not officially supported)"}));
 }
@@ -101,7 +80,7 @@ void TestSettingsPage::now()
 {
     const View &view = show();
     QVERIFY(view.showPage(2));
-    view.object(QStringLiteral("dateTimeText"))->setProperty("text", "yesterday");
+    view.set("dateTimeText", "text", "yesterday");
     const QDateTime before = QDateTime::currentDateTime();
     view.click(view.rowButton(2, QStringLiteral("Date/Time")));
     const QDateTime after = QDateTime::currentDateTime();
@@ -118,20 +97,20 @@ void TestSettingsPage::sliders_data()
     QTest::addColumn<double>("value");
     QTest::addColumn<double>("set");
     QTest::addColumn<QString>("shown");
+    const auto row = [](const char *name, const QString &slider, const QList<double> &range, double value,
+                        double set, const QString &shown) {
+        QTest::newRow(name) << slider << range << value << set << shown;
+    };
     const QList<double> video = {0.2, 10, 0.1};
     const QList<double> photo = {5, 120, 1};
     const QList<double> timeout = {5, 360, 5};
-    QTest::newRow("the least video interval")
-        << "videoIntervalSlider" << video << 1.0 << 0.2 << "0.2 seconds";
-    QTest::newRow("a video interval") << "videoIntervalSlider" << video << 1.0 << 2.3 << "2.3 seconds";
-    QTest::newRow("the most video interval")
-        << "videoIntervalSlider" << video << 1.0 << 10.0 << "10.0 seconds";
-    QTest::newRow("a photo interval") << "photoIntervalSlider" << photo << 5.0 << 17.0 << "17 seconds";
-    QTest::newRow("the most photo interval")
-        << "photoIntervalSlider" << photo << 5.0 << 120.0 << "120 seconds";
-    QTest::newRow("a photo timeout") << "photoTimeoutSlider" << timeout << 90.0 << 5.0 << "5 minutes";
-    QTest::newRow("the most photo timeout")
-        << "photoTimeoutSlider" << timeout << 90.0 << 360.0 << "360 minutes";
+    row("the least video interval", "videoIntervalSlider", video, 1.0, 0.2, "0.2 seconds");
+    row("a video interval", "videoIntervalSlider", video, 1.0, 2.3, "2.3 seconds");
+    row("the most video interval", "videoIntervalSlider", video, 1.0, 10.0, "10.0 seconds");
+    row("a photo interval", "photoIntervalSlider", photo, 5.0, 17.0, "17 seconds");
+    row("the most photo interval", "photoIntervalSlider", photo, 5.0, 120.0, "120 seconds");
+    row("a photo timeout", "photoTimeoutSlider", timeout, 90.0, 5.0, "5 minutes");
+    row("the most photo timeout", "photoTimeoutSlider", timeout, 90.0, 360.0, "360 minutes");
 }
 
 void TestSettingsPage::sliders()
@@ -150,7 +129,7 @@ void TestSettingsPage::sliders()
     const int snapAlways = 1;
     if (slider == QLatin1String("photoIntervalSlider"))
         QCOMPARE(view.property(slider, "snapMode").toInt(), snapAlways);
-    view.object(slider)->setProperty("value", set);
+    view.set(slider, "value", set);
     QCOMPARE(view.property(slider + "Text", "text").toString(), shown);
 }
 
@@ -234,7 +213,7 @@ void TestSettingsPage::e1Firmware()
     QFETCH(int, after);
     QFETCH(int, selected);
     const View &view = show();
-    view.object(QStringLiteral("e1FirmwareCombo"))->setProperty("currentIndex", before);
+    view.set("e1FirmwareCombo", "currentIndex", before);
     view.call("setE1Firmware", generation);
     QCOMPARE(view.property("e1FirmwareCombo", "currentIndex").toInt(), after);
     QCOMPARE(view.call("getSelectedE1Firmware").toInt(), selected);
@@ -257,10 +236,9 @@ void TestSettingsPage::ready()
     QFETCH(QString, busy);
     QFETCH(bool, ready);
     const View &view = show();
-    view.object(settingsCombo)->setProperty("currentIndex", device);
-    view.object(dataCombo)->setProperty("currentIndex", device < 0 ? 0 : -1);
-    if (!busy.isEmpty())
-        QVERIFY(view.window()->setProperty(busy.toLatin1().constData(), true));
+    view.set(settingsCombo, "currentIndex", device);
+    view.set(dataCombo, "currentIndex", device < 0 ? 0 : -1);
+    view.raise(busy);
     for (const char *rule : {"readyToReadSettings", "readyToResetCameraSettings", "readyToSaveCameraSettings",
                              "readyToUpdateFirmware"})
         QCOMPARE(view.call(rule).toBool(), ready);
@@ -284,8 +262,8 @@ void TestSettingsPage::requests()
     QFETCH(QByteArray, signature);
     const View &view = show();
     QVERIFY(view.showPage(2));
-    view.object(settingsCombo)->setProperty("currentIndex", 0);
-    view.object(wait)->setProperty("text", "left over");
+    view.set(settingsCombo, "currentIndex", 0);
+    view.set(wait, "text", "left over");
     controller.ports.clear();
     QSignalSpy spy(view.window(), signature.constData());
     QVERIFY(spy.isValid());
@@ -323,12 +301,12 @@ void TestSettingsPage::save()
     QFETCH(int, e1);
     const View &view = show();
     QVERIFY(view.showPage(2));
-    view.object(QStringLiteral("dateTimeText"))->setProperty("text", date);
-    view.object(QStringLiteral("recLedBox"))->setProperty("checked", led);
-    view.object(QStringLiteral("videoIntervalSlider"))->setProperty("value", values.at(0));
-    view.object(QStringLiteral("photoIntervalSlider"))->setProperty("value", values.at(1));
-    view.object(QStringLiteral("photoTimeoutSlider"))->setProperty("value", values.at(2));
-    view.object(QStringLiteral("e1FirmwareCombo"))->setProperty("currentIndex", e1Index);
+    view.set("dateTimeText", "text", date);
+    view.set("recLedBox", "checked", led);
+    view.set("videoIntervalSlider", "value", values.at(0));
+    view.set("photoIntervalSlider", "value", values.at(1));
+    view.set("photoTimeoutSlider", "value", values.at(2));
+    view.set("e1FirmwareCombo", "currentIndex", e1Index);
     QSignalSpy spy(view.window(), saveSignature);
     view.click(QStringLiteral("saveSettingsButton"));
     QCOMPARE(spy.size(), 1);
@@ -370,7 +348,7 @@ void TestSettingsPage::settingsThatWereRead()
     QFETCH(int, e1Index);
     for (const bool open : {false, true}) {
         const View &view = show();
-        view.object(QStringLiteral("e1FirmwareCombo"))->setProperty("currentIndex", 1);
+        view.set("e1FirmwareCombo", "currentIndex", 1);
         if (open)
             view.call("connectButtonClicked");
         view.call("updateCameraSettings", QStringLiteral("1.2.3"), QStringLiteral("87%"),
@@ -473,19 +451,10 @@ void TestSettingsPage::tabReachesEveryControl()
     const View &view = show();
     QVERIFY(view.showPage(2));
     view.item(settingsCombo)->forceActiveFocus(Qt::TabFocusReason);
-    const QStringList expected = {"devicesComboSettings",
-                                  "refreshDevicesSettingsButton",
-                                  "connectButton",
-                                  "dateTimeText",
-                                  "Now",
-                                  "recLedBox",
-                                  "videoIntervalSlider",
-                                  "photoIntervalSlider",
-                                  "photoTimeoutSlider",
-                                  "e1FirmwareCombo",
-                                  "saveSettingsButton",
-                                  "resetSettingsButton",
-                                  "exitButton"};
+    const QStringList expected =
+        split("devicesComboSettings|refreshDevicesSettingsButton|connectButton|dateTimeText|Now|"
+              "recLedBox|videoIntervalSlider|photoIntervalSlider|photoTimeoutSlider|"
+              "e1FirmwareCombo|saveSettingsButton|resetSettingsButton|exitButton");
     QCOMPARE(view.tabThrough(expected.size()), expected);
 }
 

@@ -221,29 +221,29 @@ void TestStart::requestsBeforeThePages_data()
     QTest::addColumn<QVariantList>("arguments");
     QTest::addColumn<QByteArray>("signature");
     QTest::addColumn<QVariantList>("emitted");
+    const auto row = [](const char *name, const QString &function, const QVariantList &arguments,
+                        const QByteArray &signature, const QVariantList &emitted) {
+        QTest::newRow(name) << function << arguments << signature << emitted;
+    };
     const QVariantList cards = {"/media/KELPORA360_1", "/media/KELPORA360_2", "/media/KELPORA360_3"};
-    QTest::newRow("copying files") << "copyFilesClicked" << QVariantList{}
-                                   << QByteArray(SIGNAL(
-                                          copyFiles(QString, QString, QString, QString, QString, QString)))
-                                   << cards + QVariantList{"/home/diver/Videos", "/templates/a.kava", ""};
-    QTest::newRow("erasing cards") << "eraseCardsClicked" << QVariantList{true, false}
-                                   << QByteArray(SIGNAL(eraseCards(QString, QString, QString, bool, bool)))
-                                   << cards + QVariantList{true, false};
-    QTest::newRow("copying data") << "copyDataClicked" << QVariantList{}
-                                  << QByteArray(SIGNAL(copyData(QString, QString, QString)))
-                                  << QVariantList{"ttyUSB0", "/home/diver/Videos", ""};
-    QTest::newRow("erasing the memory")
-        << "eraseMemoryClicked" << QVariantList{true} << QByteArray(SIGNAL(eraseMemory(QString)))
-        << QVariantList{"ttyUSB0"};
-    QTest::newRow("connecting") << "connectButtonClicked" << QVariantList{}
-                                << QByteArray(SIGNAL(readCameraSettings(QString))) << QVariantList{"ttyUSB0"};
-    QTest::newRow("saving the settings")
-        << "saveCameraSettingsClicked" << QVariantList{}
-        << QByteArray(SIGNAL(saveCameraSettings(QString, QString, int, double, double, double, int)))
-        << QVariantList{"ttyUSB0", "", 1, 1.0, 5.0, 90.0, 26};
-    QTest::newRow("resetting the settings")
-        << "resetCameraSettingsClicked" << QVariantList{} << QByteArray(SIGNAL(resetCameraSettings(QString)))
-        << QVariantList{"ttyUSB0"};
+    row("copying files", "copyFilesClicked", QVariantList{},
+        QByteArray(SIGNAL(copyFiles(QString, QString, QString, QString, QString, QString))),
+        cards + QVariantList{"/home/diver/Videos", "/templates/a.kava", ""});
+    row("erasing cards", "eraseCardsClicked", QVariantList{true, false},
+        QByteArray(SIGNAL(eraseCards(QString, QString, QString, bool, bool))),
+        cards + QVariantList{true, false});
+    row("copying data", "copyDataClicked", QVariantList{},
+        QByteArray(SIGNAL(copyData(QString, QString, QString))),
+        QVariantList{"ttyUSB0", "/home/diver/Videos", ""});
+    row("erasing the memory", "eraseMemoryClicked", QVariantList{true},
+        QByteArray(SIGNAL(eraseMemory(QString))), QVariantList{"ttyUSB0"});
+    row("connecting", "connectButtonClicked", QVariantList{}, QByteArray(SIGNAL(readCameraSettings(QString))),
+        QVariantList{"ttyUSB0"});
+    row("saving the settings", "saveCameraSettingsClicked", QVariantList{},
+        QByteArray(SIGNAL(saveCameraSettings(QString, QString, int, double, double, double, int))),
+        QVariantList{"ttyUSB0", "", 1, 1.0, 5.0, 90.0, 26});
+    row("resetting the settings", "resetCameraSettingsClicked", QVariantList{},
+        QByteArray(SIGNAL(resetCameraSettings(QString))), QVariantList{"ttyUSB0"});
 }
 
 void TestStart::requestsBeforeThePages()

@@ -83,7 +83,9 @@ QByteArray ok(const QByteArray &body)
 class Service : public QObject
 {
 public:
-    Service()
+    /// `controller` names it in its settings.
+    explicit Service(ScriptedController *controller, const QByteArray &everyAnswer = {})
+        : answer(everyAnswer)
     {
         connect(&server_, &QTcpServer::newConnection, this, [this] {
             while (QTcpSocket *socket = server_.nextPendingConnection()) {
@@ -93,6 +95,7 @@ public:
         });
         if (!server_.listen(QHostAddress::LocalHost))
             qFatal("The test can't listen on the loopback interface");
+        controller->settings.insert(QStringLiteral("CalibrationUrl"), url());
     }
 
     [[nodiscard]] QString url() const
@@ -166,6 +169,7 @@ class TestStitchPopup : public ViewTest
     Q_OBJECT
 
     void equip() override;
+    const View &showPopup();
 
 private slots:
     void initTestCase();
@@ -179,7 +183,6 @@ private slots:
     void reset();
     void save();
     void saveKeepsForeignKeys();
-    void closesOnlyByItsButtons_data();
     void closesOnlyByItsButtons();
     void tabReachesEveryControl();
     void download_data();
@@ -205,6 +208,14 @@ void TestStitchPopup::equip()
     controller.settings = storedSettings();
 }
 
+const View &TestStitchPopup::showPopup()
+{
+    const View &view = show();
+    if (!openPopup(view))
+        qFatal("The popup isn't shown");
+    return view;
+}
+
 void TestStitchPopup::initTestCase()
 {
     // A proxy of the machine has no say here.
@@ -214,16 +225,12 @@ void TestStitchPopup::initTestCase()
 
 void TestStitchPopup::texts()
 {
-    const View &view = show();
-    QVERIFY(openPopup(view));
+    const View &view = showPopup();
     QCOMPARE(::texts(textItems(view.contentOf(popup))),
-             (QStringList{"Custom camera calibration settings", "Your Kelpora 360 serial: ", "Download",
-                          "Defaults", "Reset", "Camera:", "1", "2", "3",
-                          "Yaw: ", "Pitch: ", "Roll: ", "Offset X: ", "Offset Y: ", "Angles are in Radians",
-                          "Overwrite camera angles in template", "Save", "Cancel"}));
-    QCOMPARE(view.property(popup, "modal").toBool(), true);
-    QCOMPARE(QPointF(view.property(popup, "x").toDouble(), view.property(popup, "y").toDouble()),
-             QPointF(100, 100));
+             split("Custom camera calibration settings|Your Kelpora 360 serial: |Download|Defaults|"
+                   "Reset|Camera:|1|2|3|Yaw: |Pitch: |Roll: |Offset X: |Offset Y: |"
+                   "Angles are in Radians|Overwrite camera angles in template|Save|Cancel"));
+    QVERIFY(view.isModalInPlace(popup));
     // Each field stands in its camera's column and its angle's row.
     QList<double> columns;
     for (int camera = 1; camera <= 3; ++camera) {
@@ -261,8 +268,7 @@ void TestStitchPopup::showsWhatIsStored()
     QFETCH(bool, overwriteShown);
     controller.settings.insert(QStringLiteral("RadiansAngles"), radians);
     controller.settings.insert(QStringLiteral("OverwriteAngles"), overwrite);
-    const View &view = show();
-    QVERIFY(openPopup(view));
+    const View &view = showPopup();
     QVariantMap expected = editable(controller.settings);
     expected.insert(QStringLiteral("RadiansAngles"), radiansShown ? "1" : "0");
     expected.insert(QStringLiteral("OverwriteAngles"), overwriteShown ? "1" : "0");
@@ -272,8 +278,7 @@ void TestStitchPopup::showsWhatIsStored()
 
 void TestStitchPopup::enabledFields()
 {
-    const View &view = show();
-    QVERIFY(openPopup(view));
+    const View &view = showPopup();
     const QStringList keys = cameraKeys();
     for (const bool overwrite : {true, false, true}) {
         if (view.property("overwriteAngles", "checked").toBool() != overwrite)
@@ -291,8 +296,7 @@ void TestStitchPopup::enabledFields()
 
 void TestStitchPopup::defaults()
 {
-    const View &view = show();
-    QVERIFY(openPopup(view));
+    const View &view = showPopup();
     view.click(QStringLiteral("defaultAnglesButton"));
     QVariantMap expected = {{"Serialnumber", "K360-7"}, {"OverwriteAngles", "1"}, {"RadiansAngles", "0"},
                             {"Camera1Yaw", "0"},        {"Camera2Yaw", "120"},    {"Camera3Yaw", "-120"}};
@@ -311,8 +315,7 @@ void TestStitchPopup::defaults()
 
 void TestStitchPopup::defaultsThenCancel()
 {
-    const View &view = show();
-    QVERIFY(openPopup(view));
+    const View &view = showPopup();
     view.click(QStringLiteral("defaultAnglesButton"));
     view.click(QStringLiteral("cancelAnglesButton"));
     QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
@@ -323,9 +326,8 @@ void TestStitchPopup::defaultsThenCancel()
 
 void TestStitchPopup::cancelKeepsTheEdits()
 {
-    const View &view = show();
-    QVERIFY(openPopup(view));
-    view.object(QStringLiteral("camera2Roll"))->setProperty("text", "edited");
+    const View &view = showPopup();
+    view.set("camera2Roll", "text", "edited");
     view.click(QStringLiteral("cancelAnglesButton"));
     QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
     QCOMPARE(view.property("camera2Roll", "text").toString(), QStringLiteral("edited"));
@@ -336,12 +338,11 @@ void TestStitchPopup::cancelKeepsTheEdits()
 
 void TestStitchPopup::reset()
 {
-    const View &view = show();
-    QVERIFY(openPopup(view));
+    const View &view = showPopup();
     const QStringList keys = cameraKeys();
     for (const QString &key : keys)
-        view.object(fieldOf(key))->setProperty("text", "edited");
-    view.object(QStringLiteral("serialnumber"))->setProperty("text", "edited");
+        view.set(fieldOf(key), "text", "edited");
+    view.set("serialnumber", "text", "edited");
     view.click(QStringLiteral("radiansAngles"));
     view.click(QStringLiteral("overwriteAngles"));
     // What the file holds by now counts.
@@ -354,16 +355,15 @@ void TestStitchPopup::reset()
 
 void TestStitchPopup::save()
 {
-    const View &view = show();
-    QVERIFY(openPopup(view));
+    const View &view = showPopup();
     QVariantMap expected = controller.settings;
     const QStringList keys = cameraKeys();
     for (const QString &key : keys) {
         const QString value = QStringLiteral("new, \"%1\" \u00fc=").arg(key);
-        view.object(fieldOf(key))->setProperty("text", value);
+        view.set(fieldOf(key), "text", value);
         expected.insert(key, value);
     }
-    view.object(QStringLiteral("serialnumber"))->setProperty("text", "S 2");
+    view.set("serialnumber", "text", "S 2");
     expected.insert(QStringLiteral("Serialnumber"), "S 2");
     view.click(QStringLiteral("radiansAngles"));
     expected.insert(QStringLiteral("RadiansAngles"), "1");
@@ -378,38 +378,22 @@ void TestStitchPopup::save()
 
 void TestStitchPopup::saveKeepsForeignKeys()
 {
-    const View &view = show();
-    QVERIFY(openPopup(view));
+    const View &view = showPopup();
     view.click(QStringLiteral("saveAnglesButton"));
     QCOMPARE(controller.updates.size(), 1);
     QCOMPARE(controller.updates.first(), storedSettings());
     QVERIFY(!controller.updates.first().contains(QStringLiteral("CalibrationUrl")));
 }
 
-void TestStitchPopup::closesOnlyByItsButtons_data()
-{
-    QTest::addColumn<bool>("key");
-    QTest::newRow("not by Escape") << true;
-    QTest::newRow("not by a press outside") << false;
-}
-
 void TestStitchPopup::closesOnlyByItsButtons()
 {
-    QFETCH(bool, key);
-    const View &view = show();
-    QVERIFY(openPopup(view));
-    if (key)
-        QTest::keyClick(view.window(), Qt::Key_Escape);
-    else
-        QTest::mouseClick(view.window(), Qt::LeftButton, Qt::NoModifier, {20, 880});
-    QTest::qWait(50);
-    QVERIFY(view.isOpen(popup));
+    const View &view = showPopup();
+    QVERIFY(view.staysOpen(popup));
 }
 
 void TestStitchPopup::tabReachesEveryControl()
 {
-    const View &view = show();
-    QVERIFY(openPopup(view));
+    const View &view = showPopup();
     QStringList expected = {"serialnumber", "downloadAnglesButton", "defaultAnglesButton",
                             "resetAnglesButton"};
     for (const QString &angle : angles) {
@@ -496,13 +480,10 @@ void TestStitchPopup::download()
     QFETCH(QByteArray, answer);
     QFETCH(QString, says);
     QFETCH(QVariantMap, expected);
-    Service service;
-    service.answer = answer;
-    controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
-    const View &view = show();
-    QVERIFY(openPopup(view));
+    Service service(&controller, answer);
+    const View &view = showPopup();
     // An edit that isn't saved: it stays where nothing comes for it.
-    view.object(QStringLiteral("serialnumber"))->setProperty("text", "K 8");
+    view.set("serialnumber", "text", "K 8");
     const QVariantMap before = shown(view);
     const MessageLog log;
     view.click(QStringLiteral("downloadAnglesButton"));
@@ -562,12 +543,10 @@ void TestStitchPopup::radians()
     QFETCH(QByteArray, field);
     QFETCH(bool, before);
     QFETCH(bool, after);
-    Service service;
-    service.answer = ok(calibration(number, field.isEmpty() ? field : "\"RadiansAngles\":" + field));
-    controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
+    Service service(&controller,
+                    ok(calibration(number, field.isEmpty() ? field : "\"RadiansAngles\":" + field)));
     controller.settings.insert(QStringLiteral("RadiansAngles"), before ? "1" : "0");
-    const View &view = show();
-    QVERIFY(openPopup(view));
+    const View &view = showPopup();
     const MessageLog log;
     view.click(QStringLiteral("downloadAnglesButton"));
     QTRY_COMPARE(controller.updates.size(), 1);
@@ -591,12 +570,9 @@ void TestStitchPopup::theRequest()
 {
     QFETCH(QString, serial);
     QFETCH(QByteArray, path);
-    Service service;
-    service.answer = ok("{}");
-    controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
-    const View &view = show();
-    QVERIFY(openPopup(view));
-    view.object(QStringLiteral("serialnumber"))->setProperty("text", serial);
+    Service service(&controller, ok("{}"));
+    const View &view = showPopup();
+    view.set("serialnumber", "text", serial);
     const MessageLog log;
     view.click(QStringLiteral("downloadAnglesButton"));
     QTRY_COMPARE(service.requests.size(), 1);
@@ -613,12 +589,9 @@ void TestStitchPopup::theRequest()
 
 void TestStitchPopup::nothingIsSentForAnEmptySerial()
 {
-    Service service;
-    service.answer = ok(calibration(number));
-    controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
-    const View &view = show();
-    QVERIFY(openPopup(view));
-    view.object(QStringLiteral("serialnumber"))->setProperty("text", "");
+    Service service(&controller, ok(calibration(number)));
+    const View &view = showPopup();
+    view.set("serialnumber", "text", "");
     const MessageLog log;
     view.click(QStringLiteral("downloadAnglesButton"));
     QTest::qWait(200);
@@ -639,14 +612,10 @@ void TestStitchPopup::theServiceByDefault()
 
 void TestStitchPopup::noServer()
 {
-    QString url;
     {
-        const Service gone;
-        url = gone.url();
+        const Service gone(&controller);
     }
-    controller.settings.insert(QStringLiteral("CalibrationUrl"), url);
-    const View &view = show();
-    QVERIFY(openPopup(view));
+    const View &view = showPopup();
     const MessageLog log;
     view.click(QStringLiteral("downloadAnglesButton"));
     QTRY_VERIFY(MessageLog::lines().filter(QRegularExpression(QStringLiteral("Response: $"))).size() == 1);
@@ -658,13 +627,11 @@ void TestStitchPopup::noServer()
 
 void TestStitchPopup::redirects()
 {
-    Service service;
+    Service service(&controller);
     service.answers.insert("/api/v1/kelpora360/calibration/K360-7",
                            http("302 Found", "", "Location: /moved\r\n"));
     service.answers.insert("/moved", ok(calibration(number)));
-    controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
-    const View &view = show();
-    QVERIFY(openPopup(view));
+    const View &view = showPopup();
     const MessageLog log;
     view.click(QStringLiteral("downloadAnglesButton"));
     QTRY_COMPARE(controller.updates.size(), 1);
@@ -684,12 +651,9 @@ void TestStitchPopup::redirects()
 
 void TestStitchPopup::aSlowAnswerLeavesThePopupUsable()
 {
-    Service service;
-    service.answer = ok(calibration(number));
+    Service service(&controller, ok(calibration(number)));
     service.delay = 1500;
-    controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
-    const View &view = show();
-    QVERIFY(openPopup(view));
+    const View &view = showPopup();
     const MessageLog log;
     QElapsedTimer timer;
     timer.start();
@@ -715,14 +679,11 @@ void TestStitchPopup::aSlowAnswerLeavesThePopupUsable()
 
 void TestStitchPopup::anAnswerAfterTheWindowIsGone()
 {
-    Service service;
-    service.answer = ok(calibration(number));
+    Service service(&controller, ok(calibration(number)));
     service.delay = 300;
-    controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
     const MessageLog log;
     {
-        const View &view = show();
-        QVERIFY(openPopup(view));
+        const View &view = showPopup();
         view.click(QStringLiteral("downloadAnglesButton"));
         QTRY_COMPARE(service.requests.size(), 1);
     }
@@ -736,11 +697,8 @@ void TestStitchPopup::tenMegabytesOfGarbage()
     QByteArray garbage(10 << 20, '{');
     for (int i = 0; i < garbage.size(); i += 7)
         garbage[i] = static_cast<char>(i % 251);
-    Service service;
-    service.answer = ok(garbage);
-    controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
-    const View &view = show();
-    QVERIFY(openPopup(view));
+    Service service(&controller, ok(garbage));
+    const View &view = showPopup();
     const MessageLog log;
     view.click(QStringLiteral("downloadAnglesButton"));
     QElapsedTimer turn;
@@ -763,17 +721,15 @@ void TestStitchPopup::tenMegabytesOfGarbage()
 
 void TestStitchPopup::downloadTwice()
 {
-    Service service;
+    Service service(&controller);
     service.answers.insert("/api/v1/kelpora360/calibration/1", ok(calibration(number)));
     service.answers.insert("/api/v1/kelpora360/calibration/2",
                            ok(R"({"success":false,"message":"Second."})"));
     service.delay = 100;
-    controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
-    const View &view = show();
-    QVERIFY(openPopup(view));
+    const View &view = showPopup();
     const MessageLog log;
     for (const char *serial : {"1", "2"}) {
-        view.object(QStringLiteral("serialnumber"))->setProperty("text", serial);
+        view.set("serialnumber", "text", serial);
         view.click(QStringLiteral("downloadAnglesButton"));
     }
     QTRY_COMPARE(MessageLog::lines(QStringLiteral("info")).filter(QStringLiteral("Response: ")).size(), 2);
@@ -796,7 +752,7 @@ void TestStitchPopup::anglesStayWithTheirRig()
     QFETCH(QStringList, downloads);
     QFETCH(QString, typed);
     QFETCH(QStringList, saved);
-    Service service;
+    Service service(&controller);
     const auto yaw = [](const char *value) {
         return ok(QByteArray(R"({"success":true,"message":"Here it is.","data":{"Camera1Yaw":)") + value +
                   "}}");
@@ -804,15 +760,13 @@ void TestStitchPopup::anglesStayWithTheirRig()
     const QByteArray path = "/api/v1/kelpora360/calibration/";
     service.answers = {{path + "1", yaw("111")}, {path + "2", yaw("222")}};
     service.delays = {{path + "1", 600}, {path + "2", 50}};
-    controller.settings.insert(QStringLiteral("CalibrationUrl"), service.url());
-    const View &view = show();
-    QVERIFY(openPopup(view));
+    const View &view = showPopup();
     const MessageLog log;
     for (const QString &serial : downloads) {
-        view.object(QStringLiteral("serialnumber"))->setProperty("text", serial);
+        view.set("serialnumber", "text", serial);
         view.click(QStringLiteral("downloadAnglesButton"));
     }
-    view.object(QStringLiteral("serialnumber"))->setProperty("text", typed);
+    view.set("serialnumber", "text", typed);
     QTRY_COMPARE(controller.updates.size(), saved.size());
     for (int i = 0; i < saved.size(); ++i) {
         QCOMPARE(controller.updates.at(i).value(QStringLiteral("Serialnumber")).toString(), saved.at(i));

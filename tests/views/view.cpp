@@ -98,6 +98,18 @@ QVariant View::property(const QString &objectName, const char *name) const
     return object(objectName)->property(name);
 }
 
+void View::raise(const QString &name) const
+{
+    if (!name.isEmpty() && !window_->setProperty(name.toLatin1().constData(), true))
+        qFatal("The window has no flag %s", qPrintable(name));
+}
+
+void View::set(const QString &objectName, const char *name, const QVariant &value) const
+{
+    if (!object(objectName)->setProperty(name, value))
+        qFatal("%s has no %s", qPrintable(objectName), name);
+}
+
 void View::click(const QString &objectName) const
 {
     click(item(objectName));
@@ -157,6 +169,20 @@ QQuickItem *View::contentOf(const QString &popup) const
     return property(popup, "contentItem").value<QQuickItem *>();
 }
 
+bool View::staysOpen(const QString &popup) const
+{
+    QTest::keyClick(window_, Qt::Key_Escape);
+    QTest::mouseClick(window_, Qt::LeftButton, Qt::NoModifier, {20, 880});
+    // "opened" falls at once when a popup begins to close.
+    QTest::qWait(50);
+    return isOpen(popup);
+}
+
+bool View::isModalInPlace(const QString &popup) const
+{
+    return property(popup, "modal").toBool() && property(popup, "x") == 100 && property(popup, "y") == 100;
+}
+
 const View &ViewTest::show(View::State state)
 {
     view_.reset();
@@ -210,6 +236,11 @@ QStringList texts(const QList<QQuickItem *> &items)
     for (const QQuickItem *item : items)
         shown.append(item->property("text").toString());
     return shown;
+}
+
+QStringList split(const char *joined)
+{
+    return QString::fromUtf8(joined).split(QLatin1Char('|'));
 }
 
 QStringList offered(QObject *dropDown)

@@ -91,6 +91,9 @@ public:
         return result;
     }
     [[nodiscard]] bool flag(const char *name) const { return window_->property(name).toBool(); }
+    /// Raises a flag of the window; none for "".
+    void raise(const QString &name) const;
+    void set(const QString &objectName, const char *name, const QVariant &value) const;
 
     /// Clicks into the middle of a control.
     void click(const QString &objectName) const;
@@ -106,6 +109,10 @@ public:
     [[nodiscard]] QQuickItem *rowButton(int pageIndex, const QString &label) const;
     [[nodiscard]] bool isOpen(const QString &popup) const { return property(popup, "opened").toBool(); }
     [[nodiscard]] QQuickItem *contentOf(const QString &popup) const;
+    /// False if Escape or a press outside closes a popup.
+    [[nodiscard]] bool staysOpen(const QString &popup) const;
+    /// True if a popup is modal and stands where all of them do.
+    [[nodiscard]] bool isModalInPlace(const QString &popup) const;
 
 private:
     [[nodiscard]] bool isLaidOut() const;
@@ -145,5 +152,7 @@ void chooseCards(const View &view, const QList<int> &cards);
 /// of its choice isn't among them.
 [[nodiscard]] QList<QQuickItem *> textItems(QQuickItem *top);
 [[nodiscard]] QStringList texts(const QList<QQuickItem *> &items);
+/// The parts of a text between its bars.
+[[nodiscard]] QStringList split(const char *joined);
 /// The entries that a drop-down offers.
 [[nodiscard]] QStringList offered(QObject *dropDown);
