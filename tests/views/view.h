@@ -132,6 +132,7 @@ protected:
     virtual void equip() {}
     /// Shows a new window in place of the one before. A test without it has nothing to test, so it aborts.
     const View &show(View::State state = View::State::Ready);
+    void destroyWindow() { view_.reset(); }
 
     ScriptedController controller;
 
