@@ -138,7 +138,7 @@ private:
             target->disconnectFromHost();
         };
         if (holds)
-            held_.push_back(reply);
+            held_.emplace_back(reply);
         else
             QTimer::singleShot(delays.value(path, delay), socket, reply);
     }
