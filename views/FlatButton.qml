@@ -43,7 +43,7 @@ Button {
             anchors.fill: parent
             visible: root.filled
             radius: parent.radius
-            color: root.down ? Qt.darker(root.fill, 1.25) : root.hovered ? Qt.darker(root.fill, 1.1) : root.fill
+            color: root.down ? Qt.darker(root.fill, 1.25) : root.hovered ? Qt.lighter(root.fill, 1.1) : root.fill
         }
     }
 }

@@ -50,7 +50,7 @@ void killPast(rlim_t bytes)
 }
 
 /// CARD SOURCE TARGET TEMPLATE PROJECT N BYTES: imports a card. From its N-th report on, the process is
-/// killed when it writes past byte BYTES of a file.
+/// killed when it writes past byte BYTES of a file; with "pause" for BYTES it waits at that report instead.
 int importCard(const QStringList &arguments)
 {
     ImportProjects projects;
@@ -63,11 +63,16 @@ int importCard(const QStringList &arguments)
                                     const QString &name) {
         Autopano::createPano(card, templatePath, take, name, loadSettings());
     };
-    const int killFrom = arguments.at(5).toInt();
+    const int position = arguments.at(5).toInt();
+    const bool waits = arguments.at(6) == QStringLiteral("pause");
     const rlim_t bytes = arguments.at(6).toULong();
     int reports = 0;
     const ProgressReport report = [&](const Progress &) {
-        if (++reports == killFrom)
+        if (++reports != position)
+            return;
+        if (waits)
+            pause("reported");
+        else
             killPast(bytes);
     };
     const StopFlag stop;

@@ -681,8 +681,8 @@ void TestFileCopy::twoImportsOfOneCardAtOnce()
 
     if (twoPrograms) {
         const QStringList arguments{
-            QStringLiteral("import"), QStringLiteral("1"), card, target_, QString(), QString(),
-            QStringLiteral("1")};
+            QStringLiteral("import"), QStringLiteral("1"),    card, target_, QString(), QString(),
+            QStringLiteral("1"),      QStringLiteral("pause")};
         OtherProgram programs[2] = {OtherProgram(arguments), OtherProgram(arguments)};
         for (OtherProgram &program : programs)
             QVERIFY(program.isWaiting());

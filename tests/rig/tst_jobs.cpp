@@ -833,7 +833,7 @@ void TestJobs::whatCountsAsAllData_data()
     row("a start got lost, and more than announced came", 5, three + List{entry(4), entry(6), entry(7), end},
         false, 6, 1);
     row("a start got lost where numbers begin anew", 4, three + List{entry(2) + '0', end}, false, 4, 1);
-    row("the first one got lost", 2, {entry(2), entry(3), end}, false, 2, 0);
+    row("a log that begins amid a run", 3, {entry(8), start(9), entry(10), end}, true, 3, 1);
     row("entries before the first start", 3, {entry(1), start(2), entry(3), end}, true, 3, 1);
     row("numbers begin anew with each run", 4, two + List{start(1, 1550789984), entry(2) + '0', end}, true, 4,
         2);
