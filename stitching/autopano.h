@@ -33,8 +33,8 @@ public:
     /// in ".MOV") beside its videos. `card` (1 to 3) only names the caller in the log; `name` is the project
     /// name or empty; `settings` is the settings map. Also supplies the templates folder with the project
     /// if it has no template of that name, and with a ".pano" template cut from it. A template that can't be
-    /// used gives empty projects and a warning in the log. Failures to write are silent; exceptions are logged,
-    /// none is thrown.
+    /// used gives empty projects and a warning in the log. Failures to write are silent; exceptions are
+    /// logged, none is thrown.
     static void createKava(int card, const QString &templatePath, const QString &videoPath,
                            const QString &name, const QMap<QString, QVariant> &settings);
 
