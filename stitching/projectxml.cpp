@@ -91,7 +91,7 @@ private:
                 return (code >= firstStandIn && code <= lastStandIn) || code >= 0xFFFE;
             });
         if (!expressible)
-            throw std::runtime_error("The template holds a character that XML can't express.");
+            throw std::runtime_error("The template holds a character that can't be written.");
         return text;
     }
 

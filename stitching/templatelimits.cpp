@@ -10,6 +10,8 @@ namespace {
 /// The DOM is destroyed and written by recursion; a real project nests about ten levels.
 constexpr int maxDepth = 1000;
 constexpr int maxNodes = 200000;
+/// Of a project in all: each line begins with a blank per level.
+constexpr int maxIndentation = maxTemplateBytes;
 /// The DOM finds the n-th attribute of an element by counting.
 constexpr int maxAttributesOfElement = 300;
 /// The reader goes through content models by recursion, and through all entities at each declaration.
@@ -122,6 +124,9 @@ private:
     bool addNodes(int count)
     {
         nodes_ += count;
+        indentation_ += depth_;
+        if (indentation_ > maxIndentation)
+            return exceed(QStringLiteral("an indentation of more than %1 blanks"), maxIndentation);
         return nodes_ <= maxNodes ||
                exceed(QStringLiteral("more than %1 elements, attributes and texts"), maxNodes);
     }
@@ -155,6 +160,7 @@ private:
     int doctypeCharacters_ = 0;
     int depth_ = 0;
     int nodes_ = 0;
+    int indentation_ = 0;
 };
 
 } // namespace

@@ -798,7 +798,7 @@ void TestAutopano::templateThatCannotBeWritten()
     workspace.writeVideo();
     workspace.writePhoto();
     QCOMPARE(workspace.tree("day").size(), 0);
-    const QString reason = QStringLiteral("The template holds a character that XML can't express.");
+    const QString reason = QStringLiteral("The template holds a character that can't be written.");
     QCOMPARE(logged(), (QStringList{QStringLiteral("warning: Error creating kava template: ") + reason,
                                     QStringLiteral("info: ") + reason}));
 }

@@ -29,10 +29,10 @@ constexpr bool sanitized = true;
 constexpr bool sanitized = false;
 #endif
 
-QByteArray nested(int levels)
+QByteArray nested(int levels, const QByteArray &inside = {})
 {
-    return "<kava>" + QByteArray("<a>").repeated(levels - 1) + QByteArray("</a>").repeated(levels - 1) +
-           "</kava>";
+    return "<kava>" + QByteArray("<a>").repeated(levels - 1) + inside +
+           QByteArray("</a>").repeated(levels - 1) + "</kava>";
 }
 
 /// Ten levels of entities, each ten times the one before.
@@ -481,8 +481,11 @@ void TestProjectXml::hugeOrHostile_data()
     const char *entity = "an entity that expands to more than 10000 characters";
     const char *expanded = "entities that expand to more than 4194304 characters";
 
+    const char *indentation = "an indentation of more than 4194304 blanks";
+
     // clang-format off
     row("1000 levels", [] { return nested(1000); });
+    row("many elements on a deep level", [] { return nested(900, QByteArray("<b/>").repeated(190000)); }, indentation);
     row("1001 levels", [] { return nested(1001); }, depth);
     row("1001 levels, by other rules", [] { return "<?xml version='1.1'?><!-- <a>'\" -->" + nested(1001); }, depth);
     row("1001 levels whose attributes look like ends",
