@@ -1,6 +1,6 @@
 #include "cards/cardlisting.h"
 
-#include "app/job.h"
+#include "platform/stopflag.h"
 
 #include <QDir>
 #include <QFileInfo>

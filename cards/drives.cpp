@@ -73,13 +73,17 @@ QVariantList entriesOf(const QList<QStorageInfo> &volumes)
 QVariantList Drives::list()
 {
     const QVector<MountPoint> mounts = mountPoints();
+    const Volumes earlierAll = all_;
     if (!all_.valid() || hasAnswered(all_)) {
         all_ = ask([] { return candidatesAmong(QStorageInfo::mountedVolumes()); });
         if (all_.wait_for(mounts.isEmpty() ? patience : usualTime) == std::future_status::ready)
             return entriesOf(all_.get());
     }
-    if (mounts.isEmpty())
+    if (mounts.isEmpty()) {
+        if (earlierAll.valid() && hasAnswered(earlierAll))
+            return entriesOf(earlierAll.get());
         qWarning("A volume does not answer; no card can be listed.");
+    }
 
     const auto deadline = std::chrono::steady_clock::now() + patience;
     QVector<Volumes> answers;
@@ -92,12 +96,17 @@ QVariantList Drives::list()
     QList<QStorageInfo> volumes;
     for (int i = 0; i < mounts.size(); ++i) {
         const Volumes &answer = answers.at(i);
+        const Volumes earlier = unanswered_.take(mounts.at(i).id);
         if (answer.valid() && answer.wait_until(deadline) == std::future_status::ready) {
             volumes += answer.get();
             continue;
         }
-        if (answer.valid())
-            unanswered_.insert(mounts.at(i).id, answer);
+        unanswered_.insert(mounts.at(i).id, answer.valid() ? answer : earlier);
+        // A slow volume has answered the question of the last refresh.
+        if (earlier.valid() && hasAnswered(earlier)) {
+            volumes += earlier.get();
+            continue;
+        }
         qWarning().noquote() << "A volume does not answer and is left out:" << mounts.at(i).path;
     }
     return entriesOf(volumes);

@@ -1,7 +1,7 @@
 #include "cards/filecopy.h"
 
-#include "app/job.h"
 #include "platform/copycontent.h"
+#include "platform/stopflag.h"
 
 #include <QFileInfo>
 

@@ -209,7 +209,7 @@ void MediaImport::copyListed(const CardFile &file, int position, int totalFiles,
     if (copy.isEmpty())
         return;
     ++(video ? counts->videosCopied : counts->photosCopied);
-    if (!holdsWhatWasListed(file, copy)) {
+    if (!holdsWhatWasListed(file, copy) && !stop_.isRaised()) {
         changed_ = true;
         qWarning().noquote()
             << QStringLiteral("Card %1: changed since the card was listed: ").arg(request_.card) + file.path;
@@ -326,6 +326,7 @@ bool MediaImport::checkSizes(const QString &sourcePath, const QString &copyPath,
         << QStringLiteral("Card %1: File size for %1 doesn't match after copy.").arg(request_.card);
     send({0, totalFiles, fileIndex,
           QStringLiteral("Warning: File size for %1 doesn't match after copy.").arg(sourcePath)});
+    logFailure(sourcePath, copyPath, QStringLiteral("the copy has another size"));
     return false;
 }
 

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <linux/fuse.h>
@@ -122,10 +123,14 @@ public:
     {
         return QStringLiteral("This machine allows no volumes in user space.");
     }
-    void answer() { server_ = std::thread(&StalledVolume::serve, this); }
+    /// Begins to answer; each answer takes `delay`.
+    void answer(std::chrono::milliseconds delay = {})
+    {
+        server_ = std::thread([this, delay] { serve(delay); });
+    }
 
 private:
-    void serve() const
+    void serve(std::chrono::milliseconds delay) const
     {
         std::vector<char> request(FUSE_MIN_READ_BUFFER + 65536);
         // Ends with the mount.
@@ -144,6 +149,7 @@ private:
                 reply.attr.mode = S_IFDIR | 0755;
                 send(header, reply);
             } else if (header.opcode == FUSE_STATFS) {
+                std::this_thread::sleep_for(delay);
                 fuse_statfs_out reply = {};
                 reply.st.blocks = cardKiB;
                 reply.st.bsize = reply.st.frsize = 1024;
@@ -216,6 +222,7 @@ private slots:
     void twoCardsWithOneLabelAreTwoEntries();
     void aVolumeThatDoesNotAnswerIsNotOffered();
     void aVolumeThatStallsIsLeftOutUntilItAnswers();
+    void aSlowVolumeIsListedFromTheSecondRefreshOn();
     void aDiskImageIsOfferedLikeACard();
     void aNetworkFolderIsOfferedLikeACard_data();
     void aNetworkFolderIsOfferedLikeACard();
@@ -429,6 +436,30 @@ void TestDrives::aVolumeThatStallsIsLeftOutUntilItAnswers()
     const MessageLog log;
     QCOMPARE(values(drivesBelow(workspace.path(), drives), "key"), all);
     QCOMPARE(MessageLog::lines(), QStringList());
+}
+
+void TestDrives::aSlowVolumeIsListedFromTheSecondRefreshOn()
+{
+    const Workspace workspace;
+    const QString path = workspace.path(QStringLiteral("KELPORA360_1"));
+    StalledVolume card(path);
+    if (!card.isMounted())
+        QSKIP(qPrintable(StalledVolume::why()));
+    card.answer(std::chrono::milliseconds(1500));
+
+    Drives drives;
+    const auto listed = [&] {
+        for (const QVariant &entry : drives.list()) {
+            if (entry.toJsonObject().value(QStringLiteral("key")).toString() == path)
+                return true;
+        }
+        return false;
+    };
+    QVERIFY(!listed());
+    for (int refresh = 0; refresh < 3; ++refresh) {
+        QTest::qWait(2500);
+        QVERIFY2(listed(), qPrintable(QString::number(refresh)));
+    }
 }
 
 void TestDrives::aDiskImageIsOfferedLikeACard()

@@ -530,21 +530,21 @@ void TestFaults::aRecordingThatChangesMeanwhile()
     const Workspace workspace;
     for (int i = 0; i < 4; ++i)
         workspace.write(QStringLiteral("card/CLIP%1.MOV").arg(i), QByteArray(2000, 'a'));
-    ImportRun import(workspace);
+    ImportRun run(workspace);
     QString path;
     bool happened = false;
-    import.onReport = [&](const Progress &progress) {
-        if (progress.value == 2 && progress.text.startsWith(QStringLiteral("Copying "))) path =
-            progress.text.section(QLatin1Char(' '), 1, 1);
-    if (!happened && !path.isEmpty() && progress.text.startsWith(report + path))
-        happened = event(path);
-};
-QVERIFY(import.run());
-QVERIFY(happened);
-QCOMPARE(import.finalReports(),
-         QStringList{QStringLiteral("0 1 1 ") +
-                     (told ? QStringLiteral("Error: The card was changed meanwhile. ") : QString()) +
-                     QStringLiteral("Copied 4/4 videos and 0/0 photos.")});
+    run.onReport = [&](const Progress &progress) {
+        if (progress.value == 2 && progress.text.startsWith(QStringLiteral("Copying ")))
+            path = progress.text.section(QLatin1Char(' '), 1, 1);
+        if (!happened && !path.isEmpty() && progress.text.startsWith(report + path))
+            happened = event(path);
+    };
+    QVERIFY(run.run());
+    QVERIFY(happened);
+    QCOMPARE(run.finalReports(),
+             QStringList{QStringLiteral("0 1 1 ") +
+                         (told ? QStringLiteral("Error: The card was changed meanwhile. ") : QString()) +
+                         QStringLiteral("Copied 4/4 videos and 0/0 photos.")});
 }
 
 void TestFaults::theLogSaysWhyNothingWasCopied_data()
@@ -643,29 +643,28 @@ void TestFaults::aCardPulledDuringARecording()
             std::this_thread::yield();
         pulled = card.pull();
     });
-    ImportRun import(workspace);
-    // A hand that is late comes before the last recording.
-    import.onReport = [&](const Progress &progress) {
+    ImportRun run(workspace);
+    // If the copies were too fast, the card is pulled before the last recording.
+    run.onReport = [&](const Progress &progress) {
         if (progress.text.startsWith(QStringLiteral("Copying")) && progress.value == 3) {
             late = true;
-    hand.join();
-}
-}
-;
-const bool done = import.run();
-if (hand.joinable())
-    hand.join();
-QVERIFY(pulled);
-QVERIFY(done);
-// What was open could be read to its end; but only what the card can still vouch for counts.
-checkCopies(workspace, recordings);
-QVERIFY(copied_ <= 2);
-QCOMPARE(import.finalReports().size(), 1);
-const QString final = import.finalReports().constFirst();
-const int counted = final.section(QLatin1Char(' '), 4, 4).section(QLatin1Char('/'), 0, 0).toInt();
-QVERIFY(final.startsWith(QStringLiteral("0 1 1 Copied ")) &&
-        final.endsWith(QStringLiteral("/3 videos and 0/0 photos.")));
-QVERIFY2(counted <= copied_, qPrintable(final));
+            hand.join();
+        }
+    };
+    const bool done = run.run();
+    if (hand.joinable())
+        hand.join();
+    QVERIFY(pulled);
+    QVERIFY(done);
+    // What was open could be read to its end; but only what the card can still vouch for counts.
+    checkCopies(workspace, recordings);
+    QVERIFY(copied_ <= 2);
+    QCOMPARE(run.finalReports().size(), 1);
+    const QString final = run.finalReports().constFirst();
+    const int counted = final.section(QLatin1Char(' '), 4, 4).section(QLatin1Char('/'), 0, 0).toInt();
+    QVERIFY(final.startsWith(QStringLiteral("0 1 1 Copied ")) &&
+            final.endsWith(QStringLiteral("/3 videos and 0/0 photos.")));
+    QVERIFY2(counted <= copied_, qPrintable(final));
 }
 
 void TestFaults::aCardThatIsWriteProtected()
