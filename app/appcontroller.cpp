@@ -65,9 +65,11 @@ bool AppController::waitForJobs(int milliseconds)
     return QThreadPool::globalInstance()->waitForDone(milliseconds);
 }
 
-void AppController::waitForFlashing()
+bool AppController::endJobs(int milliseconds)
 {
+    stopJobs();
     flashing_.waitForFinished();
+    return waitForJobs(milliseconds);
 }
 
 QVariantList AppController::getDrives()

@@ -16,7 +16,6 @@
 #include <mutex>
 #include <optional>
 
-class ControllerJob;
 class Drives;
 class MediaImport;
 struct ControllerRequest;
@@ -47,9 +46,10 @@ public:
     void stopJobs();
     /// Waits until no job runs. False if one still does after `milliseconds`.
     [[nodiscard]] static bool waitForJobs(int milliseconds);
-    /// Waits until no flashing tool runs, however long: what else is sent to the controller meanwhile could
-    /// leave it without firmware.
-    void waitForFlashing();
+    /// Asks the running jobs to end and waits for them, as stopJobs() and waitForJobs(); but for a running
+    /// flashing tool however long: what else is sent to the controller meanwhile could leave it without
+    /// firmware.
+    [[nodiscard]] bool endJobs(int milliseconds);
 
 signals:
     // A bar from progressFrom to progressTo at progressValue, and a text. cardNumber is 1 to 3.

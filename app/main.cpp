@@ -150,10 +150,10 @@ int main(int argc, char *argv[])
     const int exitCode = QGuiApplication::exec();
 
     // A job that still holds the port must let go of it first.
-    controller.stopJobs();
-    controller.waitForFlashing();
-    const bool stopped = AppController::waitForJobs(stopTimeoutMs);
+    bool stopped = controller.endJobs(stopTimeoutMs);
     shutDownCamera(controller);
+    // What a job is writing now, such as the files of a download, may be finished meanwhile.
+    stopped = stopped || AppController::waitForJobs(stopTimeoutMs);
     if (!stopped)
         qWarning("Leaving while a job still runs.");
     qInfo("Application end");

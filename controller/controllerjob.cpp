@@ -28,7 +28,7 @@ void ControllerJob::run()
 
 void ControllerJob::exchange()
 {
-    // One that waited for a thread until the program closed begins nothing.
+    // A queued job does nothing once the program is closing.
     if (request_.stop != nullptr && request_.stop->isRaised()) {
         report({0, 1, 1, QStringLiteral("Error: The program is closing.")});
         return;

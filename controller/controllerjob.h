@@ -23,7 +23,7 @@ struct ControllerRequest
 };
 
 /// A job on the controller: opens the port, greets the controller so that it sounds, works, closes the port.
-/// Every path ends with one report at its maximum; a failure told below it is repeated there.
+/// Every path ends with one report at its maximum; a failure reported below it is reported again at it.
 class ControllerJob
 {
     Q_DISABLE_COPY(ControllerJob)

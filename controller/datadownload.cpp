@@ -83,7 +83,7 @@ public:
         QString path = cutOff ? incompletePath(run.path, 1) : run.path;
         for (int attempt = cutOff ? 2 : 1; !mayWrite(run, path); ++attempt)
             path = incompletePath(run.path, attempt);
-        if (path != run.path && QFileInfo::exists(run.path)) {
+        if (path != run.path && QFileInfo::exists(run.path) && !ours_.contains(run.path)) {
             qWarning().noquote() << "Data: Kept the older" << run.path + QStringLiteral(", writing") << path;
             ++files_.beside;
         }
@@ -156,8 +156,12 @@ void DataDownload::work(PSEAComms &link)
     step(QStringLiteral("Reading %1 datasets ...").arg(link.numData_));
     QStringList lines;
     const bool ended = link.readData(lines);
+    // The files may take long; at exit the power-off needs the port.
+    link.close();
     const CsvRuns dumped = runsOf(lines, targetDir_, projectName_);
-    const DumpState dump = stateOf(link.dump_, link.numData_, ended, dumped.gaps);
+    // A damaged line may have been the start of the first run.
+    const bool gaps = dumped.gaps || (dumped.beginsAmidRun && link.dump_.garbled);
+    const DumpState dump = stateOf(link.dump_, link.numData_, ended, gaps);
     const RunFiles files = writeRuns(dumped.runs, dump);
     const bool complete = dump == DumpState::Complete;
     QStringList text;
@@ -178,8 +182,9 @@ void DataDownload::work(PSEAComms &link)
 
 DumpState stateOf(const PSEAComms::DumpCounts &dump, int announced, bool ended, bool gaps)
 {
-    // Some controllers count the lines without a number, others don't.
-    const bool allArrived = dump.numbered >= announced || dump.numbered + dump.unnumbered == announced;
+    // Some controllers count the lines without a number, others don't: the sum may hide a lost data set.
+    const bool sumFits = dump.numbered + dump.unnumbered == announced;
+    const bool allArrived = dump.numbered >= announced || (sumFits && ended && !dump.garbled);
     if (!ended && (!allArrived || announced < 1))
         return DumpState::CutOff;
     // What was announced may be too low: a damaged line and a gap stand for a lost data set anyway.
@@ -191,9 +196,13 @@ CsvRuns runsOf(const QStringList &lines, const QString &targetDir, const QString
 {
     CsvRuns dumped;
     Sequence sequence;
+    QString startLine;
     int startNumber = 0;
     int startTime = 0;
     for (const QString &line : lines) {
+        // A start that is sent again must not begin its file anew.
+        if (line == startLine)
+            continue;
         Record record(line);
         const bool isWhole = record.id > 0;
         if (!isWhole)
@@ -206,6 +215,7 @@ CsvRuns runsOf(const QStringList &lines, const QString &targetDir, const QString
         if (!isWhole)
             continue;
         if (record.type == 's') {
+            startLine = line;
             startNumber = record.number;
             startTime = record.timestamp;
             dumped.runs.append({QDir(targetDir).filePath(runFileName(record, projectName)),
@@ -214,6 +224,8 @@ CsvRuns runsOf(const QStringList &lines, const QString &targetDir, const QString
             record.correctTimestamp(startTime);
             record.number -= startNumber;
             dumped.runs.last().content += record.toCSV().toUtf8();
+        } else {
+            dumped.beginsAmidRun = true;
         }
     }
     return dumped;

@@ -43,7 +43,8 @@ struct CsvRun
 struct CsvRuns
 {
     QVector<CsvRun> runs;
-    bool gaps = false; ///< data sets are missing somewhere, as far as the numbers tell
+    bool gaps = false;          ///< data sets are missing somewhere, as far as the numbers tell
+    bool beginsAmidRun = false; ///< entries came before the first start
 };
 
 /// Makes a dump's lines into runs, to be written in `targetDir`. Entries before the first start entry and

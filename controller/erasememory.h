@@ -6,8 +6,8 @@
 class EraseMemory : public ControllerJob
 {
 public:
-    /// `serial`: the serial number with which the operator was shown the device at that port, where another
-    /// one is left alone; empty if none was shown.
+    /// `serial`: the serial number of the device that the operator chose. A device with another one is not
+    /// erased; an empty text allows any device.
     explicit EraseMemory(ControllerRequest request, QString serial = {});
 
 protected:

@@ -263,6 +263,7 @@ bool PSEAComms::readData(QStringList &lines)
         Nmea sentence(line.toStdString());
         if (!sentence.ChecksumValidate()) {
             qWarning().noquote() << "Damaged line skipped:" << line.trimmed();
+            dump_.garbled = true;
             if (line.startsWith(QLatin1String(dataAddress)))
                 dump_.damaged = true;
             continue;

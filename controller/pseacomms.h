@@ -36,8 +36,9 @@ public:
     struct DumpCounts
     {
         qint32 numbered = 0;   ///< different whole data sets, numbered from 1
-        qint32 unnumbered = 0; ///< lines with a number below 1, which stand for nothing
+        qint32 unnumbered = 0; ///< lines with a number below 1, neither reported nor kept
         bool damaged = false;  ///< a data line came with a wrong checksum
+        bool garbled = false;  ///< any line did
     };
 
     explicit PSEAComms(const StopFlag *stop = nullptr);

@@ -246,7 +246,7 @@ void TestCsvRuns::whatADumpReplaces_data()
     QTest::newRow("nor when it goes on from a shorter one")
         << begin(4) << cut << begin(18) << 1 << 1 << begin(18) << begin(4);
     QTest::newRow("nor when it has the name of the run before it")
-        << nothing << cut << run(evening, 3) + run(evening + 1, 2) << 2 << 1 << run(evening + 1, 2)
+        << nothing << cut << run(evening, 3) + run(evening + 1, 2) << 2 << 0 << run(evening + 1, 2)
         << run(evening, 3);
     QTest::newRow("a dump that was cut off before its first start")
         << first << cut << QStringList(first.mid(1, 3)) << 0 << 0 << nothing << first;

@@ -822,6 +822,13 @@ void TestJobs::whatCountsAsAllData_data()
         true, 3, 1);
     row("six without a number come first, and the end is missing", 3,
         List{none, none, none, none, none, none} + three, true, 3, 1);
+    row("one without a number, not counted, and cut before the last", 5, List{none} + three + List{entry(4)},
+        false, 4, 1);
+    row("a start is sent again amid its run", 4, three + List{start(1), entry(4), end}, true, 5, 1);
+    row("the first start lost its first bytes, more than announced", 2,
+        {"=EADATA,1,1,1550782004,0,20,0,0,0,0*00", entry(2), entry(3), end}, false, 2, 0);
+    row("one not counted, last lost its first bytes, end", 5,
+        List{none} + three + List{entry(4), "=EADATA,5,10,3637,1,20,0,0,0,0*00", end}, false, 4, 1);
     row("none has a number", 3, {none, none, none, end}, true, 0, 0);
     row("none has a number, and the end is missing", 3, {none, none, none}, false, 0, 0);
 
