@@ -60,7 +60,7 @@ QtObject {
     }
 
     /// Fills the fields from the calibration of the rig `serial`; what it lacks, or has in another form than a number
-    /// or a text, stays. Angles never stand beside another rig's serial, which may have been typed meanwhile.
+    /// or a text, stays. Angles are never saved with another rig's serial, which may have been typed meanwhile.
     function fill(data, serial) {
         root.serialnumber = serial
         const radians = data["RadiansAngles"]

@@ -6,7 +6,7 @@ import QtQuick.Layouts 1.15
 PageRow {
     id: root
 
-    required property var choices
+    required property ListModel choices
     required property string comboName
     property alias currentIndex: combo.currentIndex
 

@@ -9,7 +9,7 @@ Pane {
     property string title: ""
     default property alias rows: grid.data
 
-    // A page that stands beside the window is no stop for the keyboard.
+    // A page that is scrolled out of view is no stop for the keyboard.
     visible: !SwipeView.view || Math.abs(x - SwipeView.view.contentItem.contentX) < width - 1
     // The window gives the page its size; rows that asked for theirs would go round in a circle.
     implicitWidth: 0

@@ -6,13 +6,14 @@ import QtQuick.Layouts 1.15
 ApplicationWindow {
     id: root
 
-    /// Whether the first frame is on the screen, and whether the pages stand.
+    /// Whether the first frame is on the screen, and whether the pages are loaded.
     property bool framed: false
     readonly property bool ready: contentLoader.status === Loader.Ready
-    /// The desktop session ends: nothing holds the window up.
+    /// The desktop session is ending: closing is never refused.
     property bool sessionEnding: false
     /// The operator was told that closing again stops the controller's job.
     property bool closingAnnounced: false
+    readonly property string closingText: "A job with the controller is running. Closing the window again stops it."
 
     property alias cardOneCopying: cards.card1Running
     property alias cardTwoCopying: cards.card2Running
@@ -92,7 +93,11 @@ ApplicationWindow {
     ControllerState {
         id: controller
 
-        onRunningChanged: root.closingAnnounced = false
+        onRunningChanged: {
+            root.closingAnnounced = false
+            root.sessionEnding = false
+            message.withdraw(root.closingText)
+        }
         onCopyDataRequested: root.copyData(port, targetDir, projectName)
         onEraseMemoryRequested: root.eraseMemory(port)
         onReadSettingsRequested: root.readCameraSettings(port)
@@ -183,7 +188,7 @@ ApplicationWindow {
             return
         close.accepted = false
         root.closingAnnounced = true
-        message.show("A job with the controller is running. Closing the window again stops it.")
+        message.show(root.closingText)
     }
 
     Component.onCompleted: {

@@ -5,11 +5,17 @@ QtObject {
     id: root
 
     property string text: ""
-    /// How many messages there were; the popup opens for each.
-    property int count: 0
+    /// Whether the popup shows it.
+    property bool open: false
 
     function show(text) {
         root.text = text
-        ++root.count
+        root.open = true
+    }
+
+    /// Closes the message if it still is `text`.
+    function withdraw(text) {
+        if (root.text === text)
+            root.open = false
     }
 }

@@ -6,8 +6,8 @@ import QtQuick.Controls.Material 2.15
 TabButton {
     id: root
 
-    Keys.onReturnPressed: root.toggle()
-    Keys.onEnterPressed: root.toggle()
+    Keys.onReturnPressed: root.checked = true
+    Keys.onEnterPressed: root.checked = true
 
     background: ControlFrame {
         implicitHeight: root.Material.touchTarget

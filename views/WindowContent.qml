@@ -1,8 +1,7 @@
 import QtQuick 2.15
 import QtQuick.Controls 2.15
 
-/// What fills the window once it stands: the pages, the popups and the choosers. Shows the window's state and takes
-/// what was pressed to it.
+/// The window's content: pages, popups and choosers. Shows the window's state and passes presses on to it.
 Item {
     id: root
 
@@ -10,7 +9,7 @@ Item {
     required property ControllerState controller
     required property Calibration calibration
     required property MessageState message
-    /// Goes with the pages.
+    /// Kept on the same page as the swipe view.
     required property TabBar tabs
 
     SwipeView {
@@ -61,13 +60,12 @@ Item {
     MessagePopup {
         id: messagePopup
 
-        readonly property int count: root.message.count
-
         objectName: "messagePopup"
         // Above the wait popup, which may open later.
         z: 1
         text: root.message.text
-        onCountChanged: open()
+        visible: root.message.open
+        onVisibleChanged: root.message.open = visible
     }
 
     WaitPopup {

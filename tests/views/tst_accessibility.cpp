@@ -4,7 +4,7 @@
 #include <QtTest>
 
 /// What the operator has who doesn't use the mouse or the screen.
-class TestAccessibility : public QObject
+class TestAccessibility : public ViewTest
 {
     Q_OBJECT
 
@@ -12,6 +12,8 @@ private slots:
     void initTestCase() { QAccessible::setActive(true); }
     void keysPressButtons_data();
     void keysPressButtons();
+    void keysChooseTabs_data() { keysPressButtons_data(); }
+    void keysChooseTabs();
     void aKeyHeldDownPressesOnce();
     void slidersTellTheirRange_data();
     void slidersTellTheirRange();
@@ -44,21 +46,36 @@ void TestAccessibility::keysPressButtons_data()
 void TestAccessibility::keysPressButtons()
 {
     QFETCH(int, key);
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     controller.asked.clear();
     view.item(QStringLiteral("refreshCardsButton"))->forceActiveFocus(Qt::TabFocusReason);
     QTest::keyClick(view.window(), static_cast<Qt::Key>(key));
     QCOMPARE(controller.asked, QStringList{"getDrives"});
 }
 
+void TestAccessibility::keysChooseTabs()
+{
+    QFETCH(int, key);
+    const View &view = show();
+    QList<QQuickItem *> tabs;
+    for (QQuickItem *item : textItems(view.window()->contentItem())) {
+        if (item->inherits("QQuickTabButton"))
+            tabs.append(item);
+    }
+    // The second time it is the chosen one already.
+    for (const int pressed : {1, 1, 0, 2}) {
+        tabs.at(pressed)->forceActiveFocus(Qt::TabFocusReason);
+        QTest::keyClick(view.window(), static_cast<Qt::Key>(key));
+        for (int tab = 0; tab < tabs.size(); ++tab)
+            QCOMPARE(tabs.at(tab)->property("checked").toBool(), tab == pressed);
+        QTRY_COMPARE(view.page(pressed)->mapToScene(QPointF(0, 0)).x(), 0.0);
+    }
+}
+
 void TestAccessibility::aKeyHeldDownPressesOnce()
 {
-    ScriptedController controller;
     ScriptedController::append(&controller.drives, QStringLiteral("/m/1"), QStringLiteral("KELPORA360_1"));
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     view.item(QStringLiteral("eraseCardsButton"))->forceActiveFocus(Qt::TabFocusReason);
     for (const bool repeated : {false, true, true}) {
         QKeyEvent press(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier, QString(), repeated);
@@ -81,9 +98,7 @@ void TestAccessibility::slidersTellTheirRange()
 {
     QFETCH(QString, slider);
     QFETCH(QVariantList, expected);
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QAccessibleValueInterface *range = accessible(view.item(slider))->valueInterface();
     QVERIFY(range != nullptr);
     QCOMPARE((QVariantList{range->minimumValue(), range->currentValue(), range->maximumValue()}), expected);
@@ -109,14 +124,12 @@ void TestAccessibility::popupsHaveANameAndARole()
 {
     QFETCH(QString, popup);
     QFETCH(QString, name);
-    ScriptedController controller;
     controller.settings.insert(QStringLiteral("Serialnumber"), QString());
     for (const char *camera : {"Camera1", "Camera2", "Camera3"}) {
         for (const char *key : {"Yaw", "Pitch", "Roll", "OffsetX", "OffsetY"})
             controller.settings.insert(QLatin1String(camera) + QLatin1String(key), QString());
     }
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     view.click(view.rowButton(0, QStringLiteral("Camera Angles")));
     QMetaObject::invokeMethod(view.object(popup), "open");
     QTRY_VERIFY(view.isOpen(popup));
@@ -127,9 +140,7 @@ void TestAccessibility::popupsHaveANameAndARole()
 
 void TestAccessibility::pagesHaveANameAndARole()
 {
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     const QStringList names{"Copy Files", "Copy Data", "Settings"};
     for (int i = 0; i < names.size(); ++i) {
         QAccessibleInterface *page = accessible(view.page(i));
@@ -140,9 +151,7 @@ void TestAccessibility::pagesHaveANameAndARole()
 
 void TestAccessibility::disabledControlsSaySo()
 {
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QAccessibleInterface *copy = accessible(view.item(QStringLiteral("copyDataButton")));
     QCOMPARE(copy->text(QAccessible::Description), QStringLiteral("Disabled"));
     controller.addDevice(QStringLiteral("ttyUSB0"), QStringLiteral("KELPORA1"), QStringLiteral("maker"));

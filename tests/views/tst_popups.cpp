@@ -8,7 +8,7 @@ const QPoint outside(350, 850);
 
 } // namespace
 
-class TestPopups : public QObject
+class TestPopups : public ViewTest
 {
     Q_OBJECT
 
@@ -43,9 +43,7 @@ bool TestPopups::open(const View &view, const QString &popup)
 
 void TestPopups::theMessage()
 {
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     const QString popup = QStringLiteral("messagePopup");
     QCOMPARE(view.property(popup, "visible").toBool(), false);
     view.object(popup)->setProperty("text", "Something happened.");
@@ -69,9 +67,7 @@ void TestPopups::theMessageCloses_data()
 void TestPopups::theMessageCloses()
 {
     QFETCH(QString, by);
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     const QString popup = QStringLiteral("messagePopup");
     QVERIFY(open(view, popup));
     if (by == QLatin1String("escape"))
@@ -85,9 +81,7 @@ void TestPopups::theMessageCloses()
 
 void TestPopups::theWait()
 {
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     const QString popup = QStringLiteral("waitPopup");
     QCOMPARE(view.property(popup, "visible").toBool(), false);
     QVERIFY(open(view, popup));
@@ -110,9 +104,7 @@ void TestPopups::theWaitClosesOnlyByTheProgram_data()
 void TestPopups::theWaitClosesOnlyByTheProgram()
 {
     QFETCH(bool, key);
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     const QString popup = QStringLiteral("waitPopup");
     QVERIFY(open(view, popup));
     if (key)
@@ -136,9 +128,7 @@ void TestPopups::keepsPressesFromTheWindow_data()
 void TestPopups::keepsPressesFromTheWindow()
 {
     QFETCH(QString, popup);
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(open(view, popup));
     view.click(QStringLiteral("exitButton"));
     QVERIFY(view.window()->isVisible());
@@ -160,9 +150,7 @@ void TestPopups::longTextsStayInTheWindow()
     QFETCH(QString, popup);
     QFETCH(QString, label);
     QFETCH(bool, endShown);
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(open(view, popup));
     for (const int lines : {1, 500}) {
         view.object(popup)->setProperty("text", QStringLiteral("Writing a page ... done.\n").repeated(lines));
@@ -179,9 +167,7 @@ void TestPopups::longTextsStayInTheWindow()
 
 void TestPopups::textsAreShownAsTheyAreWritten()
 {
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     const int plainText = 0;
     for (const char *label : {"messageText", "waitText", "card1ProgressText", "dataProgressText",
                               "settingsProgressText", "firmwareText", "batteryText"})
@@ -199,9 +185,7 @@ void TestPopups::enterPressesTheButton_data()
 void TestPopups::enterPressesTheButton()
 {
     QFETCH(int, key);
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     for (const char *popup : {"messagePopup", "eraseCardsPopup", "eraseMemoryPopup"}) {
         QVERIFY(open(view, QLatin1String(popup)));
         QTest::keyClick(view.window(), static_cast<Qt::Key>(key));
@@ -219,9 +203,7 @@ void TestPopups::aClickRightAfterAJobIsTaken_data()
 void TestPopups::aClickRightAfterAJobIsTaken()
 {
     QFETCH(bool, read);
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     QVERIFY(view.showPage(2));
     view.call("updateCameraSettingsProgress", 0, 2, 1, QStringLiteral("Connecting ..."));
     QTRY_VERIFY(view.isOpen(QStringLiteral("waitPopup")));
@@ -246,9 +228,7 @@ void TestPopups::boxesBeginChecked()
 {
     QFETCH(QString, popup);
     QFETCH(QStringList, boxes);
-    ScriptedController controller;
-    const View view(&controller);
-    QVERIFY(view.isShown());
+    const View &view = show();
     for (int time = 0; time < 2; ++time) {
         QVERIFY(open(view, popup));
         for (const QString &box : boxes) {
