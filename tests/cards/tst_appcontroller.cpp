@@ -33,7 +33,7 @@
 namespace {
 
 constexpr int mebibyte = 1 << 20;
-constexpr int hangMilliseconds = 60000;
+constexpr int hangMilliseconds = 240000;
 constexpr int closingMilliseconds = 2000;
 
 const QString logName = QStringLiteral("Kelpora360.log");

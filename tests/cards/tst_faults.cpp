@@ -27,7 +27,7 @@
 namespace {
 
 constexpr int mebibyte = 1 << 20;
-constexpr int hangMilliseconds = 60000;
+constexpr int hangMilliseconds = 240000;
 
 using Recordings = QMap<QString, QByteArray>;
 

@@ -24,7 +24,7 @@ namespace {
 const QString started = QStringLiteral("Firmware update started");
 const QString notStarted = QStringLiteral("Firmware update failed to start");
 const QString endReport = QStringLiteral("0 2 2 Error updating firmware.");
-constexpr int hangMilliseconds = 30000;
+constexpr int hangMilliseconds = 120000;
 
 /// Puts a flashing tool into the utilities folder: a shell script.
 QString installTool(const QByteArray &script)
