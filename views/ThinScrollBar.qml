@@ -11,7 +11,7 @@ ScrollBar {
     contentItem: Rectangle {
         implicitWidth: 6
         radius: 3
-        color: root.Material.color(Material.Grey, root.pressed ? Material.Shade300 : Material.Shade500)
+        color: root.Material.color(Material.Grey, root.pressed ? Material.Shade200 : Material.Shade400)
     }
     background: Item {}
 }
