@@ -151,7 +151,8 @@ TemplateFile readTemplateFile(const QString &path)
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return {{}, file.errorString()};
-    return {file.read(maxTemplateBytes + 1), {}};
+    // read() reserves what it may take at most, for every photo.
+    return {file.size() > maxTemplateBytes ? file.read(maxTemplateBytes + 1) : file.readAll(), {}};
 }
 
 ProjectTemplate parseTemplate(const TemplateFile &file)
