@@ -372,31 +372,30 @@ void TestShellCommand::commandLine_data()
 {
     QTest::addColumn<QString>("port");
     QTest::addColumn<QString>("file");
-    QTest::addColumn<QString>("expected");
-    const auto row = [](const char *name, const QString &port, const QString &file, const QString &expected) {
-        QTest::newRow(name) << port << file << expected;
-    };
-    // FW and TOOL stand for the firmware folder and the tool.
+    QTest::addColumn<QString>("arguments");
+    const auto row = [](const char *name, const QString &port, const QString &file,
+                        const QString &arguments) { QTest::newRow(name) << port << file << arguments; };
+    // FW stands for the firmware folder.
     row("a port and an absolute image", "cu.usbserial-A1", "/fw/new.hex",
-        "TOOL -p /dev/cu.usbserial-A1 /fw/new.hex");
-    row("a bare image is in the firmware folder", "ttyUSB0", "new.hex", "TOOL -p /dev/ttyUSB0 FW/new.hex");
-    row("an image in a folder of it", "ttyUSB0", "old/1.hex", "TOOL -p /dev/ttyUSB0 FW/old/1.hex");
-    row("nothing is quoted", "tty U$B", "/f w/\u00fc%1.hex", "TOOL -p /dev/tty U$B /f w/\u00fc%1.hex");
-    row("no port", "", "/fw/new.hex", "TOOL -p /dev/ /fw/new.hex");
+        "-p /dev/cu.usbserial-A1 /fw/new.hex");
+    row("a bare image is in the firmware folder", "ttyUSB0", "new.hex", "-p /dev/ttyUSB0 FW/new.hex");
+    row("an image in a folder of it", "ttyUSB0", "old/1.hex", "-p /dev/ttyUSB0 FW/old/1.hex");
+    row("nothing is quoted", "tty U$B", "/f w/\u00fc%1.hex", "-p /dev/tty U$B /f w/\u00fc%1.hex");
+    row("no port", "", "/fw/new.hex", "-p /dev/ /fw/new.hex");
 }
 
 void TestShellCommand::commandLine()
 {
     QFETCH(QString, port);
     QFETCH(QString, file);
-    QFETCH(QString, expected);
+    QFETCH(QString, arguments);
     const Workspace workspace;
     const QString tool = installTool("true");
     const MessageLog log;
     flash(port, file);
-    expected.replace(QStringLiteral("TOOL"), tool);
-    expected.replace(QStringLiteral("FW"), getFirmwareDir());
-    QVERIFY2(MessageLog::lines().contains("info: Firmware update command line: " + expected),
+    // Not in the tool's path: that of a temporary folder may hold any letters.
+    arguments.replace(QStringLiteral("FW"), getFirmwareDir());
+    QVERIFY2(MessageLog::lines().contains("info: Firmware update command line: " + tool + ' ' + arguments),
              qPrintable(MessageLog::lines().join(QLatin1Char('\n'))));
 }
 
