@@ -770,7 +770,8 @@ void TestJobs::aDamagedDatasetIsMissed()
     // The third answer of a run is a dataset: the greeting has none, the count has one.
     faults.badChecksumEvery = 3;
     SimulatedRig rig(rigWith(faults));
-    desk.run(QStringLiteral("download"));
+    constexpr int shortAnswerMs = 1000;
+    desk.run(QStringLiteral("download"), nullptr, shortAnswerMs);
     QVERIFY2(desk.told.last().startsWith("0,2,2 Error: The controller did not send all data. Wrote "),
              qPrintable(desk.told.last()));
     QVERIFY(!MessageLog::lines(QStringLiteral("warning"))
