@@ -45,26 +45,42 @@ bool holdsAllOf(const QString &path, const CsvRun &run)
            (run.whole ? run.content.startsWith(older) : run.content == older);
 }
 
-/// Finds the places where data sets are missing in a dump.
+/// Finds the places where data sets are missing in the lines of a dump.
 class Sequence
 {
 public:
-    /// Whether the data set of `line` comes right after the one before it. The first entry and a start entry
-    /// may have any number: a log may begin amid a run. A line that is sent again doesn't count.
-    bool follows(const QString &line, const Record &record)
+    explicit Sequence(const QStringList &lines)
+        : lines_(lines)
     {
-        if (seen_.contains(line))
+    }
+
+    /// Whether the data set of line `i` comes right after the one before it; to be asked in the lines' order.
+    /// The first entry and a start entry may have any number: a log may begin amid a run. A line that is sent
+    /// again doesn't count.
+    bool follows(int i, const Record &record)
+    {
+        const bool next = !previous_ || record.number - *previous_ == 1;
+        if (!next && wasSentBefore(i))
             return true;
-        seen_.insert(line);
         const std::optional<int> before = std::exchange(previous_, record.number);
-        if (!before || record.type == 's' || record.number - *before == 1)
+        if (next || record.type == 's')
             return true;
         qWarning("Data: Dataset %d came right after dataset %d.", record.number, *before);
         return false;
     }
 
 private:
+    /// Most dumps never ask: the lines are only gathered for one that does.
+    bool wasSentBefore(int i)
+    {
+        for (; gathered_ < i; ++gathered_)
+            seen_.insert(lines_[gathered_]);
+        return seen_.contains(lines_[i]);
+    }
+
+    const QStringList &lines_;
     QSet<QString> seen_;
+    int gathered_ = 0;
     std::optional<int> previous_;
 };
 
@@ -195,11 +211,12 @@ DumpState stateOf(const PSEAComms::DumpCounts &dump, int announced, bool ended, 
 CsvRuns runsOf(const QStringList &lines, const QString &targetDir, const QString &projectName)
 {
     CsvRuns dumped;
-    Sequence sequence;
+    Sequence sequence(lines);
     QString startLine;
     int startNumber = 0;
     int startTime = 0;
-    for (const QString &line : lines) {
+    for (int i = 0; i < lines.size(); ++i) {
+        const QString &line = lines[i];
         // A start that is sent again must not begin its file anew.
         if (line == startLine)
             continue;
@@ -207,7 +224,7 @@ CsvRuns runsOf(const QStringList &lines, const QString &targetDir, const QString
         const bool isWhole = record.id > 0;
         if (!isWhole)
             qWarning().noquote() << "Data: Not a whole dataset:" << line.trimmed();
-        if (!isWhole || !sequence.follows(line, record)) {
+        if (!isWhole || !sequence.follows(i, record)) {
             dumped.gaps = true;
             if (!dumped.runs.isEmpty())
                 dumped.runs.last().whole = false;
