@@ -188,10 +188,15 @@ void describe(QQuickItem *top, Scene *scene)
 void walk(const View &view, Scene *scene)
 {
     constexpr int leastPixels = 60;
+    constexpr int mostStops = 100;
     const QQuickItem *first = nullptr;
-    for (;; ++scene->stops) {
+    for (; scene->stops < mostStops; ++scene->stops) {
         QTest::keyClick(view.window(), Qt::Key_Tab);
         QQuickItem *focused = view.window()->activeFocusItem();
+        if (focused == nullptr) {
+            scene->faintFocus.append(QStringLiteral("nothing, after %1 stops").arg(scene->stops));
+            return;
+        }
         if (focused == first || !focused->activeFocusOnTab()) {
             // The next picture shows no outline of the keyboard's place.
             focused->setFocus(false);
@@ -214,6 +219,7 @@ void walk(const View &view, Scene *scene)
         if (differing < leastPixels)
             scene->faintFocus.append(QStringLiteral("%1 (%2 pixels)").arg(nameOf(focused)).arg(differing));
     }
+    scene->faintFocus.append(QStringLiteral("Tab has not come round after %1 stops").arg(mostStops));
 }
 
 class Photographer
