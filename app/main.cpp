@@ -72,7 +72,7 @@ void shutDownCamera(AppController &controller)
 
 /// The window shows a few small icons; the toolkit would reserve four megabytes for them. A variable that is
 /// set already holds.
-void keepTexturesSmall()
+void limitTextureAtlas()
 {
     for (const char *side : {"QSG_ATLAS_WIDTH", "QSG_ATLAS_HEIGHT"}) {
         if (!qEnvironmentVariableIsSet(side))
@@ -119,7 +119,7 @@ int main(int argc, char *argv[])
     AppScreen screen(settings.value(QStringLiteral("ScaleFactor"), 1.0).toDouble());
     screen.init(argc, argv);
     applyScaling(settings, screen);
-    keepTexturesSmall();
+    limitTextureAtlas();
     settings.setValue(QStringLiteral("AppVersion"), app_version);
     settings.setValue(QStringLiteral("AppName"), app_name);
     settings.sync();

@@ -7,7 +7,7 @@ ApplicationWindow {
     id: root
 
     /// Whether the first frame is on the screen, and whether the pages are loaded.
-    property bool framed: false
+    property bool firstFrameShown: false
     readonly property bool ready: contentLoader.status === Loader.Ready
     /// The desktop session is ending: closing is never refused.
     property bool sessionEnding: false
@@ -129,7 +129,7 @@ ApplicationWindow {
     header: TabBar {
         id: tabBar
 
-        visible: root.framed
+        visible: root.firstFrameShown
 
         PageTab { text: "Copy Files" }
         PageTab { text: "Copy Data" }
@@ -146,7 +146,7 @@ ApplicationWindow {
     }
 
     footer: Pane {
-        visible: root.framed
+        visible: root.firstFrameShown
         leftPadding: 20
         rightPadding: 20
         topPadding: 0
@@ -172,14 +172,14 @@ ApplicationWindow {
 
     Connections {
         target: root
-        enabled: !root.framed
+        enabled: !root.firstFrameShown
         // Made while the first frame is still being drawn, the pages would take the processors that it needs.
-        function onFrameSwapped() { root.framed = true }
+        function onFrameSwapped() { root.firstFrameShown = true }
     }
 
     // The pages and popups come after the first frame: the operator sees at once that the program starts. Nothing
     // before names their types, which would be loaded with the window.
-    onFramedChanged: contentLoader.setSource("WindowContent.qml", { "cards": cards, "controller": controller,
+    onFirstFrameShownChanged: contentLoader.setSource("WindowContent.qml", { "cards": cards, "controller": controller,
                                                                     "calibration": calibration, "message": message,
                                                                     "tabs": tabBar })
 
