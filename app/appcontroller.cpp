@@ -349,11 +349,11 @@ std::unique_ptr<MediaImport> AppController::mediaImport(int cardIndex, const QSt
     const auto autopano = std::make_shared<Autopano>();
     projects.writeVideoProject = [autopano](int card, const QString &templateFile, const QString &take,
                                             const QString &name) {
-        autopano->writeKava(card, templateFile, take, name, loadSettings);
+        return autopano->writeKava(card, templateFile, take, name, loadSettings);
     };
     projects.writePhotoProject = [autopano](int card, const QString &templateFile, const QString &take,
                                             const QString &name) {
-        autopano->writePano(card, templateFile, take, name, loadSettings);
+        return autopano->writePano(card, templateFile, take, name, loadSettings);
     };
     return std::make_unique<MediaImport>(
         ImportRequest{cardIndex, sourceDir, targetDir, templatePath, projectName}, std::move(projects),

@@ -1,9 +1,12 @@
 #include "cards/filecopy.h"
 
 #include "platform/copycontent.h"
+#include "platform/filesync.h"
 #include "platform/stopflag.h"
 
 #include <QFileInfo>
+
+#include <cerrno>
 
 StagedCopy::StagedCopy(const QString &source, const QString &folder, const StopFlag &stop)
     : file_(folder)
@@ -25,7 +28,12 @@ StagedCopy::StagedCopy(const QString &source, const QString &folder, const StopF
     switch (result.end) {
     case CopyResult::End::Whole:
         whole_ = true;
-        copyAttributes(input, file_.file());
+        onDisk_ = syncContent(file_.file(), stop);
+        if (onDisk_)
+            copyAttributes(input, file_.file());
+        else
+            error_ = stop.isRaised() ? QStringLiteral("stopped")
+                                     : QStringLiteral("can't write the copy: ") + qt_error_string(errno);
         break;
     case CopyResult::End::Stopped:
         error_ = QStringLiteral("stopped");
@@ -41,7 +49,9 @@ StagedCopy::StagedCopy(const QString &source, const QString &folder, const StopF
 
 Publish StagedCopy::publish(const QString &path)
 {
-    return whole_ ? file_.publish(path) : Publish::Failed;
+    if (!whole_)
+        return Publish::Failed;
+    return onDisk_ ? file_.publish(path) : Publish::NotOnDisk;
 }
 
 Publish copyNewFile(const QString &source, const QString &destination, const StopFlag &stop)

@@ -6,8 +6,8 @@ class StopFlag;
 
 /// A copy of a recording that has not got its name yet.
 ///
-/// The content lies under a temporary name in the destination folder, with the source's permissions and
-/// modification time. Without a publish() that succeeds nothing of it stays.
+/// The content lies on disk, under a temporary name in the destination folder, with the source's permissions
+/// and modification time. Without a publish() that succeeds nothing of it stays.
 class StagedCopy
 {
 public:
@@ -28,6 +28,7 @@ private:
     NewFile file_;
     QString error_;
     bool whole_ = false;
+    bool onDisk_ = false;
 };
 
 /// Copies `source` to the new file `destination`.

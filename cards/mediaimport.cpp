@@ -264,9 +264,10 @@ QString MediaImport::copyRecording(const Kind &kind, const QString &sourcePath, 
     if (!request_.templatePath.isEmpty() && (copied || !stop_.isRaised())) {
         if (kind.preview)
             placePicture(names.copyPath(), kind.extension);
-        if (kind.writeProject != nullptr)
-            (projects_.*kind.writeProject)(request_.card, request_.templatePath, names.takePath(),
-                                           request_.projectName);
+        if (kind.writeProject != nullptr &&
+            !(projects_.*kind.writeProject)(request_.card, request_.templatePath, names.takePath(),
+                                            request_.projectName))
+            writeError_ = true;
     }
     return copied ? names.copyPath() : QString();
 }
@@ -287,6 +288,10 @@ bool MediaImport::copyTake(const QString &sourcePath, TakeNames *names)
 
     const QString folder = QFileInfo(names->copyPath()).absolutePath();
     flush_.watch(folder);
+    if (!folders_.contains(folder)) {
+        folders_.insert(folder);
+        removeLeftovers(folder);
+    }
 
     StagedCopy copy(sourcePath, folder, stop_);
     Publish result = copy.publish(names->copyPath());
@@ -337,8 +342,17 @@ void MediaImport::placePicture(const QString &videoPath, const QString &extensio
     if (!QFileInfo::exists(picture))
         picture = projects_.fallbackPicture();
     const QString target = QString(videoPath).replace(extension, extension + QStringLiteral(".jpg"));
-    if (copyNewFile(picture, target, stop_) == Publish::Done)
+    switch (copyNewFile(picture, target, stop_)) {
+    case Publish::Done:
         written_.append(target);
+        break;
+    case Publish::NotOnDisk:
+        writeError_ = true;
+        break;
+    case Publish::Exists:
+    case Publish::Failed:
+        break;
+    }
 }
 
 void MediaImport::send(const Progress &progress)
@@ -373,7 +387,7 @@ bool MediaImport::finish(const Counts &counts)
     }
     if (!stop_.isRaised())
         sendDeferred();
-    if (stop_.isRaised() || flushed == Flushed::Failed) {
+    if (stop_.isRaised() || flushed == Flushed::Failed || writeError_) {
         const QString reason = stop_.isRaised()
                                    ? QStringLiteral("Stopped after ")
                                    : QStringLiteral("The destination reports a write error after ");

@@ -6,6 +6,7 @@
 
 #include <QDir>
 #include <QMap>
+#include <QSet>
 #include <QStringList>
 #include <QVector>
 
@@ -23,10 +24,11 @@ struct ImportRequest
 };
 
 /// What the import needs of stitching. The project writers get the card, the template, the take's path in
-/// the destination and the project name; they may be called from several imports at once.
+/// the destination and the project name; they may be called from several imports at once. They return false
+/// if the disk could not take what they wrote.
 struct ImportProjects
 {
-    using Writer = std::function<void(int card, const QString &templatePath, const QString &takePath,
+    using Writer = std::function<bool(int card, const QString &templatePath, const QString &takePath,
                                       const QString &projectName)>;
     std::function<QString()>
         fallbackPicture; ///< preview for templates without a picture of their own; may be empty
@@ -96,7 +98,9 @@ private:
     const StopFlag &stop_;
     VolumeFlush flush_;
     std::function<bool()> anotherCard_; ///< whether another card may be in the reader
+    QSet<QString> folders_;             ///< that this import has written to
     QStringList written_;
+    bool writeError_ = false;     ///< the disk could not take a preview or a project
     QMap<QString, int> failures_; ///< by cause, the number of recordings that could not be copied
     bool wholeCardSeen_ = true;
     bool changed_ = false; ///< a recording was no longer the one that was listed

@@ -19,9 +19,9 @@ struct CopyResult
 };
 
 /// Copies the whole content of the open file `source` to the open, empty file `target`, without passing
-/// through this process where the system can, and starts writing it to disk. Holes are read as zeros. Of a
-/// source that grows or shrinks meanwhile, what it held when it was read. The flag is tested at least every 4
-/// MiB.
+/// through this process where the system can, and has most of a long one written to disk meanwhile. Holes are
+/// read as zeros. Of a source that grows or shrinks meanwhile, what it held when it was read. The flag is
+/// tested at least every 4 MiB.
 [[nodiscard]] CopyResult copyContent(QFile &source, QFile &target, const StopFlag &stop);
 
 /// Gives `target` the permissions and the modification time of `source`, as far as its file system keeps

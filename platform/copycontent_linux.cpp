@@ -13,6 +13,7 @@
 #include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -140,7 +141,7 @@ public:
     {
         if (end - started_ < writebackStep)
             return true;
-        if (!finish(end))
+        if (!startWriteback(file_, std::exchange(started_, end), end))
             return false;
         const off_t settled = end - writebackWindow;
         if (settled <= settled_)
@@ -151,14 +152,6 @@ public:
             return false;
         releaseCache(file_, from, settled);
         return true;
-    }
-
-    /// Has the rest written, without waiting for it.
-    bool finish(off_t end)
-    {
-        const off_t from = started_;
-        started_ = end;
-        return startWriteback(file_, from, end);
     }
 
 private:
@@ -182,7 +175,7 @@ CopyResult copyRanges(int source, int target, const StopFlag &stop)
         if (copied < 0)
             return failed(copier.failure());
         if (copied == 0)
-            return writeBehind.finish(offset) ? CopyResult() : failed(End::WriteFailed);
+            return {};
         offset += copied;
         if (offset - released >= chunkSize) {
             releaseCache(source, released, offset);

@@ -1,7 +1,15 @@
 #pragma once
 
+#include "platform/stopflag.h"
+
 #include <QFileDevice>
 #include <QString>
+
+/// Has the content of the open file `file` written to its disk, so that a name that the file is given
+/// afterwards never stands for less, whenever the power goes. False with errno if it could not be, or if
+/// `stop` was raised. On a volume whose journal brings no name before its content (ext4, XFS, Btrfs) this
+/// costs no commit of the journal.
+[[nodiscard]] bool syncContent(QFileDevice &file, const StopFlag &stop = StopFlag());
 
 /// Has what was written to the open file `file` written to its disk. False if it could not be: a full or
 /// failing volume may say so only here. A volume that knows no such request says yes.

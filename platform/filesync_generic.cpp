@@ -1,5 +1,10 @@
 #include "platform/filesync.h"
 
+bool syncContent(QFileDevice &file, const StopFlag &stop)
+{
+    return !stop.isRaised() && file.flush();
+}
+
 bool syncToDisk(QFileDevice &file)
 {
     return file.flush();

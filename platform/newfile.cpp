@@ -3,8 +3,12 @@
 #include "platform/filesync.h"
 #include "platform/unsupported.h"
 
+#include <QDateTime>
+#include <QDebug>
+#include <QDir>
 #include <QFileInfo>
 #include <QRandomGenerator>
+#include <QRegularExpression>
 
 #include <cerrno>
 #include <cstdio>
@@ -61,7 +65,9 @@ NewFile::~NewFile()
 {
     if (!published_ && !file_.fileName().isEmpty()) {
         file_.close();
-        file_.remove();
+        // A second time, because a failing disk may refuse once.
+        if (!file_.remove())
+            file_.remove();
     }
 }
 
@@ -84,11 +90,24 @@ Publish NewFile::publish(const QString &path)
     return result;
 }
 
-Publish writeNewFile(const QString &path, const QByteArray &content, Durable durable)
+Publish writeNewFile(const QString &path, const QByteArray &content)
 {
     NewFile file(QFileInfo(path).absolutePath());
-    if (!file.isOpen() || file.file().write(content) != content.size() ||
-        (durable == Durable::Named && !syncToDisk(file.file())))
+    if (!file.isOpen() || file.file().write(content) != content.size() || !file.file().flush())
         return Publish::Failed;
-    return file.publish(path);
+    return syncContent(file.file()) ? file.publish(path) : Publish::NotOnDisk;
+}
+
+void removeLeftovers(const QString &folder)
+{
+    static const QRegularExpression ours(QStringLiteral("^\\.kelpora360-[0-9a-f]{16}\\.part$"));
+    const QDateTime yesterday = QDateTime::currentDateTime().addDays(-1);
+    const QFileInfoList hidden = QDir(folder).entryInfoList(
+        {QStringLiteral(".kelpora360-*.part")}, QDir::Files | QDir::Hidden | QDir::System | QDir::NoSymLinks);
+    for (const QFileInfo &file : hidden) {
+        // Not the time of the content: a copy that is about to get its name has that of its recording.
+        if (ours.match(file.fileName()).hasMatch() && file.metadataChangeTime() < yesterday &&
+            QFile::remove(file.filePath()))
+            qInfo().noquote() << "Removed what an interrupted import left:" << file.filePath();
+    }
 }

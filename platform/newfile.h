@@ -6,8 +6,9 @@
 /// What came of giving a file its final name.
 enum class Publish {
     Done,
-    Exists, ///< the name was taken; nothing was overwritten
-    Failed, ///< the file could not be written whole, or the file system refused the name
+    Exists,    ///< the name was taken; nothing was overwritten
+    Failed,    ///< the file could not be written whole, or the file system refused the name
+    NotOnDisk, ///< the disk could not take the content
 };
 
 /// A file that appears under its final name whole or not at all.
@@ -41,15 +42,13 @@ private:
     bool published_ = false;
 };
 
-/// When a new file is on its disk.
-enum class Durable {
-    Later, ///< once the system or the caller flushes the volume
-    Named, ///< before it has its name
-};
+/// Writes `content` to a new file `path`; its folder must exist. The content is on disk before it has its
+/// name.
+[[nodiscard]] Publish writeNewFile(const QString &path, const QByteArray &content);
 
-/// Writes `content` to a new file `path`; its folder must exist.
-[[nodiscard]] Publish writeNewFile(const QString &path, const QByteArray &content,
-                                   Durable durable = Durable::Later);
+/// Removes the temporary files in `folder` that a crash or a power cut left there more than a day ago, with a
+/// line in the log.
+void removeLeftovers(const QString &folder);
 
 /// Renames the file `from` to `to`, both encoded, in one step unless `to` exists. False with errno: EEXIST,
 /// or one for which isUnsupported() holds where the volume knows no such renaming. One implementation per

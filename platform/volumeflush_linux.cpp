@@ -1,7 +1,6 @@
 #include "platform/descriptor.h"
 #include "platform/stopflag.h"
 #include "platform/volumeflush.h"
-#include "platform/writeback_linux.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -25,24 +24,13 @@ struct VolumeFlush::Volumes
 
 namespace {
 
-/// Waits until a copy is written.
-Flushed finishCopy(const QString &path, const StopFlag &stop)
+/// Whether a copy still stands where it was put.
+Flushed lookFor(const QString &path)
 {
-    // What stands there may have become something else, such as a pipe that would wait for its writer.
-    const Descriptor file(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-    if (!file.isOpen()) {
-        // A copy keeps the permissions of its source, also those that forbid to read it.
-        if (errno == EACCES)
-            return Flushed::All;
-        return errno == ENOENT || errno == ENOTDIR || errno == ELOOP ? Flushed::AllThatIsThere
-                                                                     : Flushed::Failed;
-    }
     struct stat status = {};
-    if (::fstat(file.get(), &status) != 0)
-        return Flushed::Failed;
-    if (!S_ISREG(status.st_mode))
-        return Flushed::AllThatIsThere;
-    return finishWriteback(file.get(), 0, status.st_size, stop) ? Flushed::All : Flushed::Failed;
+    if (::lstat(QFile::encodeName(path).constData(), &status) != 0)
+        return errno == ENOENT || errno == ENOTDIR ? Flushed::AllThatIsThere : Flushed::Failed;
+    return S_ISREG(status.st_mode) ? Flushed::All : Flushed::AllThatIsThere;
 }
 
 /// The device that a folder lies on or, where it is gone, its nearest parent that is there.
@@ -97,10 +85,9 @@ Flushed VolumeFlush::finish(const QStringList &files, const StopFlag &stop, QStr
 {
     if (files.isEmpty())
         return Flushed::All;
-    // File by file first, because the flush of the volume can't be interrupted.
     bool whole = true;
     for (const QString &path : files) {
-        const Flushed finished = finishCopy(path, stop);
+        const Flushed finished = lookFor(path);
         if (finished == Flushed::Failed || stop.isRaised())
             return Flushed::Failed;
         if (finished == Flushed::AllThatIsThere) {

@@ -168,32 +168,42 @@ QString wroteLine(int card, const QString &path)
     return QStringLiteral("Card %1: wrote template file %2.").arg(card).arg(path);
 }
 
-/// The import's last flush is not for the templates folder, and a template that a power cut left empty would
-/// be used from then on.
-constexpr Durable templatesDurable = Durable::Named;
-
-/// Writes `text` to `path` and logs it; another card's worker may have been first, which is as good.
-void writeProject(int card, const QString &path, const QByteArray &text, Durable durable = Durable::Later)
+/// Writes `text` to `path`; another card's worker may have been first, which is as good. False if the disk
+/// could not take it.
+bool writeToDisk(int card, const QString &path, const QByteArray &text, const QString &logLine)
 {
-    if (writeNewFile(path, text, durable) == Publish::Done)
-        qInfo().noquote() << wroteLine(card, path);
+    const Publish result = writeNewFile(path, text);
+    if (result == Publish::Done && !logLine.isEmpty())
+        qInfo().noquote() << logLine;
+    if (result == Publish::NotOnDisk)
+        qWarning().noquote() << QStringLiteral("Card %1: the disk could not take %2.").arg(card).arg(path);
+    return result != Publish::NotOnDisk;
 }
 
-/// Adds the project to the templates folder unless it holds a template of that name.
-void supplyTemplate(int card, const QString &projectPath, const QString &folderTemplate)
+/// The same for a project or a template made of one.
+bool writeProject(int card, const QString &path, const QByteArray &text)
+{
+    return writeToDisk(card, path, text, wroteLine(card, path));
+}
+
+/// Adds the project to the templates folder unless it holds a template of that name. False if the disk could
+/// not take it.
+bool supplyTemplate(int card, const QString &projectPath, const QString &folderTemplate)
 {
     if (QFileInfo::exists(folderTemplate))
-        return;
+        return true;
+    bool onDisk = true;
     QFile project(projectPath);
     if (project.open(QIODevice::ReadOnly)) {
         const QByteArray text = project.readAll();
         if (project.error() == QFileDevice::NoError)
-            static_cast<void>(writeNewFile(folderTemplate, text, templatesDurable));
+            onDisk = writeToDisk(card, folderTemplate, text, {});
     }
     qInfo().noquote() << QStringLiteral("Card %1: copied template file %2.").arg(card).arg(folderTemplate);
+    return onDisk;
 }
 
-void writeVideoProject(int card, const QString &templatePath, const QString &videoPath, const QString &name,
+bool writeVideoProject(int card, const QString &templatePath, const QString &videoPath, const QString &name,
                        const Autopano::SettingsSource &settings,
                        const std::function<ProjectTemplate()> &readTemplate)
 {
@@ -201,13 +211,11 @@ void writeVideoProject(int card, const QString &templatePath, const QString &vid
         name.isEmpty() ? QStringLiteral("_autopano.kava") : QStringLiteral("_%1_autopano.kava").arg(name);
     const QString kavaPath = replaced(videoPath, videoExtension, suffix);
     if (QFileInfo::exists(kavaPath))
-        return;
+        return true;
 
     const ProjectTemplate projectTemplate = readTemplate();
-    if (projectTemplate.aboveLimit) {
-        static_cast<void>(writeNewFile(kavaPath, QByteArray(), Durable::Later));
-        return;
-    }
+    if (projectTemplate.aboveLimit)
+        return writeToDisk(card, kavaPath, QByteArray(), {});
     const QDomDocument &document = projectTemplate.document;
     const QString base = QFileInfo(videoPath).fileName();
     CameraFiles files = cameraVideos(base, name);
@@ -228,18 +236,19 @@ void writeVideoProject(int card, const QString &templatePath, const QString &vid
         .setAttribute(QStringLiteral("file"),
                       replaced(base, videoExtension, QStringLiteral("_rendered.kava")));
     setEncodingRules(kava.firstChildElement(QStringLiteral("encodingrules")));
-    writeProject(card, kavaPath, toXml(document));
+    bool onDisk = writeProject(card, kavaPath, toXml(document));
 
     const QString folderTemplate =
         QDir(getTemplateDir()).absoluteFilePath(QFileInfo(templatePath).fileName());
-    supplyTemplate(card, kavaPath, folderTemplate);
+    onDisk = supplyTemplate(card, kavaPath, folderTemplate) && onDisk;
 
     const QString gigaTemplate = replaced(folderTemplate, QStringLiteral(".kava"), QStringLiteral(".pano"));
     if (!QFileInfo::exists(gigaTemplate))
-        writeProject(card, gigaTemplate, toPanoXml(pano), templatesDurable);
+        onDisk = writeProject(card, gigaTemplate, toPanoXml(pano)) && onDisk;
+    return onDisk;
 }
 
-void writePhotoProject(int card, const QString &photoPath, const QString &name,
+bool writePhotoProject(int card, const QString &photoPath, const QString &name,
                        const Autopano::SettingsSource &settings,
                        const std::function<ProjectTemplate()> &readTemplate)
 {
@@ -249,19 +258,17 @@ void writePhotoProject(int card, const QString &photoPath, const QString &name,
                                           : QStringLiteral("_%1_giga%2.pano").arg(name).arg(extension);
     const QString projectPath = replaced(photoPath, extension, suffix);
     if (QFileInfo::exists(projectPath))
-        return;
+        return true;
 
     const ProjectTemplate projectTemplate = readTemplate();
-    if (projectTemplate.aboveLimit) {
-        static_cast<void>(writeNewFile(projectPath, toPanoXml({}), Durable::Later));
-        return;
-    }
+    if (projectTemplate.aboveLimit)
+        return writeToDisk(card, projectPath, toPanoXml({}), {});
     // A copy: the template serves the next photo too.
     const QDomElement pano = panoOf(projectTemplate.document).cloneNode().toElement();
     if (!pano.isNull())
         editPano(pano, cameraPhotos(QFileInfo(photoPath).fileName(), extension, name),
                  stitchSettingsToRadians(settings()));
-    writeProject(card, projectPath, toPanoXml(pano));
+    return writeProject(card, projectPath, toPanoXml(pano));
 }
 
 } // namespace
@@ -311,36 +318,40 @@ Autopano::Autopano()
 
 Autopano::~Autopano() = default;
 
-void Autopano::writeKava(int card, const QString &templatePath, const QString &videoPath, const QString &name,
+bool Autopano::writeKava(int card, const QString &templatePath, const QString &videoPath, const QString &name,
                          const SettingsSource &settings)
 {
     try {
-        writeVideoProject(card, templatePath, videoPath, name, settings,
-                          [&] { return templates_->read(templatePath); });
+        return writeVideoProject(card, templatePath, videoPath, name, settings,
+                                 [&] { return templates_->read(templatePath); });
     } catch (const std::exception &error) {
         qWarning() << "Error creating kava template:" << error.what();
+        return true;
     }
 }
 
-void Autopano::writePano(int card, const QString &templatePath, const QString &photoPath, const QString &name,
+bool Autopano::writePano(int card, const QString &templatePath, const QString &photoPath, const QString &name,
                          const SettingsSource &settings)
 {
     try {
-        writePhotoProject(card, photoPath, name, settings,
-                          [&] { return templates_->readForPhoto(templatePath); });
+        return writePhotoProject(card, photoPath, name, settings,
+                                 [&] { return templates_->readForPhoto(templatePath); });
     } catch (const std::exception &error) {
         qInfo("%s", error.what());
+        return true;
     }
 }
 
 void Autopano::createKava(int card, const QString &templatePath, const QString &videoPath,
                           const QString &name, const QMap<QString, QVariant> &settings)
 {
-    Autopano().writeKava(card, templatePath, videoPath, name, [&settings] { return settings; });
+    static_cast<void>(
+        Autopano().writeKava(card, templatePath, videoPath, name, [&settings] { return settings; }));
 }
 
 void Autopano::createPano(int card, const QString &templatePath, const QString &photoPath,
                           const QString &name, const QMap<QString, QVariant> &settings)
 {
-    Autopano().writePano(card, templatePath, photoPath, name, [&settings] { return settings; });
+    static_cast<void>(
+        Autopano().writePano(card, templatePath, photoPath, name, [&settings] { return settings; }));
 }

@@ -23,10 +23,11 @@ public:
     Autopano();
     ~Autopano();
 
-    /// As createKava() and createPano().
-    void writeKava(int card, const QString &templatePath, const QString &videoPath, const QString &name,
+    /// As createKava() and createPano(). False, with a warning in the log, if something was written that the
+    /// disk could not take; then it has not got its name.
+    bool writeKava(int card, const QString &templatePath, const QString &videoPath, const QString &name,
                    const SettingsSource &settings);
-    void writePano(int card, const QString &templatePath, const QString &photoPath, const QString &name,
+    bool writePano(int card, const QString &templatePath, const QString &photoPath, const QString &name,
                    const SettingsSource &settings);
 
     /// Writes the ".kava" project of the video take `videoPath` (the take's path in the destination, ending

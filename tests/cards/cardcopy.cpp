@@ -35,6 +35,7 @@ int publishOne(const QStringList &arguments)
     case Publish::Exists:
         return 1;
     case Publish::Failed:
+    case Publish::NotOnDisk:
         return 2;
     }
     return 3;
@@ -57,11 +58,11 @@ int importCard(const QStringList &arguments)
     projects.fallbackPicture = templatePicture;
     projects.writeVideoProject = [](int card, const QString &templatePath, const QString &take,
                                     const QString &name) {
-        Autopano::createKava(card, templatePath, take, name, loadSettings());
+        return Autopano().writeKava(card, templatePath, take, name, loadSettings);
     };
     projects.writePhotoProject = [](int card, const QString &templatePath, const QString &take,
                                     const QString &name) {
-        Autopano::createPano(card, templatePath, take, name, loadSettings());
+        return Autopano().writePano(card, templatePath, take, name, loadSettings);
     };
     const int position = arguments.at(5).toInt();
     const bool waits = arguments.at(6) == QStringLiteral("pause");

@@ -41,6 +41,7 @@ bool ImportRun::run()
             for (const QString &field : {templatePath, takePath, name})
                 fields.append(QLatin1Char('[') + field + QLatin1Char(']'));
             projectCalls_.append(fields.join(QLatin1Char(' ')));
+            return true;
         };
     };
     ImportProjects projects;

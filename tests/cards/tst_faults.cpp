@@ -15,12 +15,14 @@
 #include <QProcess>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <functional>
 #include <memory>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 
@@ -46,10 +48,25 @@ Recordings videos(int count, int size)
     return recordings;
 }
 
+/// Which request to the disk fails, counted from 1; 0 for none.
+std::atomic<int> failingFlush{0};
+std::atomic<int> flushes{0};
+
 using FileEvent = std::function<bool(const QString &path)>;
 using VolumeEvent = std::function<bool(const Workspace &workspace, TestVolume &target)>;
 
 } // namespace
+
+// Stands in for the C library's, whose parameters have names of its own.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+extern "C" int sync_file_range(int file, off64_t offset, off64_t size, unsigned int flags)
+{
+    if (++flushes == failingFlush) {
+        errno = EDQUOT;
+        return -1;
+    }
+    return static_cast<int>(::syscall(SYS_sync_file_range, file, offset, size, flags));
+}
 
 Q_DECLARE_METATYPE(FileEvent)
 Q_DECLARE_METATYPE(VolumeEvent)
@@ -93,6 +110,7 @@ private slots:
     void fiveThousandRecordings();
     void aKilledImport_data();
     void aKilledImport();
+    void aFlushThatFailsOnceIsTold();
     void noRoomForPreviewsAndProjects_data();
     void noRoomForPreviewsAndProjects();
 
@@ -846,6 +864,42 @@ void TestFaults::aKilledImport()
     ImportRun import(workspace, 1, {}, QStringLiteral("again"));
     QVERIFY(import.run());
     QCOMPARE(import.finalReports(), QStringList{QStringLiteral("0 1 1 Copied 10/10 videos and 0/0 photos.")});
+}
+
+/// Each request to the disk fails in turn: "Copied 2/2" stands for recordings, previews and projects.
+void TestFaults::aFlushThatFailsOnceIsTold()
+{
+    const QString templatesBelow = QStringLiteral("templates/rig");
+    int requests = 0;
+    for (int failing = 0; failing <= requests; ++failing) {
+        const Workspace workspace;
+        workspace.write(QStringLiteral("card/A.MOV"), recording(mebibyte, 1));
+        workspace.write(QStringLiteral("card/B.JPG"), recording(mebibyte, 2));
+        const QString templatePath =
+            workspace.write(templatesBelow + QStringLiteral(".kava"), "<kava><pano/></kava>");
+        workspace.write(templatesBelow + QStringLiteral(".jpg"), recording(mebibyte, 3));
+        const QString target = workspace.makeFolder(QStringLiteral("dst"));
+        QVERIFY(QDir().mkpath(getTemplateDir()));
+        AppController controller;
+        const CardReports reports(controller);
+        flushes = 0;
+        failingFlush = failing;
+        controller.copyFiles(workspace.path(QStringLiteral("card")), {}, {}, target, templatePath, {});
+        QVERIFY(AppController::waitForJobs(hangMilliseconds));
+        failingFlush = 0;
+        const QStringList last = reports.finalOf(1);
+        QCOMPARE(last.size(), 1);
+        QVERIFY(workspace.tree(QStringLiteral("dst")).keys().filter(QStringLiteral(".part")).isEmpty());
+        if (failing == 0) {
+            requests = flushes;
+            // Two recordings, a preview, two projects and two templates.
+            QCOMPARE(requests, 7);
+            QCOMPARE(last.constFirst(), QStringLiteral("0 1 1 Copied 1/1 videos and 1/1 photos."));
+        } else {
+            QVERIFY2(!last.constFirst().contains(QStringLiteral("Copied 1/1 videos and 1/1")),
+                     qPrintable(QStringLiteral("%1: %2").arg(failing).arg(last.constFirst())));
+        }
+    }
 }
 
 void TestFaults::noRoomForPreviewsAndProjects_data()

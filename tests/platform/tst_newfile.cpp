@@ -3,6 +3,7 @@
 #include "tests/support/testmain.h"
 #include "tests/support/workspace.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -13,10 +14,12 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <ctime>
 #include <fcntl.h>
 #include <functional>
 #include <memory>
 #include <sys/syscall.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -36,6 +39,11 @@ enum FileSystem {
 FileSystem pretended = ExclusiveRenames;
 /// What another program does just before the system takes the name.
 std::function<void()> inBetween;
+/// How often a file can't be removed.
+int refusedRemovals = 0;
+/// How far the clock is ahead.
+time_t secondsAhead = 0;
+constexpr time_t day = 24 * 60 * 60;
 
 int refuse(int error)
 {
@@ -93,6 +101,23 @@ extern "C" int link(const char *from, const char *to) noexcept
     return ::linkat(AT_FDCWD, from, AT_FDCWD, to, 0);
 }
 
+extern "C" int unlink(const char *path) noexcept
+{
+    if (refusedRemovals > 0) {
+        --refusedRemovals;
+        return refuse(EIO);
+    }
+    return ::unlinkat(AT_FDCWD, path, 0);
+}
+
+extern "C" int gettimeofday(struct timeval *now, void * /*zone*/) noexcept
+{
+    struct timespec precise = {};
+    const int result = ::clock_gettime(CLOCK_REALTIME, &precise);
+    *now = {precise.tv_sec + secondsAhead, precise.tv_nsec / 1000};
+    return result;
+}
+
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 class TestNewFile : public QObject
@@ -113,6 +138,10 @@ private slots:
     void contents();
     void hiddenUntilPublished();
     void removedUnlessPublished();
+    void removedAlsoWhenTheDiskRefusesOnce();
+    void leftovers();
+    void aNameStandsForItsContentAfterAPowerCut_data();
+    void aNameStandsForItsContentAfterAPowerCut();
     void anotherNameAfterOneThatWasTaken();
     void aKilledWriterLeavesNoFileOfThatName();
     void missingFolder();
@@ -126,6 +155,8 @@ private slots:
 
 void TestNewFile::cleanup()
 {
+    refusedRemovals = 0;
+    secondsAhead = 0;
     pretended = ExclusiveRenames;
     inBetween = nullptr;
 }
@@ -300,6 +331,79 @@ void TestNewFile::removedUnlessPublished()
         QCOMPARE(entries(workspace).size(), 1);
     }
     QCOMPARE(entries(workspace), QStringList());
+}
+
+void TestNewFile::removedAlsoWhenTheDiskRefusesOnce()
+{
+    const Workspace workspace;
+    {
+        NewFile file(workspace.makeFolder(folderName));
+        QCOMPARE(file.file().write("half"), qint64(4));
+        refusedRemovals = 1;
+    }
+    QCOMPARE(refusedRemovals, 0);
+    QCOMPARE(entries(workspace), QStringList());
+}
+
+void TestNewFile::leftovers()
+{
+    const Workspace workspace;
+    const QString folder = workspace.makeFolder(folderName);
+    const QStringList notOurs{QStringLiteral(".kelpora360-0123456789abcde.part"),
+                              QStringLiteral(".kelpora360-0123456789abcdef.part.bak"),
+                              QStringLiteral(".kelpora360-my-own-notes----.part"), QStringLiteral("A.MOV"),
+                              QStringLiteral("kelpora360-0123456789abcdef.part")};
+    for (const QString &name : notOurs)
+        workspace.write(QStringLiteral("out/") + name, "theirs");
+    QVERIFY(QDir(folder).mkdir(QStringLiteral(".kelpora360-0123456789abcdef.part")));
+    auto *killed = new NewFile(folder);
+    const QString ours = killed->file().fileName();
+    QVERIFY(killed->file().flush());
+    // A copy has the time of its recording, which may be old.
+    QVERIFY(killed->file().setFileTime(QDateTime::fromSecsSinceEpoch(1), QFileDevice::FileModificationTime));
+
+    removeLeftovers(folder);
+    QVERIFY(QFileInfo::exists(ours));
+    secondsAhead = day - 60;
+    removeLeftovers(folder);
+    QVERIFY(QFileInfo::exists(ours));
+    secondsAhead = day + 60;
+    removeLeftovers(folder);
+    QVERIFY(!QFileInfo::exists(ours));
+    QStringList left = entries(workspace);
+    QVERIFY(left.removeOne(QStringLiteral(".kelpora360-0123456789abcdef.part")));
+    left.sort();
+    QCOMPARE(left, notOurs);
+    delete killed;
+}
+
+void TestNewFile::aNameStandsForItsContentAfterAPowerCut_data()
+{
+    QTest::addColumn<int>("size");
+    QTest::newRow("a project") << 20000;
+    QTest::newRow("of some megabytes") << 5000000;
+}
+
+/// What the disk holds at a moment is what a power cut at that moment leaves.
+void TestNewFile::aNameStandsForItsContentAfterAPowerCut()
+{
+    QFETCH(int, size);
+    const Workspace workspace;
+    const QString image = workspace.path(QStringLiteral("image"));
+    const LoopVolume volume(LoopVolume::Kind::Ext4, image, 64, workspace.path(folderName));
+    SKIP_UNLESS_MOUNTED(volume);
+    const QByteArray content(size, 'x');
+    QCOMPARE(writeNewFile(workspace.path(QStringLiteral("out/f")), content), Publish::Done);
+    // Another program's flush brings the names to disk.
+    QFile other(workspace.path(QStringLiteral("out/other")));
+    QVERIFY(other.open(QIODevice::WriteOnly));
+    QCOMPARE(::fsync(other.handle()), 0);
+
+    const QString cut = workspace.path(QStringLiteral("cut"));
+    QVERIFY(QFile::copy(image, cut));
+    const LoopVolume afterwards(LoopVolume::Kind::Ext4, cut, workspace.path(QStringLiteral("afterwards")));
+    SKIP_UNLESS_MOUNTED(afterwards);
+    QVERIFY(workspace.read(QStringLiteral("afterwards/f")) == content);
 }
 
 void TestNewFile::anotherNameAfterOneThatWasTaken()

@@ -12,23 +12,33 @@
 LoopVolume::LoopVolume(Kind kind, const QString &image, int sizeMiB, const QString &mountPoint)
     : mountPoint_(mountPoint)
 {
-    const bool exfat = kind == Kind::Exfat;
-    QDir().mkpath(mountPoint);
     QFile file(image);
     if (!file.open(QIODevice::WriteOnly) || !file.resize(qint64{sizeMiB} << 20)) {
         why_ = file.errorString();
         return;
     }
     file.close();
-    if (!(exfat ? ran(QStringLiteral("mkfs.exfat"), {image})
-                : ran(QStringLiteral("mkfs.ext4"), {QStringLiteral("-q"), image})) ||
-        !ran(QStringLiteral("losetup"), {QStringLiteral("-f"), QStringLiteral("--show"), image}))
+    if (kind == Kind::Exfat ? ran(QStringLiteral("mkfs.exfat"), {image})
+                            : ran(QStringLiteral("mkfs.ext4"), {QStringLiteral("-q"), image}))
+        mountImage(kind, image);
+}
+
+LoopVolume::LoopVolume(Kind kind, const QString &image, const QString &mountPoint)
+    : mountPoint_(mountPoint)
+{
+    mountImage(kind, image);
+}
+
+void LoopVolume::mountImage(Kind kind, const QString &image)
+{
+    QDir().mkpath(mountPoint_);
+    if (!ran(QStringLiteral("losetup"), {QStringLiteral("-f"), QStringLiteral("--show"), image}))
         return;
     const QString device = QString::fromLocal8Bit(output_).trimmed();
-    if (exfat) {
-        mounted_ = ran(QStringLiteral("mount.exfat-fuse"), {device, mountPoint});
+    if (kind == Kind::Exfat) {
+        mounted_ = ran(QStringLiteral("mount.exfat-fuse"), {device, mountPoint_});
     } else {
-        mounted_ = ::mount(QFile::encodeName(device).constData(), QFile::encodeName(mountPoint).constData(),
+        mounted_ = ::mount(QFile::encodeName(device).constData(), QFile::encodeName(mountPoint_).constData(),
                            "ext4", 0, nullptr) == 0;
         if (!mounted_)
             why_ = QString::fromLocal8Bit(std::strerror(errno));

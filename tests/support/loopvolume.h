@@ -18,6 +18,8 @@ public:
     /// Creates the sparse file `image` of `sizeMiB` mebibytes and the folder `mountPoint`, and mounts the one
     /// on the other.
     LoopVolume(Kind kind, const QString &image, int sizeMiB, const QString &mountPoint);
+    /// Mounts the volume that the file `image` holds.
+    LoopVolume(Kind kind, const QString &image, const QString &mountPoint);
     ~LoopVolume();
 
     /// False where this machine can't: skip the test, giving why().
@@ -25,6 +27,7 @@ public:
     [[nodiscard]] QString why() const;
 
 private:
+    void mountImage(Kind kind, const QString &image);
     bool ran(const QString &program, const QStringList &arguments);
 
     QString mountPoint_;
