@@ -168,39 +168,37 @@ QString wroteLine(int card, const QString &path)
     return QStringLiteral("Card %1: wrote template file %2.").arg(card).arg(path);
 }
 
-/// Writes `text` to `path`; another card's worker may have been first, which is as good. False if the disk
-/// could not take it.
-bool writeToDisk(int card, const QString &path, const QByteArray &text, const QString &logLine)
+/// Writes `text` to `path`; another card's worker may have been first, which is as good.
+Publish writeToDisk(int card, const QString &path, const QByteArray &text)
 {
     const Publish result = writeNewFile(path, text);
-    if (result == Publish::Done && !logLine.isEmpty())
-        qInfo().noquote() << logLine;
     if (result == Publish::NotOnDisk)
         qWarning().noquote() << QStringLiteral("Card %1: the disk could not take %2.").arg(card).arg(path);
+    return result;
+}
+
+/// The same for a project, or a template made of one, with a line in the log. False if the disk could not
+/// take it.
+bool writeProject(int card, const QString &path, const QByteArray &text)
+{
+    const Publish result = writeToDisk(card, path, text);
+    if (result == Publish::Done)
+        qInfo().noquote() << wroteLine(card, path);
     return result != Publish::NotOnDisk;
 }
 
-/// The same for a project or a template made of one.
-bool writeProject(int card, const QString &path, const QByteArray &text)
-{
-    return writeToDisk(card, path, text, wroteLine(card, path));
-}
-
-/// Adds the project to the templates folder unless it holds a template of that name. False if the disk could
-/// not take it.
-bool supplyTemplate(int card, const QString &projectPath, const QString &folderTemplate)
+/// Adds the project to the templates folder unless it holds a template of that name.
+void supplyTemplate(int card, const QString &projectPath, const QString &folderTemplate)
 {
     if (QFileInfo::exists(folderTemplate))
-        return true;
-    bool onDisk = true;
+        return;
     QFile project(projectPath);
     if (project.open(QIODevice::ReadOnly)) {
         const QByteArray text = project.readAll();
         if (project.error() == QFileDevice::NoError)
-            onDisk = writeToDisk(card, folderTemplate, text, {});
+            writeToDisk(card, folderTemplate, text);
     }
     qInfo().noquote() << QStringLiteral("Card %1: copied template file %2.").arg(card).arg(folderTemplate);
-    return onDisk;
 }
 
 bool writeVideoProject(int card, const QString &templatePath, const QString &videoPath, const QString &name,
@@ -215,7 +213,7 @@ bool writeVideoProject(int card, const QString &templatePath, const QString &vid
 
     const ProjectTemplate projectTemplate = readTemplate();
     if (projectTemplate.aboveLimit)
-        return writeToDisk(card, kavaPath, QByteArray(), {});
+        return writeToDisk(card, kavaPath, {}) != Publish::NotOnDisk;
     const QDomDocument &document = projectTemplate.document;
     const QString base = QFileInfo(videoPath).fileName();
     CameraFiles files = cameraVideos(base, name);
@@ -236,15 +234,15 @@ bool writeVideoProject(int card, const QString &templatePath, const QString &vid
         .setAttribute(QStringLiteral("file"),
                       replaced(base, videoExtension, QStringLiteral("_rendered.kava")));
     setEncodingRules(kava.firstChildElement(QStringLiteral("encodingrules")));
-    bool onDisk = writeProject(card, kavaPath, toXml(document));
+    const bool onDisk = writeProject(card, kavaPath, toXml(document));
 
     const QString folderTemplate =
         QDir(getTemplateDir()).absoluteFilePath(QFileInfo(templatePath).fileName());
-    onDisk = supplyTemplate(card, kavaPath, folderTemplate) && onDisk;
+    supplyTemplate(card, kavaPath, folderTemplate);
 
     const QString gigaTemplate = replaced(folderTemplate, QStringLiteral(".kava"), QStringLiteral(".pano"));
     if (!QFileInfo::exists(gigaTemplate))
-        onDisk = writeProject(card, gigaTemplate, toPanoXml(pano)) && onDisk;
+        writeProject(card, gigaTemplate, toPanoXml(pano));
     return onDisk;
 }
 
@@ -262,7 +260,7 @@ bool writePhotoProject(int card, const QString &photoPath, const QString &name,
 
     const ProjectTemplate projectTemplate = readTemplate();
     if (projectTemplate.aboveLimit)
-        return writeToDisk(card, projectPath, toPanoXml({}), {});
+        return writeToDisk(card, projectPath, toPanoXml({})) != Publish::NotOnDisk;
     // A copy: the template serves the next photo too.
     const QDomElement pano = panoOf(projectTemplate.document).cloneNode().toElement();
     if (!pano.isNull())

@@ -23,8 +23,8 @@ public:
     Autopano();
     ~Autopano();
 
-    /// As createKava() and createPano(). False, with a warning in the log, if something was written that the
-    /// disk could not take; then it has not got its name.
+    /// As createKava() and createPano(). False if the destination's disk could not take the project, which
+    /// has no name then.
     bool writeKava(int card, const QString &templatePath, const QString &videoPath, const QString &name,
                    const SettingsSource &settings);
     bool writePano(int card, const QString &templatePath, const QString &photoPath, const QString &name,
@@ -34,8 +34,8 @@ public:
     /// in ".MOV") beside its videos. `card` (1 to 3) only names the caller in the log; `name` is the project
     /// name or empty; `settings` is the settings map. Also supplies the templates folder with the project
     /// if it has no template of that name, and with a ".pano" template cut from it. A template that can't be
-    /// used gives empty projects and a warning in the log. Failures to write are silent; exceptions are
-    /// logged, none is thrown.
+    /// used gives empty projects and a warning in the log. Failures to write are silent, but for what a
+    /// disk refuses late; exceptions are logged, none is thrown.
     static void createKava(int card, const QString &templatePath, const QString &videoPath,
                            const QString &name, const QMap<QString, QVariant> &settings);
 

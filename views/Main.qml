@@ -180,8 +180,8 @@ ApplicationWindow {
     // The pages and popups come after the first frame: the operator sees at once that the program starts. Nothing
     // before names their types, which would be loaded with the window.
     onFirstFrameShownChanged: contentLoader.setSource("WindowContent.qml", { "cards": cards, "controller": controller,
-                                                                    "calibration": calibration, "message": message,
-                                                                    "tabs": tabBar })
+                                                                             "calibration": calibration,
+                                                                             "message": message, "tabs": tabBar })
 
     onClosing: {
         if (!controller.running || root.closingAnnounced || root.sessionEnding)
