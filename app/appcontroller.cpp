@@ -355,6 +355,7 @@ std::unique_ptr<MediaImport> AppController::mediaImport(int cardIndex, const QSt
                                             const QString &name) {
         return autopano->writePano(card, templateFile, take, name, loadSettings);
     };
+    projects.finish = [autopano] { return autopano->finish(); };
     return std::make_unique<MediaImport>(
         ImportRequest{cardIndex, sourceDir, targetDir, templatePath, projectName}, std::move(projects),
         cardReport(cardIndex), stop_);

@@ -2,7 +2,6 @@
 
 #include "platform/copycontent.h"
 #include "platform/filesync.h"
-#include "platform/stopflag.h"
 
 #include <QFileInfo>
 
@@ -27,13 +26,8 @@ StagedCopy::StagedCopy(const QString &source, const QString &folder, const StopF
     const CopyResult result = copyContent(input, file_.file(), stop);
     switch (result.end) {
     case CopyResult::End::Whole:
-        whole_ = true;
-        onDisk_ = syncContent(file_.file(), stop);
-        if (onDisk_)
-            copyAttributes(input, file_.file());
-        else
-            error_ = stop.isRaised() ? QStringLiteral("stopped")
-                                     : QStringLiteral("can't write the copy: ") + qt_error_string(errno);
+        state_ = startSync(file_.file()) ? State::Written : unwritable(stop);
+        copyAttributes(input, file_.file());
         break;
     case CopyResult::End::Stopped:
         error_ = QStringLiteral("stopped");
@@ -47,16 +41,33 @@ StagedCopy::StagedCopy(const QString &source, const QString &folder, const StopF
     }
 }
 
-Publish StagedCopy::publish(const QString &path)
+Publish StagedCopy::publish(const QString &path, const StopFlag &stop)
 {
-    if (!whole_)
-        return Publish::Failed;
-    return onDisk_ ? file_.publish(path) : Publish::NotOnDisk;
+    if (state_ == State::Written)
+        state_ = syncContent(file_.file(), stop) ? State::OnDisk : unwritable(stop);
+    switch (state_) {
+    case State::OnDisk:
+        return file_.publish(path);
+    case State::Unwritable:
+        return Publish::NotOnDisk;
+    case State::Written:
+    case State::NotWhole:
+        break;
+    }
+    return Publish::Failed;
+}
+
+/// The state after a request to the disk that failed with errno.
+StagedCopy::State StagedCopy::unwritable(const StopFlag &stop)
+{
+    error_ = stop.isRaised() ? QStringLiteral("stopped")
+                             : QStringLiteral("can't write the copy: ") + qt_error_string(errno);
+    return State::Unwritable;
 }
 
 Publish copyNewFile(const QString &source, const QString &destination, const StopFlag &stop)
 {
     if (QFileInfo::exists(destination))
         return Publish::Exists;
-    return StagedCopy(source, QFileInfo(destination).absolutePath(), stop).publish(destination);
+    return StagedCopy(source, QFileInfo(destination).absolutePath(), stop).publish(destination, stop);
 }

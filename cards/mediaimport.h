@@ -2,6 +2,7 @@
 
 #include "app/job.h"
 #include "cards/cardlisting.h"
+#include "cards/filecopy.h"
 #include "platform/volumeflush.h"
 
 #include <QDir>
@@ -10,7 +11,9 @@
 #include <QStringList>
 #include <QVector>
 
+#include <deque>
 #include <functional>
+#include <memory>
 
 /// What one card's import works on. `card` is 1 to 3 and becomes the camera number in file names;
 /// `templatePath` and `projectName` may be empty.
@@ -34,6 +37,7 @@ struct ImportProjects
         fallbackPicture; ///< preview for templates without a picture of their own; may be empty
     Writer writeVideoProject;
     Writer writePhotoProject;
+    std::function<bool()> finish; ///< waits for what is still to be written of them; may be empty
 };
 
 /// Imports one card: copies every video and photo into the destination under its take-and-camera name,
@@ -66,6 +70,13 @@ public:
 private:
     struct Kind;
     class TakeNames;
+    /// A photo that was copied before its turn.
+    struct Ahead
+    {
+        CardFile file;
+        QString folder; ///< in which the copy lies
+        std::unique_ptr<StagedCopy> copy;
+    };
     struct Counts
     {
         int videos = 0;
@@ -79,9 +90,15 @@ private:
     bool importCard();
     [[nodiscard]] QString invalidReason() const;
     [[nodiscard]] QVector<CardFile> listFiles();
-    void copyListed(const CardFile &file, int position, int totalFiles, Counts *counts);
+    void copyListed(const QVector<CardFile> &files, int index, Counts *counts);
     QString copyRecording(const Kind &kind, const QString &sourcePath, int fileIndex, int totalFiles,
                           const QDir &sourceDirectory, const QDir &targetDirectory);
+    [[nodiscard]] TakeNames namesOf(const QString &sourcePath, const Kind &kind, const QDir &sourceDirectory,
+                                    const QDir &targetDirectory) const;
+    void stageAhead(const QVector<CardFile> &files, int current);
+    [[nodiscard]] std::unique_ptr<StagedCopy> takeAhead(const QString &sourcePath, const TakeNames &names);
+    [[nodiscard]] std::unique_ptr<StagedCopy> stage(const QString &sourcePath, const TakeNames &names,
+                                                    QString *noFolder);
     bool copyTake(const QString &sourcePath, TakeNames *names);
     void logFailure(const QString &sourcePath, const QString &copyPath, const QString &cause);
     [[nodiscard]] bool checkSizes(const QString &sourcePath, const QString &copyPath, int fileIndex,
@@ -98,6 +115,8 @@ private:
     const StopFlag &stop_;
     VolumeFlush flush_;
     std::function<bool()> anotherCard_; ///< whether another card may be in the reader
+    std::deque<Ahead> ahead_;           ///< in the card's order
+    int nextAhead_ = 0;                 ///< index in the card's list
     QSet<QString> folders_;             ///< that this import has written to
     QStringList written_;
     bool writeError_ = false;     ///< the disk could not take a preview or a project

@@ -90,8 +90,9 @@ private:
     ssize_t readWrite(off_t offset, std::size_t size)
     {
         constexpr std::size_t bufferSize = std::size_t{1} << 20;
+        // Not make_unique(), which would fill it: every copy comes here, to see the source's end.
         if (!buffer_)
-            buffer_ = std::make_unique<char[]>(bufferSize);
+            buffer_.reset(new char[bufferSize]);
         const ssize_t count = ::pread(source_, buffer_.get(), std::min(size, bufferSize), offset);
         readFailed_ = count < 0;
         ssize_t written = 0;

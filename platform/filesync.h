@@ -5,6 +5,10 @@
 #include <QFileDevice>
 #include <QString>
 
+/// Has the disk begin to write the content of the open file `file`, so that syncContent() finds less to wait
+/// for. False with errno if it could not; no later call need tell that again.
+[[nodiscard]] bool startSync(QFileDevice &file);
+
 /// Has the content of the open file `file` written to its disk, so that a name that the file is given
 /// afterwards never stands for less, whenever the power goes. False with errno if it could not be, or if
 /// `stop` was raised. On a volume whose journal brings no name before its content (ext4, XFS, Btrfs) this

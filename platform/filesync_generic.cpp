@@ -1,5 +1,10 @@
 #include "platform/filesync.h"
 
+bool startSync(QFileDevice &file)
+{
+    return file.flush();
+}
+
 bool syncContent(QFileDevice &file, const StopFlag &stop)
 {
     return !stop.isRaised() && file.flush();

@@ -30,6 +30,13 @@ bool keepsOrder(int file)
 
 } // namespace
 
+bool startSync(QFileDevice &file)
+{
+    struct stat status = {};
+    return file.flush() && ::fstat(file.handle(), &status) == 0 &&
+           startWriteback(file.handle(), 0, status.st_size);
+}
+
 bool syncContent(QFileDevice &file, const StopFlag &stop)
 {
     struct stat status = {};

@@ -3,6 +3,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+bool startSync(QFileDevice &file)
+{
+    return file.flush();
+}
+
 bool syncContent(QFileDevice &file, const StopFlag &stop)
 {
     // Network and some foreign volumes know only the plain flush.

@@ -2,6 +2,7 @@
 
 #include "app/paths.h"
 #include "platform/newfile.h"
+#include "stitching/pendingproject.h"
 #include "stitching/projectxml.h"
 #include "stitching/stitchangles.h"
 
@@ -12,6 +13,7 @@
 #include <array>
 #include <exception>
 #include <optional>
+#include <utility>
 
 namespace {
 
@@ -168,12 +170,17 @@ QString wroteLine(int card, const QString &path)
     return QStringLiteral("Card %1: wrote template file %2.").arg(card).arg(path);
 }
 
+void logNotOnDisk(int card, const QString &path)
+{
+    qWarning().noquote() << QStringLiteral("Card %1: the disk could not take %2.").arg(card).arg(path);
+}
+
 /// Writes `text` to `path`; another card's worker may have been first, which is as good.
 Publish writeToDisk(int card, const QString &path, const QByteArray &text)
 {
     const Publish result = writeNewFile(path, text);
     if (result == Publish::NotOnDisk)
-        qWarning().noquote() << QStringLiteral("Card %1: the disk could not take %2.").arg(card).arg(path);
+        logNotOnDisk(card, path);
     return result;
 }
 
@@ -246,27 +253,28 @@ bool writeVideoProject(int card, const QString &templatePath, const QString &vid
     return onDisk;
 }
 
-bool writePhotoProject(int card, const QString &photoPath, const QString &name,
-                       const Autopano::SettingsSource &settings,
-                       const std::function<ProjectTemplate()> &readTemplate)
+QString photoExtension(const QString &photoPath)
 {
-    const QString extension =
-        photoPath.endsWith(QStringLiteral(".DNG")) ? QStringLiteral(".DNG") : QStringLiteral(".JPG");
+    return photoPath.endsWith(QStringLiteral(".DNG")) ? QStringLiteral(".DNG") : QStringLiteral(".JPG");
+}
+
+QString photoProjectPath(const QString &photoPath, const QString &name)
+{
+    const QString extension = photoExtension(photoPath);
     const QString suffix = name.isEmpty() ? QStringLiteral("_giga%1.pano").arg(extension)
                                           : QStringLiteral("_%1_giga%2.pano").arg(name).arg(extension);
-    const QString projectPath = replaced(photoPath, extension, suffix);
-    if (QFileInfo::exists(projectPath))
-        return true;
+    return replaced(photoPath, extension, suffix);
+}
 
-    const ProjectTemplate projectTemplate = readTemplate();
-    if (projectTemplate.aboveLimit)
-        return writeToDisk(card, projectPath, toPanoXml({})) != Publish::NotOnDisk;
+QByteArray photoProject(const QDomDocument &photoTemplate, const QString &photoPath, const QString &name,
+                        const Autopano::SettingsSource &settings)
+{
     // A copy: the template serves the next photo too.
-    const QDomElement pano = panoOf(projectTemplate.document).cloneNode().toElement();
+    const QDomElement pano = panoOf(photoTemplate).cloneNode().toElement();
     if (!pano.isNull())
-        editPano(pano, cameraPhotos(QFileInfo(photoPath).fileName(), extension, name),
+        editPano(pano, cameraPhotos(QFileInfo(photoPath).fileName(), photoExtension(photoPath), name),
                  stitchSettingsToRadians(settings()));
-    return writeProject(card, projectPath, toPanoXml(pano));
+    return toPanoXml(pano);
 }
 
 } // namespace
@@ -331,13 +339,42 @@ bool Autopano::writeKava(int card, const QString &templatePath, const QString &v
 bool Autopano::writePano(int card, const QString &templatePath, const QString &photoPath, const QString &name,
                          const SettingsSource &settings)
 {
+    // Waiting for the disk after each one would take longer than its photos.
+    constexpr std::size_t mostPending = 16;
     try {
-        return writePhotoProject(card, photoPath, name, settings,
-                                 [&] { return templates_->readForPhoto(templatePath); });
+        auto project = std::make_unique<PendingProject>(photoProjectPath(photoPath, name));
+        if (!project->isClaimed() || QFileInfo::exists(project->path()))
+            return true;
+        const ProjectTemplate photoTemplate = templates_->readForPhoto(templatePath);
+        project->write(photoTemplate.aboveLimit
+                           ? toPanoXml({})
+                           : photoProject(photoTemplate.document, photoPath, name, settings));
+        pending_.push_back({card, std::move(project), !photoTemplate.aboveLimit});
     } catch (const std::exception &error) {
         qInfo("%s", error.what());
-        return true;
     }
+    return pending_.size() < mostPending || publishOldest();
+}
+
+/// False if the disk could not take it.
+bool Autopano::publishOldest()
+{
+    const Pending oldest = std::move(pending_.front());
+    pending_.pop_front();
+    const Publish result = oldest.project->publish();
+    if (result == Publish::NotOnDisk)
+        logNotOnDisk(oldest.card, oldest.project->path());
+    else if (result == Publish::Done && oldest.hasTemplate)
+        qInfo().noquote() << wroteLine(oldest.card, oldest.project->path());
+    return result != Publish::NotOnDisk;
+}
+
+bool Autopano::finish()
+{
+    bool onDisk = true;
+    while (!pending_.empty())
+        onDisk = publishOldest() && onDisk;
+    return onDisk;
 }
 
 void Autopano::createKava(int card, const QString &templatePath, const QString &videoPath,
@@ -350,6 +387,8 @@ void Autopano::createKava(int card, const QString &templatePath, const QString &
 void Autopano::createPano(int card, const QString &templatePath, const QString &photoPath,
                           const QString &name, const QMap<QString, QVariant> &settings)
 {
+    Autopano autopano;
     static_cast<void>(
-        Autopano().writePano(card, templatePath, photoPath, name, [&settings] { return settings; }));
+        autopano.writePano(card, templatePath, photoPath, name, [&settings] { return settings; }));
+    static_cast<void>(autopano.finish());
 }

@@ -4,8 +4,11 @@
 #include <QString>
 #include <QVariant>
 
+#include <deque>
 #include <functional>
 #include <memory>
+
+class PendingProject;
 
 /// Writes a take's stitching projects: the user's template project with the take's three files, and the
 /// rig's angles if the settings say so. A project that exists is never touched, and none is ever there
@@ -23,12 +26,17 @@ public:
     Autopano();
     ~Autopano();
 
-    /// As createKava() and createPano(). False if the destination's disk could not take the project, which
-    /// has no name then.
+    /// As createKava() and createPano(). A photo's project gets its name later, by finish() at the latest.
+    /// False if the destination's disk could not take a project, this one or an earlier one, which has no
+    /// name then.
     bool writeKava(int card, const QString &templatePath, const QString &videoPath, const QString &name,
                    const SettingsSource &settings);
     bool writePano(int card, const QString &templatePath, const QString &photoPath, const QString &name,
                    const SettingsSource &settings);
+
+    /// Waits until all projects are on disk and have their names; returns as writePano(). Those that are not
+    /// finished are removed with the object.
+    bool finish();
 
     /// Writes the ".kava" project of the video take `videoPath` (the take's path in the destination, ending
     /// in ".MOV") beside its videos. `card` (1 to 3) only names the caller in the log; `name` is the project
@@ -46,5 +54,14 @@ public:
 
 private:
     class TemplateReader;
+    struct Pending
+    {
+        int card = 0;
+        std::unique_ptr<PendingProject> project;
+        bool hasTemplate = true; ///< false if it stays empty
+    };
+    bool publishOldest();
+
     std::unique_ptr<TemplateReader> templates_;
+    std::deque<Pending> pending_;
 };

@@ -299,6 +299,7 @@ private slots:
     void outOfMemory();
     void theSameBytesInEveryProcess_data();
     void theSameBytesInEveryProcess();
+    void aPhotoProjectIsWrittenOnce();
     void threeCardsAtOnce_data();
     void threeCardsAtOnce();
     void aLargeTemplate_data();
@@ -731,6 +732,7 @@ void TestAutopano::badTemplates()
         writer.writeKava(1, templatePath, path + ".MOV", {}, [] { return settings(); });
         writer.writePano(1, templatePath, path + ".DNG", {}, [] { return settings(); });
     }
+    QVERIFY(writer.finish());
     QCOMPARE(workspace.tree("day"),
              (QMap<QString, QByteArray>{{QStringLiteral("A_autopano.kava"), QByteArray()},
                                         {QStringLiteral("A_giga.DNG.pano"), declaration},
@@ -743,8 +745,8 @@ void TestAutopano::badTemplates()
     QCOMPARE(logged(),
              (QStringList{cannotBeUsed(templatePath, problem), wrote(workspace.path("day/A_autopano.kava")),
                           copied(workspace.path(folderTemplate)), wrote(workspace.path(gigaTemplate)),
-                          wrote(workspace.path("day/A_giga.DNG.pano")),
                           wrote(workspace.path("day/B_autopano.kava")),
+                          wrote(workspace.path("day/A_giga.DNG.pano")),
                           wrote(workspace.path("day/B_giga.DNG.pano"))}));
 }
 
@@ -895,6 +897,37 @@ void TestAutopano::theSameBytesInEveryProcess()
     }
 }
 
+/// The cards reach a take at the same moment, and an import may end before its projects have their names.
+void TestAutopano::aPhotoProjectIsWrittenOnce()
+{
+    const Takes workspace;
+    const QString photo = workspace.path(QStringLiteral("day/A.JPG"));
+    const auto write = [&](Autopano *writer, int card) {
+        return writer->writePano(card, workspace.templatePath, photo, {}, [] { return settings(); });
+    };
+    const auto unfinished = [&] {
+        return workspace.tree("day").keys().filter(QStringLiteral(".part")).size();
+    };
+    {
+        Autopano stopped;
+        QVERIFY(write(&stopped, 1));
+        QCOMPARE(unfinished(), 1);
+    }
+    QCOMPARE(workspace.tree("day").size(), 0);
+
+    Autopano first;
+    Autopano second;
+    QVERIFY(write(&first, 1));
+    QVERIFY(write(&second, 2));
+    QCOMPARE(unfinished(), 1);
+    QVERIFY(second.finish());
+    QCOMPARE(unfinished(), 1);
+    QVERIFY(first.finish());
+    QCOMPARE(workspace.tree("day").keys(), QStringList{QStringLiteral("A_giga.JPG.pano")});
+    QVERIFY(write(&second, 2));
+    QCOMPARE(unfinished(), 0);
+}
+
 void TestAutopano::threeCardsAtOnce_data()
 {
     QTest::addColumn<bool>("fromElsewhere");
@@ -953,6 +986,7 @@ void TestAutopano::aTemplateThatChangesDuringTheImport()
         writer.writePano(1, workspace.templatePath, workspace.path(QStringLiteral("day/%1.JPG").arg(i)), {},
                          [] { return settings(); });
     }
+    QVERIFY(writer.finish());
     QCOMPARE(workspace.tree("day").values(),
              (QList<QByteArray>{declaration + "<pano a=\"1\"/>\n", declaration,
                                 declaration + "<pano a=\"2\"/>\n"}));
@@ -966,6 +1000,7 @@ void TestAutopano::settingsThatChangeDuringTheImport()
         writer.writePano(1, workspace.templatePath,
                          workspace.path(QStringLiteral("day/%1.JPG").arg(overwrite)), {},
                          [overwrite] { return settings(overwrite); });
+    QVERIFY(writer.finish());
     QVERIFY(!workspace.read("day/1_giga.JPG.pano").contains("yaw=\"7\""));
     QVERIFY(workspace.read("day/0_giga.JPG.pano").contains("<camera yaw=\"7\"/>"));
 }
