@@ -28,8 +28,12 @@ namespace {
 Flushed lookFor(const QString &path)
 {
     struct stat status = {};
-    if (::lstat(QFile::encodeName(path).constData(), &status) != 0)
+    if (::lstat(QFile::encodeName(path).constData(), &status) != 0) {
+        // A folder that was locked meanwhile hides its copies, and says nothing of the disk.
+        if (errno == EACCES)
+            return Flushed::All;
         return errno == ENOENT || errno == ENOTDIR ? Flushed::AllThatIsThere : Flushed::Failed;
+    }
     return S_ISREG(status.st_mode) ? Flushed::All : Flushed::AllThatIsThere;
 }
 

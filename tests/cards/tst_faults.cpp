@@ -111,6 +111,7 @@ private slots:
     void aDestinationThatIsPulled();
     void aFolderThatCantBeMade();
     void aDestinationThatCantBeListed();
+    void aFolderThatIsLockedMeanwhile();
     void copiesThatAreMovedAway_data();
     void copiesThatAreMovedAway();
     void aDestinationThatTurnsReadOnly();
@@ -328,6 +329,29 @@ void TestFaults::aDestinationThatCantBeListed()
     QCOMPARE(::chmod(target.constData(), 0755), 0);
     QCOMPARE(import.finalReports(), QStringList{"0 1 1 Copied 1/1 videos and 0/0 photos."});
     checkCopies(workspace, recordings);
+}
+
+void TestFaults::aFolderThatIsLockedMeanwhile()
+{
+    const Workspace workspace;
+    for (const char *folder : {"A", "B"})
+        workspace.write(QStringLiteral("card/%1/CLIP.MOV").arg(QLatin1String(folder)), recording(1000, 1));
+    const QByteArray target = QFile::encodeName(workspace.makeFolder(QStringLiteral("dst")));
+    QCOMPARE(::chmod(target.constData(), 0777), 0);
+    ImportRun import(workspace);
+    QByteArray locked;
+    import.onReport = [&](const Progress &progress) {
+        if (progress.value != 2 || !progress.text.startsWith(QStringLiteral("Copying"))) return;
+    locked = target + (progress.text.contains(QStringLiteral("/A/")) ? "/B" : "/A");
+    QCOMPARE(::chmod(locked.constData(), 0), 0);
+};
+std::thread thread([&import] {
+    const PlainUser user;
+    static_cast<void>(import.run());
+});
+thread.join();
+QCOMPARE(::chmod(locked.constData(), 0755), 0);
+QCOMPARE(import.finalReports(), QStringList{"0 1 1 Copied 2/2 videos and 0/0 photos."});
 }
 
 void TestFaults::copiesThatAreMovedAway_data()
