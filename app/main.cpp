@@ -2,6 +2,7 @@
 #include "app/log.h"
 #include "app/paths.h"
 #include "app/screen.h"
+#include "app/settingsfile.h"
 #include "app/version.h"
 
 #include <QDebug>
@@ -11,7 +12,6 @@
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
 #include <QQuickWindow>
-#include <QSettings>
 #include <QUrl>
 
 #include <csignal>
@@ -33,6 +33,12 @@ void removeStaleSettingsLock()
 {
     constexpr int patienceMs = 2000;
     const QString path = getIniFilePath() + QStringLiteral(".lock");
+    // The toolkit would wait for the writer of a pipe, or for a folder to go.
+    if (const QFileInfo found(path); found.exists() && !found.isFile()) {
+        if (!QFile::remove(path))
+            QDir().rmdir(path);
+        return;
+    }
     QLockFile lock(path);
     lock.setStaleLockTime(0);
     if (!lock.tryLock(patienceMs) && lock.error() == QLockFile::LockFailedError)
@@ -40,7 +46,7 @@ void removeStaleSettingsLock()
 }
 
 /// Qt reads these switches once, when the application object is made. Leaves all of them in the file.
-void applyScaling(QSettings &settings, const AppScreen &screen)
+void applyScaling(SettingsFile &settings, const AppScreen &screen)
 {
     const bool autoScale = settings.value(QStringLiteral("EnableAutoScale"), false).toBool();
     if (autoScale)
@@ -115,7 +121,7 @@ int main(int argc, char *argv[])
     ignoreSigpipe();
     setAppPathFromExecutable(QFile::decodeName(argv[0]));
     removeStaleSettingsLock();
-    QSettings settings(getIniFilePath(), QSettings::IniFormat);
+    SettingsFile settings(getIniFilePath());
     AppScreen screen(settings.value(QStringLiteral("ScaleFactor"), 1.0).toDouble());
     screen.init(argc, argv);
     applyScaling(settings, screen);

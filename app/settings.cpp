@@ -1,8 +1,9 @@
 #include "app/settings.h"
 
 #include "app/paths.h"
+#include "app/settingsfile.h"
 
-#include <QSettings>
+#include <QDebug>
 #include <QStringList>
 
 #include <algorithm>
@@ -44,12 +45,24 @@ bool isSameValue(const QVariant &stored, QVariant sent)
 /// see half of what another thread stores.
 std::mutex valuesMutex;
 
+/// The file is opened for every project of an import.
+void logOnce(const QString &problem)
+{
+    static QString logged;
+    const QString line = QStringLiteral("The settings file %1 is not used, the defaults hold: %2.")
+                             .arg(getIniFilePath(), problem);
+    if (!problem.isEmpty() && line != logged)
+        qWarning().noquote() << line;
+    logged = problem.isEmpty() ? QString() : line;
+}
+
 } // namespace
 
 QVariantMap loadSettings()
 {
     const std::lock_guard<std::mutex> lock(valuesMutex);
-    QSettings file(getIniFilePath(), QSettings::IniFormat);
+    SettingsFile file(getIniFilePath());
+    logOnce(file.problem());
     const QStringList present = file.allKeys();
     for (const Default &entry : defaults) {
         const QString key = QString::fromLatin1(entry.key);
@@ -75,11 +88,14 @@ QVariantMap loadSettings()
 void storeSettings(const QVariantMap &settings)
 {
     const std::lock_guard<std::mutex> lock(valuesMutex);
-    QSettings file(getIniFilePath(), QSettings::IniFormat);
+    SettingsFile file(getIniFilePath());
     for (auto entry = settings.cbegin(); entry != settings.cend(); ++entry) {
-        // What another version of the program has written keeps its type.
-        if (isOurs(entry.key()) || !file.contains(entry.key()) ||
-            !isSameValue(file.value(entry.key()), entry.value()))
+        const QVariant stored = file.value(entry.key());
+        // What another version of the program has written keeps its type; ours become text.
+        const bool unchanged = isOurs(entry.key())
+                                   ? stored == entry.value() && stored.type() == QVariant::String
+                                   : isSameValue(stored, entry.value());
+        if (!file.contains(entry.key()) || !unchanged)
             file.setValue(entry.key(), entry.value());
     }
     file.sync();

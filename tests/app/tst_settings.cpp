@@ -1,5 +1,6 @@
 #include "app/paths.h"
 #include "app/settings.h"
+#include "tests/support/messagelog.h"
 #include "tests/support/testmain.h"
 #include "tests/support/workspace.h"
 
@@ -10,6 +11,7 @@
 #include <QSize>
 
 #include <atomic>
+#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
@@ -88,6 +90,10 @@ private slots:
     void textsSurvive();
     void otherKeysSurviveTheView_data();
     void otherKeysSurviveTheView();
+    void objectsAreNotBuilt_data();
+    void objectsAreNotBuilt();
+    void noRegularFile_data();
+    void noRegularFile();
     void theViewChangesAnotherKey_data();
     void theViewChangesAnotherKey();
     void handMadeKeyGoesRoundTrip();
@@ -259,6 +265,106 @@ void TestSettings::otherKeysSurviveTheView()
         "var settings = app.getSettings(); settings.Camera1Yaw = '-0'; app.updateSettings(settings)"));
     QVERIFY2(!result.isError(), qPrintable(result.toString()));
     QCOMPARE(workspace.read(settingsFile), before);
+}
+
+void TestSettings::objectsAreNotBuilt_data()
+{
+    QTest::addColumn<QByteArray>("line");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("value");
+
+    // A list of two thousand million texts, which the toolkit would make room for.
+    const QByteArray list = R"(Variant(\0\0\0\t\x7f\xff\xff\xff))";
+    const auto row = [](const char *title, const QByteArray &key, const QByteArray &value) {
+        QTest::newRow(title) << key + "=" + value << QString::fromLatin1(key) << QString::fromLatin1(value);
+    };
+    row("a list", "Mine", "@" + list);
+    row("quoted", "Mine", "\"@" + list + "\"");
+    row("with a line in quotes", "Mine", "\"@" + list + "\n[Other]\nThis=1\"");
+    row("that goes on in the next line", "Mine", "a, \\\n@" + list);
+    row("one of several", "Mine", "a, @" + list);
+    row("an at sign in hexadecimal", "Mine", "\\x40" + list);
+    row("an at sign in octal", "Mine", "\\100" + list);
+    row("in a key of ours", "Camera1Yaw", "@" + list);
+    row("a date", "Mine", R"(@DateTime(\0\0\0\x10))");
+    row("no type that is known", "Mine", "@Image(1)");
+    QTest::newRow("in a group") << "[Other]\nMine=@" + list << "Other/Mine"
+                                << QString::fromLatin1("@" + list);
+    QTest::newRow("in a key that has an at sign")
+        << "%40Mine=@" + list << "@Mine" << QString::fromLatin1("@" + list);
+    QTest::newRow("before a comment") << "Mine= @" + list + " ;@Date"
+                                      << "Mine" << QString::fromLatin1("@" + list);
+}
+
+void TestSettings::objectsAreNotBuilt()
+{
+    QFETCH(QByteArray, line);
+    QFETCH(QString, key);
+    QFETCH(QString, value);
+
+    const Workspace workspace;
+    const QByteArray content = "[General]\nCamera2Yaw=a@b\nSerialnumber=7\n" + line + "\n";
+    workspace.write(settingsFile, content);
+    const QVariantMap settings = loadSettings();
+    QCOMPARE(settings.value(key), QVariant(value));
+    QCOMPARE(settings.value("Serialnumber").toString(), "7");
+    QCOMPARE(settings.value("Camera2Yaw").toString(), "a@b");
+    QCOMPARE(settings.value("Camera3Roll").toString(), "-90");
+
+    QVariantMap changed = settings;
+    changed.insert("Serialnumber", "@8");
+    storeSettings(changed);
+    QCOMPARE(loadSettings(), changed);
+    const QByteArray after = workspace.read(settingsFile);
+    QVERIFY(after.contains("\nSerialnumber=@@8\n"));
+    QVERIFY(after.contains("\nCamera2Yaw=a@b\n"));
+    QVERIFY2(after.contains("=" + value.toLatin1() + "\n"), after.constData());
+    QCOMPARE(workspace.tree("data").size(), 1);
+}
+
+void TestSettings::noRegularFile_data()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<QString>("why");
+    QTest::newRow("a pipe") << "pipe"
+                            << "it is no regular file";
+    QTest::newRow("a folder") << "folder"
+                              << "it is no regular file";
+    QTest::newRow("a file of 2 MiB") << "large"
+                                     << "it is larger than 1 MiB";
+    QTest::newRow("a folder in the lock's place") << "lock"
+                                                  << "its lock is no regular file";
+}
+
+void TestSettings::noRegularFile()
+{
+    QFETCH(QString, kind);
+    QFETCH(QString, why);
+
+    const Workspace workspace;
+    const QByteArray content = "[General]\nSerialnumber=7\n";
+    if (kind == "pipe") {
+        workspace.makeFolder(QFileInfo(settingsFile).path());
+        QCOMPARE(::mkfifo(QFile::encodeName(workspace.path(settingsFile)).constData(), 0600), 0);
+    } else if (kind == "folder") {
+        workspace.write(settingsFile + "/x", content);
+    } else if (kind == "large") {
+        workspace.write(settingsFile, content + ';' + QByteArray(2 << 20, 'x'));
+    } else {
+        workspace.write(settingsFile, content);
+        workspace.write(settingsFile + ".lock/x", content);
+    }
+    const bool pipe = kind == "pipe";
+    const auto tree = pipe ? QMap<QString, QByteArray>() : workspace.tree("data");
+    const MessageLog log;
+    for (int i = 0; i < 2; ++i) {
+        QCOMPARE(texts(loadSettings()), defaults());
+        storeSettings({{"Serialnumber", "8"}});
+    }
+    QVERIFY(pipe ? !QFileInfo(workspace.path(settingsFile)).isFile() : workspace.tree("data") == tree);
+    QCOMPARE(MessageLog::lines(), QStringList{QStringLiteral("warning: The settings file %1 is not used, the "
+                                                             "defaults hold: %2.")
+                                                  .arg(getIniFilePath(), why)});
 }
 
 void TestSettings::theViewChangesAnotherKey_data()

@@ -7,6 +7,8 @@
 #include <QProcessEnvironment>
 #include <QRegularExpression>
 
+#include <sys/stat.h>
+
 namespace {
 
 using Texts = QMap<QString, QString>;
@@ -106,6 +108,8 @@ private slots:
     void otherSettingsAreLeftAlone();
     void settingsThatCannotBeWritten();
     void staleSettingsLock();
+    void noRegularSettingsFile_data();
+    void noRegularSettingsFile();
     void aBundleFindsItsFolder();
     void noOpenGl();
     void standardErrorIsClosed();
@@ -274,6 +278,34 @@ void TestStartup::staleSettingsLock()
     const Texts settings = pairs(workspace.read(settingsFile));
     QCOMPARE(settings.value("ByHand"), QString("yes"));
     QCOMPARE(settings.value("EnableScaleFactor"), QString("1"));
+}
+
+void TestStartup::noRegularSettingsFile_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<bool>("pipe");
+    QTest::addColumn<bool>("used");
+    QTest::newRow("a pipe") << settingsFile << true << false;
+    QTest::newRow("a folder") << settingsFile + "/x" << false << false;
+    QTest::newRow("a pipe as its lock") << settingsFile + ".lock" << true << true;
+    QTest::newRow("a folder as its lock") << settingsFile + ".lock/x" << false << false;
+}
+
+void TestStartup::noRegularSettingsFile()
+{
+    QFETCH(QString, path);
+    QFETCH(bool, pipe);
+    QFETCH(bool, used);
+    const Workspace workspace;
+    workspace.makeFolder(QFileInfo(path).path());
+    if (pipe)
+        QCOMPARE(::mkfifo(QFile::encodeName(workspace.path(path)).constData(), 0600), 0);
+    else
+        workspace.write(path, "x");
+    QCOMPARE(run(workspace), QString());
+    const QStringList told = messages(workspace).filter(QStringLiteral("The settings file "));
+    QCOMPARE(told.size(), used ? 0 : 1);
+    QCOMPARE(QFileInfo(workspace.path(settingsFile)).isFile(), used);
 }
 
 void TestStartup::aBundleFindsItsFolder()
