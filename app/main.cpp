@@ -1,4 +1,5 @@
 #include "app/appcontroller.h"
+#include "app/limitednetwork.h"
 #include "app/log.h"
 #include "app/paths.h"
 #include "app/screen.h"
@@ -144,7 +145,9 @@ int main(int argc, char *argv[])
     AppController controller;
     controller.setVersion(app_version);
     controller.listDevicesAhead();
+    LimitedNetwork network;
     QQmlApplicationEngine engine;
+    engine.setNetworkAccessManagerFactory(&network);
     engine.rootContext()->setContextProperty(QStringLiteral("appController"), &controller);
     engine.load(QUrl(QStringLiteral("qrc:/views/Main.qml"), QUrl::TolerantMode));
     const QList<QObject *> roots = engine.rootObjects();

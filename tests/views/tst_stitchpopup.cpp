@@ -8,7 +8,10 @@
 #include <QTimer>
 #include <QtTest>
 
+#include <atomic>
 #include <functional>
+#include <future>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -148,6 +151,53 @@ private:
     std::vector<std::function<void()>> held_;
 };
 
+/// Sends an answer without an end from a thread of its own, as fast as it is taken, until the connection
+/// ends.
+class EndlessService
+{
+    Q_DISABLE_COPY(EndlessService)
+
+public:
+    EndlessService(ScriptedController *controller, const QByteArray &header, const QByteArray &piece)
+    {
+        std::promise<quint16> port;
+        thread_ = std::thread([this, header, piece, &port] { serve(header, piece, &port); });
+        controller->settings.insert(QStringLiteral("CalibrationUrl"),
+                                    QStringLiteral("http://127.0.0.1:%1").arg(port.get_future().get()));
+    }
+    ~EndlessService()
+    {
+        stop_ = true;
+        thread_.join();
+    }
+    [[nodiscard]] qint64 sent() const { return sent_; }
+
+private:
+    void serve(const QByteArray &header, const QByteArray &piece, std::promise<quint16> *port)
+    {
+        constexpr int stepMs = 50;
+        QTcpServer server;
+        const bool listening = server.listen(QHostAddress::LocalHost);
+        port->set_value(listening ? server.serverPort() : 0);
+        while (!stop_ && !server.waitForNewConnection(stepMs)) {
+        }
+        QTcpSocket *socket = server.nextPendingConnection();
+        if (socket == nullptr || !socket->waitForReadyRead())
+            return;
+        socket->write("HTTP/1.1 200 OK\r\n" + header + "\r\n");
+        while (!stop_ && socket->state() == QAbstractSocket::ConnectedState) {
+            if (socket->bytesToWrite() == 0)
+                sent_ += socket->write(piece);
+            socket->waitForBytesWritten(stepMs);
+        }
+        socket->abort();
+    }
+
+    std::thread thread_;
+    std::atomic<bool> stop_{false};
+    std::atomic<qint64> sent_{0};
+};
+
 /// An answer with all fifteen values, made by `value`, and more fields of "data".
 QByteArray calibration(const std::function<QByteArray(int)> &value, const QByteArray &more = {},
                        const QString &without = {})
@@ -217,6 +267,9 @@ private slots:
     void aSlowAnswerLeavesThePopupUsable();
     void anAnswerAfterTheWindowIsGone();
     void tenMegabytesOfGarbage();
+    void anAnswerWithoutAnEnd_data();
+    void anAnswerWithoutAnEnd();
+    void deepAnswer();
     void downloadTwice();
     void anglesStayWithTheirRig_data();
     void anglesStayWithTheirRig();
@@ -733,6 +786,48 @@ void TestStitchPopup::tenMegabytesOfGarbage()
     QCOMPARE(shown(view), editable(storedSettings()));
     view.click(QStringLiteral("cancelAnglesButton"));
     QTRY_COMPARE(view.property(popup, "visible").toBool(), false);
+}
+
+void TestStitchPopup::anAnswerWithoutAnEnd_data()
+{
+    QTest::addColumn<QByteArray>("header");
+    QTest::addColumn<QByteArray>("piece");
+    const QByteArray spaces(0x10000, ' ');
+    const QByteArray chunk = "10000\r\n" + spaces + "\r\n";
+    QTest::newRow("as it comes") << QByteArray() << spaces;
+    QTest::newRow("in chunks") << QByteArray("Transfer-Encoding: chunked\r\n") << chunk;
+    QTest::newRow("in one chunk") << QByteArray("Transfer-Encoding: chunked\r\n\r\n7fffffff") << spaces;
+}
+
+void TestStitchPopup::anAnswerWithoutAnEnd()
+{
+    QFETCH(QByteArray, header);
+    QFETCH(QByteArray, piece);
+    EndlessService service(&controller, header, piece);
+    const View &view = showPopup();
+    const MessageLog log;
+    view.click(QStringLiteral("downloadAnglesButton"));
+    QTRY_COMPARE_WITH_TIMEOUT(MessageLog::lines(QStringLiteral("warning")).size(), 2, 20000);
+    QCOMPARE(MessageLog::lines(QStringLiteral("warning")).constFirst(),
+             QStringLiteral("The answer of 127.0.0.1 is longer than 1 MB."));
+    // Most of it is in the system's buffers.
+    QVERIFY2(service.sent() < 16 << 20, qPrintable(QString::number(service.sent())));
+    QCOMPARE(shown(view), editable(storedSettings()));
+}
+
+void TestStitchPopup::deepAnswer()
+{
+    constexpr int levels = 100000;
+    Service service(&controller, ok(QByteArray(R"({"success":true,"message":)") + QByteArray(levels, '[') +
+                                    QByteArray(levels, ']') + '}'));
+    const View &view = showPopup();
+    const MessageLog log;
+    QElapsedTimer timer;
+    timer.start();
+    view.click(QStringLiteral("downloadAnglesButton"));
+    QTRY_COMPARE(MessageLog::lines(QStringLiteral("warning")).size(), 1);
+    destroyWindow();
+    QVERIFY2(timer.elapsed() < 5000, qPrintable(QString::number(timer.elapsed())));
 }
 
 void TestStitchPopup::downloadTwice()

@@ -53,6 +53,7 @@ void ScriptedController::updateSettings(const QVariantMap &changed)
 
 View::View(ScriptedController *controller, State state)
 {
+    engine_.setNetworkAccessManagerFactory(&network_);
     engine_.rootContext()->setContextProperty(QStringLiteral("appController"), controller);
     engine_.load(QUrl(QStringLiteral("qrc:/views/Main.qml")));
     const QList<QObject *> roots = engine_.rootObjects();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "app/limitednetwork.h"
+
 #include <QObject>
 #include <QQmlApplicationEngine>
 #include <QQuickItem>
@@ -117,6 +119,7 @@ public:
 private:
     [[nodiscard]] bool isLaidOut() const;
 
+    LimitedNetwork network_;
     QQmlApplicationEngine engine_;
     QQuickWindow *window_ = nullptr;
     bool shown_ = false;

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QQmlNetworkAccessManagerFactory>
+
+/// The network of the view: an answer ends in an error once it is longer than 1 MB, or after 30 s, whatever a
+/// server sends. A calibration has less than a thousand bytes.
+class LimitedNetwork : public QQmlNetworkAccessManagerFactory
+{
+public:
+    explicit LimitedNetwork(int limitMs = defaultLimitMs)
+        : limitMs_(limitMs)
+    {
+    }
+    QNetworkAccessManager *create(QObject *parent) override;
+
+private:
+    static constexpr int defaultLimitMs = 30000;
+    int limitMs_;
+};
