@@ -35,6 +35,14 @@ constexpr int cardCount = 3;
 /// job.
 constexpr int fewestThreads = cardCount + 1;
 
+/// A folder's name that is pasted with the end of its line is meant without it; the field shows no
+/// difference.
+void removeLineFeeds(QString *folder)
+{
+    folder->remove(QLatin1Char('\n'));
+    folder->remove(QLatin1Char('\r'));
+}
+
 } // namespace
 
 AppController::AppController(QObject *parent)
@@ -135,6 +143,7 @@ void AppController::setPort(QVariant port)
 void AppController::copyFiles(QString card1, QString card2, QString card3, QString targetDir,
                               QString templatePath, QString projectName)
 {
+    removeLineFeeds(&targetDir);
     targetDir_.setPath(targetDir);
     // A relative folder, or one that begins with "~", is not where the operator may think.
     if (!targetDir.isEmpty())
@@ -154,6 +163,7 @@ void AppController::copyFiles(QString card1, QString card2, QString card3, QStri
 void AppController::copyData(QString port, QString targetDir, QString projectName)
 {
     port_ = port;
+    removeLineFeeds(&targetDir);
     QtConcurrent::run([this, port, targetDir, projectName] { copyDataWorker(port, targetDir, projectName); });
 }
 

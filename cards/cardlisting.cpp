@@ -22,7 +22,9 @@ QString text(const fs::path &path)
 /// Whether a name is valid UTF-8. Another one would be a different name once it is a QString.
 bool isValidUtf8(const std::string &name)
 {
-    return QString::fromStdString(name).toStdString() == name;
+    // Alone, or at the beginning, U+FEFF would be taken for a byte order mark.
+    const std::string text = '/' + name;
+    return QString::fromStdString(text).toStdString() == text;
 }
 
 /// Whether a link, or anything else of that name, leads to a regular file.

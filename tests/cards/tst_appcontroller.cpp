@@ -171,6 +171,7 @@ private slots:
     void theFirstImportStartsInTheLog();
     void theLogNamesTheFolderCopiedTo_data();
     void theLogNamesTheFolderCopiedTo();
+    void aDestinationWithALineFeed();
     void slotsThatAreLeftEmpty_data();
     void slotsThatAreLeftEmpty();
     void theFirstFullImportCopiesTheLog();
@@ -569,6 +570,8 @@ void TestAppController::theLogNamesTheFolderCopiedTo_data()
     QTest::newRow("an absolute folder") << QStringLiteral("/tmp/Dive1") << QStringLiteral("/tmp/Dive1");
     QTest::newRow("a name alone") << QStringLiteral("Dive1") << QStringLiteral("Dive1");
     QTest::newRow("a tilde") << QStringLiteral("~/Dive1") << QStringLiteral("~/Dive1");
+    QTest::newRow("pasted with line ends")
+        << QStringLiteral("/tmp/\r\nDive1\n") << QStringLiteral("/tmp/Dive1");
     QTest::newRow("a way up") << QStringLiteral("x/../Dive1/") << QStringLiteral("Dive1");
 }
 
@@ -584,6 +587,19 @@ void TestAppController::theLogNamesTheFolderCopiedTo()
     QCOMPARE(MessageLog::lines(QStringLiteral("info")),
              (QStringList{QStringLiteral("Copying to ") + QDir::current().absoluteFilePath(folder),
                           QStringLiteral("Start.")}));
+}
+
+void TestAppController::aDestinationWithALineFeed()
+{
+    const Workspace workspace;
+    AppController controller;
+    const CardReports reports(controller);
+    import(controller, writeCards(workspace),
+           workspace.makeFolder(QStringLiteral("dst")) + QLatin1Char('\n'));
+    for (int card = 1; card <= 3; ++card) {
+        QCOMPARE(reports.finalOf(card), QStringList{"0 1 1 Copied 1/1 videos and 0/0 photos."});
+        QVERIFY(QFileInfo::exists(workspace.path(QStringLiteral("dst/DCIM/A_cam%1.MOV").arg(card))));
+    }
 }
 
 void TestAppController::slotsThatAreLeftEmpty_data()

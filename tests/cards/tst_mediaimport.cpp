@@ -51,6 +51,7 @@ private slots:
     void onlyRecordingsAreImported_data();
     void onlyRecordingsAreImported();
     void hiddenFilesAndFoldersAreNotListed();
+    void aNameThatBeginsWithAByteOrderMark();
     void aNameThatIsNoTextIsTold();
     void aFolderThatCannotBeListedIsTold();
     void linksThatLeadNowhere_data();
@@ -355,6 +356,21 @@ void TestMediaImport::hiddenFilesAndFoldersAreNotListed()
                      reportLine(0, 1, 1, QStringLiteral("Copied 1/1 videos and 0/0 photos."))}));
     QCOMPARE(filesBelow(workspace.path(QStringLiteral("dst"))),
              QStringList{QStringLiteral("DCIM/A_cam1.MOV")});
+}
+
+void TestMediaImport::aNameThatBeginsWithAByteOrderMark()
+{
+    const Workspace workspace;
+    const QString mark(QChar::ByteOrderMark);
+    workspace.write(QStringLiteral("card/") + mark + QStringLiteral("DCIM/") + mark + QStringLiteral("A.MOV"),
+                    "video");
+    ImportRun import(workspace);
+    QVERIFY(import.run());
+    QCOMPARE(import.finalReports(),
+             QStringList{reportLine(0, 1, 1, QStringLiteral("Copied 1/1 videos and 0/0 photos."))});
+    QCOMPARE(workspace.tree(QStringLiteral("dst")),
+             (QMap<QString, QByteArray>{
+                 {mark + QStringLiteral("DCIM/") + mark + QStringLiteral("A_cam1.MOV"), "video"}}));
 }
 
 void TestMediaImport::aNameThatIsNoTextIsTold()
