@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
+#include <shared_mutex>
 
 namespace {
 
@@ -56,11 +57,70 @@ QString timeStamp()
         .arg(now % msPerSecond, 3, 10, QLatin1Char('0'));
 }
 
+const QByteArray firstOfPair = "Logfile path:\n";
+
+/// A controller that sends without an end fills the log as well. Support needs its beginning and its end.
+constexpr qint64 longestLog = qint64{32} << 20;
+
+/// A log that is shorter is left alone, however little room the disk has.
+constexpr qint64 shortestToShorten = qint64{1} << 20;
+
+/// Appending goes on from several threads; shortening has the file for itself.
+std::shared_mutex fileMutex;
+
+/// Leaves the first and the last quarter of the log, and a line between them. Needs no room on the disk.
+void shorten(const QString &path)
+{
+    const std::unique_lock<std::shared_mutex> lock(fileMutex);
+    QFile file(path);
+    // Another thread may have done it meanwhile.
+    if (!file.open(QIODevice::ReadWrite) || file.size() < shortestToShorten)
+        return;
+    const qint64 part = file.size() / 4;
+    const QByteArray head = file.read(part);
+    file.seek(file.size() - part);
+    const QByteArray tail = file.read(part);
+    const int headEnd = qMax(head.lastIndexOf(firstOfPair), 0);
+    const int tailBegin = qMax(tail.indexOf(firstOfPair), 0);
+    const qint64 leftOut = file.size() - headEnd - (tail.size() - tailBegin);
+    file.seek(headEnd);
+    file.write(firstOfPair +
+               QStringLiteral("%1 Warning: The log is too long, %2 bytes are left out here.\n")
+                   .arg(timeStamp(), QString::number(leftOut))
+                   .toUtf8() +
+               tail.mid(tailBegin));
+    file.flush();
+    file.resize(file.pos());
+}
+
+struct Appended
+{
+    bool opened = false;
+    bool whole = false;
+    qint64 size = 0; ///< of the log then
+};
+
+Appended tryToAppend(const QString &path, const QByteArray &text)
+{
+    const std::shared_lock<std::shared_mutex> lock(fileMutex);
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text))
+        return {};
+    const bool whole = file.write(text) == text.size() && file.flush();
+    return {true, whole, file.size()};
+}
+
+/// False if there is no such file and none can be made.
 bool append(const QString &path, const QByteArray &text)
 {
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text) &&
-           file.write(text) == text.size();
+    const Appended done = tryToAppend(path, text);
+    if (done.size > longestLog || (done.opened && !done.whole && done.size > shortestToShorten)) {
+        shorten(path);
+        // The disk was full, and is no longer.
+        if (!done.whole)
+            tryToAppend(path, text);
+    }
+    return done.opened;
 }
 
 /// The log's path from the last message, so that not every message looks at the folders again.
@@ -94,7 +154,7 @@ void appendToLog(const QByteArray &entry)
     const QString dataFolder = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
     const QString known = logPathCache.find(dataFolder);
     // getLogFilePath() writes the first line of the pair itself.
-    if (!known.isEmpty() && append(known, "Logfile path:\n" + entry))
+    if (!known.isEmpty() && append(known, firstOfPair + entry))
         return;
     const QString path = getLogFilePath();
     logPathCache.store(dataFolder, path);

@@ -2,6 +2,7 @@
 #include "app/screen.h"
 #include "tests/support/messagelog.h"
 #include "tests/support/testmain.h"
+#include "tests/support/volumes.h"
 #include "tests/support/workspace.h"
 
 #include <QDateTime>
@@ -13,6 +14,7 @@
 #include <csignal>
 #include <cstdio>
 #include <fcntl.h>
+#include <memory>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
@@ -86,6 +88,8 @@ private slots:
     void reset();
     void environment();
     void threadsLeaveEachLineWhole();
+    void aLogThatGrowsTooLong_data();
+    void aLogThatGrowsTooLong();
 };
 
 void TestLog::init()
@@ -335,6 +339,64 @@ void TestLog::threadsLeaveEachLineWhole()
                      1);
     }
     QCOMPARE(workspace.read(echoFile).count('\n'), threads * messages);
+}
+
+void TestLog::aLogThatGrowsTooLong_data()
+{
+    QTest::addColumn<int>("diskMiB"); // 0: as large as it needs
+    QTest::addColumn<int>("mostMiB");
+    QTest::newRow("a large disk") << 0 << 33;
+    QTest::newRow("a disk that is full") << 8 << 8;
+}
+
+void TestLog::aLogThatGrowsTooLong()
+{
+    QFETCH(int, diskMiB);
+    QFETCH(int, mostMiB);
+    constexpr int mebibyte = 1 << 20;
+    constexpr int threads = 2;
+    constexpr int messages = 400;
+    const Workspace workspace;
+    const QFileInfo log(workspace.path(logFile));
+    std::unique_ptr<TestVolume> disk;
+    if (diskMiB > 0) {
+        disk = std::make_unique<TestVolume>(log.path(), diskMiB * 1024);
+        SKIP_UNLESS_MOUNTED(*disk);
+    }
+    {
+        const StandardError captured(workspace);
+        AppMessageHandler(QtInfoMsg, {}, QStringLiteral("the first"));
+        std::vector<std::thread> workers;
+        for (int number = 0; number < threads; ++number) {
+            workers.emplace_back([] {
+                for (int i = 0; i < messages; ++i)
+                    AppMessageHandler(QtInfoMsg, {}, QString(mebibyte / 10, QLatin1Char('x')));
+            });
+        }
+        for (std::thread &thread : workers)
+            thread.join();
+        AppMessageHandler(QtInfoMsg, {}, QStringLiteral("the last"));
+    }
+    QVERIFY(QFile::remove(workspace.path(echoFile)));
+
+    const QByteArray text = workspace.read(logFile);
+    QVERIFY2(text.size() <= mostMiB * mebibyte, qPrintable(QString::number(text.size())));
+    QVERIFY2(text.size() >= mostMiB * mebibyte / 4, qPrintable(QString::number(text.size())));
+    QVERIFY(text.endsWith(" Info: the last\n"));
+    const QList<QByteArray> lines = text.split('\n');
+    QCOMPARE(lines.at(0), QByteArray("Logfile path:"));
+    QVERIFY(lines.at(1).endsWith(" Info: the first"));
+    int told = 0;
+    for (const QByteArray &line : lines)
+        told +=
+            line.contains(" Warning: The log is too long, ") && line.endsWith(" bytes are left out here.");
+    QVERIFY(told > 0);
+    if (diskMiB > 0)
+        return;
+    for (int i = 0; i + 1 < lines.size(); i += 2) {
+        QCOMPARE(lines.at(i), QByteArray("Logfile path:"));
+        QVERIFY(lines.at(i + 1).size() > stampLength && lines.at(i + 1) != "Logfile path:");
+    }
 }
 
 KELPORA_TEST_MAIN(TestLog)
