@@ -42,7 +42,8 @@ std::pair<int, int> nextValue(const QByteArray &content, int *position)
 {
     int equals = -1;
     int i = *position;
-    for (bool quoted = false; i < content.size(); ++i) {
+    bool quoted = false;
+    for (; i < content.size(); ++i) {
         const char c = content.at(i);
         if (c == '\\')
             ++i;
@@ -54,6 +55,9 @@ std::pair<int, int> nextValue(const QByteArray &content, int *position)
             break;
     }
     const int end = qMin(i, content.size());
+    // The name of a group, or a value that would take in whatever followed it.
+    if (content.mid(*position, end - *position).trimmed().startsWith('[') || quoted || i > content.size())
+        equals = -1;
     if (end < content.size() && content.at(end) == ';')
         i = content.indexOf('\n', end);
     *position = i < 0 ? content.size() : i + 1;

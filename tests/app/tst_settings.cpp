@@ -332,6 +332,10 @@ void TestSettings::noRegularFile_data()
                               << "it is no regular file";
     QTest::newRow("a file of 2 MiB") << "large"
                                      << "it is larger than 1 MiB";
+    QTest::newRow("an object in quotes that don't end") << "Mine=\"@Variant(1)\n"
+                                                        << "it holds values of unknown types";
+    QTest::newRow("an object in a group's name") << "[Other=\\\n@Image(1)\n"
+                                                 << "it holds values of unknown types";
     QTest::newRow("a folder in the lock's place") << "lock"
                                                   << "its lock is no regular file";
 }
@@ -348,6 +352,8 @@ void TestSettings::noRegularFile()
         QCOMPARE(::mkfifo(QFile::encodeName(workspace.path(settingsFile)).constData(), 0600), 0);
     } else if (kind == "folder") {
         workspace.write(settingsFile + "/x", content);
+    } else if (kind.contains('=')) {
+        workspace.write(settingsFile, content + kind.toLatin1());
     } else if (kind == "large") {
         workspace.write(settingsFile, content + ';' + QByteArray(2 << 20, 'x'));
     } else {
