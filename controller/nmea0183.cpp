@@ -9,6 +9,7 @@
 #include <cstring>
 #include <limits>
 #include <stdexcept>
+#include <utility>
 
 namespace {
 
@@ -114,11 +115,15 @@ Nmea &Nmea::operator=(const Nmea &other)
 void Nmea::Init(const std::string &sentence)
 {
     fields_.clear();
-    num_fields_ = 0;
     valid_ = false;
     sentence_ = sentence;
-    Terminate0();
-    SplitFields();
+    std::size_t pieces = 0;
+    for (char &byte : sentence_) {
+        byte = IsTerminator(byte) ? '\0' : byte;
+        pieces += IsSeparator(byte) ? 1U : 0U;
+    }
+    unsplit_ = sentence_.size();
+    num_fields_ = pieces >= 2 ? pieces - 1 : 0;
     lat_string_.clear();
     lon_string_.clear();
     time_string_.clear();
@@ -136,23 +141,31 @@ bool Nmea::InitAndValidate(const std::string &sentence, unsigned long min_fields
 
 unsigned long Nmea::SplitFields()
 {
-    // Counted first, so that however many fields there are, room is made for them once.
-    const auto pieces = std::count_if(sentence_.begin(), sentence_.end(), IsSeparator);
-    fields_.reserve(fields_.size() + static_cast<std::size_t>(pieces));
+    SplitRest();
+    unsplit_ = sentence_.size();
+    SplitRest();
+    num_fields_ = fields_.size() >= 2 ? fields_.size() - 1 : 0;
+    return num_fields_;
+}
+
+// Most sentences are only looked at, for their checksum and the number of their fields.
+void Nmea::SplitRest() const
+{
     const char *start = sentence_.data();
-    const char *const end = start + sentence_.size();
+    const char *const end = start + std::min(std::exchange(unsplit_, 0), sentence_.size());
+    // Counted first, so that however many fields there are, room is made for them once.
+    fields_.reserve(fields_.size() + static_cast<std::size_t>(std::count_if(start, end, IsSeparator)));
     for (const char *at = start; at != end; ++at) {
         if (IsSeparator(*at)) {
             fields_.emplace_back(start, at);
             start = at + 1;
         }
     }
-    num_fields_ = fields_.size() >= 2 ? fields_.size() - 1 : 0;
-    return num_fields_;
 }
 
 void Nmea::Terminate0()
 {
+    SplitRest();
     std::replace_if(sentence_.begin(), sentence_.end(), IsTerminator, '\0');
 }
 
@@ -171,15 +184,16 @@ unsigned long Nmea::ChecksumCalculate() const
 
 long Nmea::ChecksumGet() const
 {
-    std::size_t i = 0;
-    for (; i < sentence_.size() && sentence_[i] != '*'; ++i) {
-        if (IsTerminator(sentence_[i]))
-            return -1;
-    }
+    const char *at = sentence_.data();
+    const char *const end = at + sentence_.size();
+    while (at != end && *at != '*' && !IsTerminator(*at))
+        ++at;
+    if (at == end || *at != '*')
+        return -1;
     unsigned long value = 0;
     bool any = false;
-    for (++i; i < sentence_.size() && !IsTerminator(sentence_[i]); ++i) {
-        const int digit = HexDigit(sentence_[i]);
+    for (++at; at != end && !IsTerminator(*at); ++at) {
+        const int digit = HexDigit(*at);
         if (digit < 0)
             return -1;
         value = value * 16 + static_cast<unsigned long>(digit);
@@ -199,6 +213,7 @@ bool Nmea::ChecksumValidate()
 
 void Nmea::Print() const
 {
+    SplitRest();
     std::printf("Sentence:%s\n%lu Fields: ", sentence_.c_str(), num_fields_);
     for (const std::string &field : fields_)
         std::printf("%s,", field.c_str());
@@ -209,6 +224,7 @@ void Nmea::Close()
 {
     sentence_.clear();
     fields_.clear();
+    unsplit_ = 0;
     num_fields_ = 0;
     valid_ = false;
 }
@@ -224,6 +240,7 @@ template <typename Result, typename Convert>
 Result Nmea::ConvertField(unsigned long field, Result failure, const Convert &convert)
 {
     try {
+        SplitRest();
         return convert(fields_.at(field));
     } catch (const std::invalid_argument &error) {
         std::fprintf(stderr, "Invalid argument:%s\n", error.what());

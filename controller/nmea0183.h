@@ -78,9 +78,11 @@ private:
     /// What a buffer of that many bytes holds of `text`; invalid if that isn't all.
     std::string Limited(std::string text, std::size_t buffer);
     unsigned long Append(const std::string &text);
+    void SplitRest() const;
 
     std::string sentence_;
-    std::vector<std::string> fields_;
+    mutable std::vector<std::string> fields_;
+    mutable std::size_t unsplit_ = 0; ///< the length of the sentence's beginning that is not in `fields_` yet
     unsigned long num_fields_ = 0;
     std::string lat_string_;
     std::string lon_string_;

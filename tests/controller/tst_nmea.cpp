@@ -1018,11 +1018,11 @@ void TestNmea::allocations()
         text += ",1.5";
     text += "*00";
 
-    // The text and the list of fields.
+    // The text; the list of fields is made with the first that is read.
     const std::size_t before = ::allocations;
     Nmea nmea(text);
     const std::size_t parsing = ::allocations - before;
-    QVERIFY2(parsing <= 2, qPrintable(QString::number(parsing)));
+    QVERIFY2(parsing <= 1, qPrintable(QString::number(parsing)));
 
     double sum = 0;
     for (unsigned long i = 1; i <= nmea.NumFields(); ++i) {
@@ -1032,7 +1032,7 @@ void TestNmea::allocations()
     const bool address = nmea.FieldAsString(0) == "$PSEADATA";
     const bool right = nmea.ChecksumValidate();
     const std::size_t reading = ::allocations - before - parsing;
-    QCOMPARE(reading, std::size_t{0});
+    QVERIFY2(reading <= 1, qPrintable(QString::number(reading)));
     QCOMPARE(sum, fields * 5.5);
     QVERIFY(address && !right);
 }
