@@ -53,6 +53,36 @@ void logAnswer(const char *what, const QString &line)
     qInfo() << what << line;
 }
 
+/// Whether a dump's line is sent again. In most dumps the numbers only rise, which no line that was sent
+/// before could do: the lines are gathered for one that does otherwise.
+class SentBefore
+{
+public:
+    /// `lines` are those that came; the ones to be checked are appended afterwards.
+    explicit SentBefore(const QStringList &lines)
+        : lines_(lines)
+        , gathered_(lines.size())
+    {
+    }
+
+    bool check(int number, const QString &line)
+    {
+        if (number > highest_) {
+            highest_ = number;
+            return false;
+        }
+        for (; gathered_ < lines_.size(); ++gathered_)
+            seen_.insert(lines_[gathered_]);
+        return seen_.contains(line);
+    }
+
+private:
+    const QStringList &lines_;
+    QSet<QString> seen_;
+    int gathered_;
+    int highest_ = 0;
+};
+
 } // namespace
 
 PSEAComms::PSEAComms(const StopFlag *stop)
@@ -246,7 +276,7 @@ bool PSEAComms::readData(QStringList &lines)
     if (!send("$PSEADUMP"))
         return false;
     dump_ = {};
-    QSet<QString> seen;
+    SentBefore sentBefore(lines);
     // Before the first data line four reads are the limit. After it, no number of lines ends a dump without
     // its end message, but as much time as four silent reads take does.
     int reads = 0;
@@ -282,8 +312,7 @@ bool PSEAComms::readData(QStringList &lines)
                 sinceData.start();
             continue;
         }
-        if (!seen.contains(line)) {
-            seen.insert(line);
+        if (!sentBefore.check(number, line)) {
             sinceData.start();
             if (sentence.NumFields() >= Record::fieldCount)
                 ++dump_.numbered;
