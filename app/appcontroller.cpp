@@ -35,8 +35,7 @@ constexpr int cardCount = 3;
 /// job.
 constexpr int fewestThreads = cardCount + 1;
 
-/// A folder's name that is pasted with the end of its line is meant without it; the field shows no
-/// difference.
+/// A folder's name is one line. What is pasted may have line ends, which the field shows as blanks.
 void removeLineFeeds(QString *folder)
 {
     folder->remove(QLatin1Char('\n'));
@@ -365,7 +364,7 @@ std::unique_ptr<MediaImport> AppController::mediaImport(int cardIndex, const QSt
                                             const QString &name) {
         return autopano->writePano(card, templateFile, take, name, loadSettings);
     };
-    projects.finish = [autopano] { return autopano->finish(); };
+    projects.finish = [autopano](const StopFlag &stop) { return autopano->finish(stop); };
     return std::make_unique<MediaImport>(
         ImportRequest{cardIndex, sourceDir, targetDir, templatePath, projectName}, std::move(projects),
         cardReport(cardIndex), stop_);

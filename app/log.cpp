@@ -57,7 +57,7 @@ QString timeStamp()
         .arg(now % msPerSecond, 3, 10, QLatin1Char('0'));
 }
 
-const QByteArray firstOfPair = "Logfile path:\n";
+constexpr const char *firstOfPair = "Logfile path:\n";
 
 /// A controller that sends without an end fills the log as well. Support needs its beginning and its end.
 constexpr qint64 longestLog = qint64{32} << 20;
@@ -68,28 +68,37 @@ constexpr qint64 shortestToShorten = qint64{1} << 20;
 /// Appending goes on from several threads; shortening has the file for itself.
 std::shared_mutex fileMutex;
 
-/// Leaves the first and the last quarter of the log, and a line between them. Needs no room on the disk.
-void shorten(const QString &path)
+/// Leaves the first and the last quarter of a log of `size` bytes, and a line between them.
+void shorten(const QString &path, qint64 size)
 {
     const std::unique_lock<std::shared_mutex> lock(fileMutex);
     QFile file(path);
     // Another thread may have done it meanwhile.
-    if (!file.open(QIODevice::ReadWrite) || file.size() < shortestToShorten)
+    if (!file.open(QIODevice::ReadWrite | QIODevice::Unbuffered) || file.size() < size)
         return;
     const qint64 part = file.size() / 4;
     const QByteArray head = file.read(part);
-    file.seek(file.size() - part);
+    if (!file.seek(file.size() - part))
+        return;
     const QByteArray tail = file.read(part);
+    if (head.size() != part || tail.size() != part)
+        return;
     const int headEnd = qMax(head.lastIndexOf(firstOfPair), 0);
     const int tailBegin = qMax(tail.indexOf(firstOfPair), 0);
-    const qint64 leftOut = file.size() - headEnd - (tail.size() - tailBegin);
-    file.seek(headEnd);
-    file.write(firstOfPair +
-               QStringLiteral("%1 Warning: The log is too long, %2 bytes are left out here.\n")
-                   .arg(timeStamp(), QString::number(leftOut))
-                   .toUtf8() +
-               tail.mid(tailBegin));
-    file.flush();
+    // What a full disk took half of is no line.
+    const QByteArray lines = tail.mid(tailBegin, tail.lastIndexOf('\n') + 1 - tailBegin);
+    const QByteArray end = firstOfPair +
+                           QStringLiteral("%1 Warning: The log is too long, %2 bytes are left out here.\n")
+                               .arg(timeStamp(), QString::number(file.size() - headEnd - lines.size()))
+                               .toUtf8() +
+                           lines;
+    // In place, which needs no room. Some file systems want it all the same, and have it once the file is
+    // cut.
+    if (!file.seek(headEnd) || file.write(end) != end.size()) {
+        file.resize(headEnd);
+        file.seek(headEnd);
+        file.write(end);
+    }
     file.resize(file.pos());
 }
 
@@ -104,9 +113,10 @@ Appended tryToAppend(const QString &path, const QByteArray &text)
 {
     const std::shared_lock<std::shared_mutex> lock(fileMutex);
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text))
+    // A buffer that could not be written makes the file look empty.
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text | QIODevice::Unbuffered))
         return {};
-    const bool whole = file.write(text) == text.size() && file.flush();
+    const bool whole = file.write(text) == text.size();
     return {true, whole, file.size()};
 }
 
@@ -115,7 +125,7 @@ bool append(const QString &path, const QByteArray &text)
 {
     const Appended done = tryToAppend(path, text);
     if (done.size > longestLog || (done.opened && !done.whole && done.size > shortestToShorten)) {
-        shorten(path);
+        shorten(path, done.size);
         // The disk was full, and is no longer.
         if (!done.whole)
             tryToAppend(path, text);

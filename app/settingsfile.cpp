@@ -1,9 +1,15 @@
 #include "app/settingsfile.h"
 
+#include "platform/filesync.h"
+
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
 #include <QSaveFile>
+
+#include <cctype>
+#include <cstring>
+#include <utility>
 
 namespace {
 
@@ -22,46 +28,116 @@ QString problemOf(const QString &path)
     return {};
 }
 
-/// Whether the toolkit would build more than texts, numbers and plain bytes from `content`.
-bool holdsObjects(const QByteArray &content)
+bool isHexDigit(char c)
 {
-    // An "@" with which a value or one of several begins, however it is spelled, and no name that is
-    // harmless.
-    static const QRegularExpression object(
-        QStringLiteral("(?<![^=,\\s\"])(?:@|\\\\x0*40(?![0-9A-Fa-f])|\\\\0*100(?![0-7]))"
-                       "(?!@|(?:ByteArray|String|Rect|Size|Point|Invalid)\\()"));
-    return content.contains('@') || content.contains('\\')
-               ? object.match(QString::fromLatin1(content.constData(), content.size())).hasMatch()
-               : false;
+    return std::isxdigit(static_cast<unsigned char>(c)) != 0;
 }
 
-/// Where the value of the line that begins at `position` begins and ends; -1 for a line without one. Moves
-/// `position` on to the next line. The toolkit's rules: a line goes on in quotes and after a backslash, and
-/// ends at a semicolon.
-std::pair<int, int> nextValue(const QByteArray &content, int *position)
+bool isOctalDigit(char c)
 {
-    int equals = -1;
-    int i = *position;
+    return c >= '0' && c <= '7';
+}
+
+/// Whether the text that begins at `at` is one with an "@" in front, however that is spelled, and with no
+/// name that is harmless. As the toolkit reads it: of an escape's number the low 16 bits count, and an escape
+/// that it doesn't know is nothing.
+bool beginsObject(const char *at, const char *end)
+{
+    const auto number = [&at, end](int base, bool (*isDigit)(char)) {
+        unsigned value = 0;
+        for (; at != end && isDigit(*at); ++at)
+            value = value * static_cast<unsigned>(base) +
+                    static_cast<unsigned>(QByteArray(1, *at).toInt(nullptr, base));
+        return value & 0xffffU;
+    };
+    while (at != end) {
+        const char c = *at++;
+        if (c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '"')
+            continue;
+        if (c == '@') {
+            static const QRegularExpression harmless(
+                QStringLiteral("^(?:@|(?:ByteArray|String|Rect|Size|Point|Invalid)\\()"));
+            return !harmless.match(QString::fromLatin1(at, static_cast<int>(end - at))).hasMatch();
+        }
+        if (c != '\\' || at == end)
+            return false;
+        if (isOctalDigit(*at))
+            return number(8, isOctalDigit) == '@';
+        const char escape = *at++;
+        if (std::strchr("abfnrtv'?\"\\", escape) != nullptr)
+            return false;
+        if (escape == 'x' && at != end && isHexDigit(*at))
+            return number(16, isHexDigit) == '@';
+    }
+    return false;
+}
+
+/// Whether the toolkit would build more than texts, numbers and plain bytes from a value, or one of several.
+bool holdsObject(const QByteArray &value)
+{
+    const char *const end = value.constData() + value.size();
+    for (const char *at = value.constData(); at != end; ++at) {
+        if ((at == value.constData() || at[-1] == ',') && beginsObject(at, end))
+            return true;
+    }
+    return false;
+}
+
+/// A line of the file: where it and its value begin and end. By the toolkit's rules: a line goes on in quotes
+/// and after a backslash, and ends at a semicolon.
+struct Line
+{
+    int begin = 0;
+    int value = -1; ///< -1 if there is none
+    int end = 0;
+    int next = 0;      ///< where the next line begins
+    bool whole = true; ///< false for one that would take in whatever followed it
+};
+
+Line lineAt(const QByteArray &content, int begin)
+{
+    Line line;
+    line.begin = begin;
     bool quoted = false;
+    int i = begin;
     for (; i < content.size(); ++i) {
         const char c = content.at(i);
-        if (c == '\\')
-            ++i;
-        else if (c == '"')
+        if (c == '\\') {
+            const char next = i + 1 < content.size() ? content.at(i + 1) : '\0';
+            const char afterNext = i + 2 < content.size() ? content.at(i + 2) : '\0';
+            const bool twoBytes = (next == '\r' && afterNext == '\n') || (next == '\n' && afterNext == '\r');
+            i += twoBytes ? 2 : 1;
+        } else if (c == '"') {
             quoted = !quoted;
-        else if (c == '=' && equals < 0)
-            equals = i;
-        else if (!quoted && (c == '\n' || c == '\r' || c == ';'))
+        } else if (c == '=' && line.value < 0) {
+            line.value = i + 1;
+        } else if (!quoted && (c == '\n' || c == '\r' || c == ';')) {
             break;
+        }
     }
-    const int end = qMin(i, content.size());
-    // The name of a group, or a value that would take in whatever followed it.
-    if (content.mid(*position, end - *position).trimmed().startsWith('[') || quoted || i > content.size())
-        equals = -1;
-    if (end < content.size() && content.at(end) == ';')
-        i = content.indexOf('\n', end);
-    *position = i < 0 ? content.size() : i + 1;
-    return {equals < 0 ? -1 : equals + 1, end};
+    line.whole = !quoted && i <= content.size();
+    line.end = qMin(i, content.size());
+    // A comment.
+    while (i < content.size() && content.at(i) != '\n' && content.at(i) != '\r')
+        ++i;
+    line.next = qMin(i + 1, content.size());
+    // The name of a group.
+    if (content.mid(begin, line.end - begin).trimmed().startsWith('['))
+        line.value = -1;
+    return line;
+}
+
+bool holdsObjects(const QByteArray &content)
+{
+    // No spelling of "@" ends otherwise.
+    if (!content.contains('@') && !content.contains("40") && !content.contains("100"))
+        return false;
+    for (Line line; line.next < content.size();) {
+        line = lineAt(content, line.next);
+        if (line.value >= 0 && holdsObject(content.mid(line.value, line.end - line.value)))
+            return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -74,10 +150,13 @@ SettingsFile::SettingsFile(const QString &path)
     QFile file(path);
     if (problem_.isEmpty() && file.open(QIODevice::ReadOnly))
         content = file.read(largest);
-    if (problem_.isEmpty() && !holdsObjects(content))
-        values_ = std::make_unique<QSettings>(path, QSettings::IniFormat);
-    else
+    if (holdsObjects(content))
         useCopy(content);
+    else if (problem_.isEmpty())
+        values_ = std::make_unique<QSettings>(path, QSettings::IniFormat);
+    // No file can be there.
+    if (!problem_.isEmpty())
+        values_ = std::make_unique<QSettings>(QStringLiteral("/dev/null/none"), QSettings::IniFormat);
 }
 
 SettingsFile::~SettingsFile()
@@ -91,26 +170,26 @@ void SettingsFile::useCopy(const QByteArray &content)
     while (content.contains(mark_))
         mark_ += '_';
     QByteArray harmless;
-    for (int position = 0; position < content.size();) {
-        const int line = position;
-        const auto [begin, end] = nextValue(content, &position);
-        const QByteArray value = content.mid(begin, end - begin);
-        if (begin < 0 || !holdsObjects(value)) {
-            harmless += content.mid(line, end - line) + '\n';
+    for (Line line; line.next < content.size();) {
+        line = lineAt(content, line.next);
+        const QByteArray value = content.mid(line.value, line.end - line.value);
+        if (!line.whole)
+            problem_ = QStringLiteral("it has a line without an end");
+        if (line.value < 0 || !holdsObject(value)) {
+            harmless += content.mid(line.begin, line.end - line.begin) + '\n';
             continue;
         }
-        harmless += content.mid(line, begin - line) + mark_ + QByteArray::number(kept_.size()) + ".\n";
+        harmless += content.mid(line.begin, line.value - line.begin) + mark_ +
+                    QByteArray::number(kept_.size()) + ".\n";
         kept_.append(value.trimmed());
     }
-    if (holdsObjects(harmless)) {
-        problem_ = QStringLiteral("it holds values of unknown types");
-        harmless.clear();
-    }
-    if (copy_.open()) {
-        copy_.write(harmless);
-        copy_.flush();
-    }
+    if (!copy_.open() || copy_.write(harmless) != harmless.size() || !copy_.flush())
+        problem_ = QStringLiteral("no temporary file can be written");
+    if (!problem_.isEmpty())
+        return;
     values_ = std::make_unique<QSettings>(copy_.fileName(), QSettings::IniFormat);
+    if (values_->status() != QSettings::NoError)
+        problem_ = QStringLiteral("a line of it can't be read");
 }
 
 QVariant SettingsFile::value(const QString &key, const QVariant &fallback) const
@@ -133,15 +212,18 @@ void SettingsFile::setValue(const QString &key, const QVariant &value)
 void SettingsFile::sync()
 {
     values_->sync();
-    if (mark_.isEmpty() || !problem_.isEmpty() || !changed_)
+    // Once: what was set is not to be written over what others set later.
+    if (!std::exchange(changed_, false) || mark_.isEmpty() || !problem_.isEmpty() ||
+        values_->status() != QSettings::NoError)
         return;
     QFile copy(copy_.fileName());
-    QSaveFile file(path_);
-    if (!copy.open(QIODevice::ReadOnly) || !file.open(QIODevice::WriteOnly))
+    if (!copy.open(QIODevice::ReadOnly))
         return;
     QByteArray content = copy.readAll();
     for (int i = 0; i < kept_.size(); ++i)
         content.replace(mark_ + QByteArray::number(i) + '.', kept_.at(i));
-    file.write(content);
-    changed_ = !file.commit();
+    QSaveFile file(path_);
+    // commit() would replace the file also when the disk could not take the new one.
+    if (file.open(QIODevice::WriteOnly) && file.write(content) == content.size() && syncToDisk(file))
+        file.commit();
 }

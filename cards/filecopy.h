@@ -10,8 +10,7 @@
 class StagedCopy
 {
 public:
-    /// Copies `source` into `folder`, which must exist; see isWhole(). Ends early when `stop` is raised,
-    /// which must outlive the copy.
+    /// Copies `source` into `folder`, which must exist; see isWhole(). Ends early when `stop` is raised.
     StagedCopy(const QString &source, const QString &folder, const StopFlag &stop);
 
     /// Whether everything that the source holds has been copied.

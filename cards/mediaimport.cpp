@@ -157,6 +157,8 @@ bool MediaImport::run()
         const QString reason = QString::fromLocal8Bit(error.what());
         qWarning().noquote() << QStringLiteral("Card %1: ").arg(request_.card) + reason;
         report_({0, 1, 1, QStringLiteral("Error: ") + reason});
+        // Those of the photos that have their names.
+        finishProjects();
         return false;
     }
 }
@@ -255,6 +257,7 @@ int MediaImport::copyPhotoFile(const QString &sourcePath, int fileIndex, int tot
     const Kind &kind = *kindOf(raw ? QStringLiteral(".DNG") : QStringLiteral(".JPG"));
     const QString copy =
         copyRecording(kind, sourcePath, fileIndex, totalFiles, sourceDirectory, targetDirectory);
+    finishProjects();
     return copy.isEmpty() ? 0 : 1;
 }
 
@@ -306,20 +309,26 @@ void MediaImport::stageAhead(const QVector<CardFile> &files, int current)
             return;
         const TakeNames names = namesOf(file.path, *kind, QDir(request_.sourceDir), QDir(request_.targetDir));
         QString noFolder;
-        ahead_.push_back({file, folderOf(names.copyPath()), stage(file.path, names, &noFolder)});
+        Ahead ahead = {file, folderOf(names.copyPath()), stage(file.path, names, &noFolder)};
+        if (!ahead.copy || !ahead.copy->isWhole()) {
+            // What is wrong is found out, and told, in the photos' own turns.
+            nextAhead_ = files.size();
+            return;
+        }
+        ahead_.push_back(std::move(ahead));
     }
 }
 
-/// The copy of `sourcePath` that was made ahead, if it is whole and the recording is still the one that was
-/// listed. Otherwise it is copied in its turn.
+/// The copy of `sourcePath` that was made ahead, if the recording is still the one that was listed. Otherwise
+/// it is copied in its turn.
 std::unique_ptr<StagedCopy> MediaImport::takeAhead(const QString &sourcePath, const TakeNames &names)
 {
     if (ahead_.empty() || ahead_.front().file.path != sourcePath)
         return nullptr;
     Ahead ahead = std::move(ahead_.front());
     ahead_.pop_front();
-    const bool usable = ahead.copy && ahead.copy->isWhole() && ahead.folder == folderOf(names.copyPath()) &&
-                        ahead.file.change() == CardFile::Change::None;
+    const bool usable =
+        ahead.folder == folderOf(names.copyPath()) && ahead.file.change() == CardFile::Change::None;
     return usable ? std::move(ahead.copy) : nullptr;
 }
 
@@ -341,19 +350,9 @@ std::unique_ptr<StagedCopy> MediaImport::stage(const QString &sourcePath, const 
     return std::make_unique<StagedCopy>(sourcePath, folder, stop_);
 }
 
-/// Copies the file under the first of its names that is free.
-bool MediaImport::copyTake(const QString &sourcePath, TakeNames *names)
+/// Gives the copy the first of its names that is free.
+Publish MediaImport::publish(StagedCopy *copy, TakeNames *names)
 {
-    while (QFileInfo::exists(names->copyPath()))
-        names->advance();
-    QString noFolder;
-    std::unique_ptr<StagedCopy> copy = takeAhead(sourcePath, *names);
-    if (!copy)
-        copy = stage(sourcePath, *names, &noFolder);
-    if (!copy) {
-        logFailure(sourcePath, names->copyPath(), QStringLiteral("can't create the folder: ") + noFolder);
-        return false;
-    }
     Publish result = copy->publish(names->copyPath(), stop_);
     while (result == Publish::Exists) {
         // Another program took the name during the copy.
@@ -361,8 +360,29 @@ bool MediaImport::copyTake(const QString &sourcePath, TakeNames *names)
         createFolderOf(names->copyPath());
         result = copy->publish(names->copyPath(), stop_);
     }
+    return result;
+}
+
+/// Copies the file under the first of its names that is free.
+bool MediaImport::copyTake(const QString &sourcePath, TakeNames *names)
+{
+    while (QFileInfo::exists(names->copyPath()))
+        names->advance();
+    std::unique_ptr<StagedCopy> copy = takeAhead(sourcePath, *names);
+    Publish result = copy ? publish(copy.get(), names) : Publish::Failed;
+    // One that was made ahead lies in a folder that may have been moved away since.
+    if (result == Publish::Failed && !stop_.isRaised()) {
+        QString noFolder;
+        copy = stage(sourcePath, *names, &noFolder);
+        if (!copy) {
+            logFailure(sourcePath, names->copyPath(), QStringLiteral("can't create the folder: ") + noFolder);
+            return false;
+        }
+        result = publish(copy.get(), names);
+    }
     if (result != Publish::Done) {
-        logFailure(sourcePath, names->copyPath(), copy->error());
+        if (copy)
+            logFailure(sourcePath, names->copyPath(), copy->error());
         return false;
     }
     written_.append(names->copyPath());
@@ -430,11 +450,16 @@ void MediaImport::sendDeferred()
     deferredReports_.clear();
 }
 
+void MediaImport::finishProjects()
+{
+    if (projects_.finish && !projects_.finish(stop_))
+        writeError_ = true;
+}
+
 /// Ends an import that began: waits until the copies are on disk, then sends the last report.
 bool MediaImport::finish(const Counts &counts)
 {
-    if (projects_.finish && !projects_.finish())
-        writeError_ = true;
+    finishProjects();
     const QString copied = summary(counts.videosCopied, counts.videos, counts.photosCopied, counts.photos);
     QStringList gone;
     const Flushed flushed = flush_.finish(written_, stop_, &gone);

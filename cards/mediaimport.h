@@ -37,7 +37,8 @@ struct ImportProjects
         fallbackPicture; ///< preview for templates without a picture of their own; may be empty
     Writer writeVideoProject;
     Writer writePhotoProject;
-    std::function<bool()> finish; ///< waits for what is still to be written of them; may be empty
+    /// Waits for what is still to be written of them; gives up on it when the flag is raised. May be empty.
+    std::function<bool(const StopFlag &)> finish;
 };
 
 /// Imports one card: copies every video and photo into the destination under its take-and-camera name,
@@ -99,6 +100,7 @@ private:
     [[nodiscard]] std::unique_ptr<StagedCopy> takeAhead(const QString &sourcePath, const TakeNames &names);
     [[nodiscard]] std::unique_ptr<StagedCopy> stage(const QString &sourcePath, const TakeNames &names,
                                                     QString *noFolder);
+    [[nodiscard]] Publish publish(StagedCopy *copy, TakeNames *names);
     bool copyTake(const QString &sourcePath, TakeNames *names);
     void logFailure(const QString &sourcePath, const QString &copyPath, const QString &cause);
     [[nodiscard]] bool checkSizes(const QString &sourcePath, const QString &copyPath, int fileIndex,
@@ -107,6 +109,7 @@ private:
     void placePicture(const QString &videoPath, const QString &extension);
     void send(const Progress &progress);
     void sendDeferred();
+    void finishProjects();
     bool finish(const Counts &counts);
 
     ImportRequest request_;

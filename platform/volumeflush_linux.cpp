@@ -104,7 +104,7 @@ Flushed VolumeFlush::finish(const QStringList &files, const StopFlag &stop, QStr
     bool failed = volumes_->byDevice.empty();
     for (const auto &[device, volume] : volumes_->byDevice) {
         const bool flushed = ::syncfs(volume.file.get()) == 0 && isWritable(volume.file.get());
-        failed = failed || !flushed || (!whole && deviceBelow(volume.folder) != device);
+        failed = failed || !flushed || deviceBelow(volume.folder) != device;
     }
     if (failed)
         return Flushed::Failed;

@@ -346,22 +346,25 @@ bool Autopano::writePano(int card, const QString &templatePath, const QString &p
         if (!project->isClaimed() || QFileInfo::exists(project->path()))
             return true;
         const ProjectTemplate photoTemplate = templates_->readForPhoto(templatePath);
-        project->write(photoTemplate.aboveLimit
-                           ? toPanoXml({})
-                           : photoProject(photoTemplate.document, photoPath, name, settings));
-        pending_.push_back({card, std::move(project), !photoTemplate.aboveLimit});
+        const QByteArray text = photoTemplate.aboveLimit
+                                    ? toPanoXml({})
+                                    : photoProject(photoTemplate.document, photoPath, name, settings);
+        if (project->write(text))
+            pending_.push_back({card, std::move(project), !photoTemplate.aboveLimit});
     } catch (const std::exception &error) {
         qInfo("%s", error.what());
     }
-    return pending_.size() < mostPending || publishOldest();
+    return pending_.size() < mostPending || publishOldest(StopFlag());
 }
 
 /// False if the disk could not take it.
-bool Autopano::publishOldest()
+bool Autopano::publishOldest(const StopFlag &stop)
 {
     const Pending oldest = std::move(pending_.front());
     pending_.pop_front();
-    const Publish result = oldest.project->publish();
+    const Publish result = oldest.project->publish(stop);
+    if (stop.isRaised())
+        return true;
     if (result == Publish::NotOnDisk)
         logNotOnDisk(oldest.card, oldest.project->path());
     else if (result == Publish::Done && oldest.hasTemplate)
@@ -369,11 +372,12 @@ bool Autopano::publishOldest()
     return result != Publish::NotOnDisk;
 }
 
-bool Autopano::finish()
+bool Autopano::finish(const StopFlag &stop)
 {
     bool onDisk = true;
-    while (!pending_.empty())
-        onDisk = publishOldest() && onDisk;
+    while (!pending_.empty() && !stop.isRaised())
+        onDisk = publishOldest(stop) && onDisk;
+    pending_.clear();
     return onDisk;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/stopflag.h"
+
 #include <QMap>
 #include <QString>
 #include <QVariant>
@@ -34,9 +36,9 @@ public:
     bool writePano(int card, const QString &templatePath, const QString &photoPath, const QString &name,
                    const SettingsSource &settings);
 
-    /// Waits until all projects are on disk and have their names; returns as writePano(). Those that are not
-    /// finished are removed with the object.
-    bool finish();
+    /// Waits until all projects are on disk and have their names; returns as writePano(). Gives up on the
+    /// rest when `stop` is raised. Those that are not finished are removed with the object.
+    bool finish(const StopFlag &stop = StopFlag());
 
     /// Writes the ".kava" project of the video take `videoPath` (the take's path in the destination, ending
     /// in ".MOV") beside its videos. `card` (1 to 3) only names the caller in the log; `name` is the project
@@ -60,7 +62,7 @@ private:
         std::unique_ptr<PendingProject> project;
         bool hasTemplate = true; ///< false if it stays empty
     };
-    bool publishOldest();
+    bool publishOldest(const StopFlag &stop);
 
     std::unique_ptr<TemplateReader> templates_;
     std::deque<Pending> pending_;

@@ -1,6 +1,7 @@
 #include "stitching/pendingproject.h"
 
 #include "platform/filesync.h"
+#include "platform/stopflag.h"
 
 #include <QFileInfo>
 
@@ -37,18 +38,21 @@ PendingProject::~PendingProject()
         claims().paths.erase(path_);
 }
 
-void PendingProject::write(const QByteArray &content)
+bool PendingProject::write(const QByteArray &content)
 {
+    content_ = content;
     file_.emplace(QFileInfo(path_).absolutePath());
     if (!file_->isOpen() || file_->file().write(content) != content.size() || !file_->file().flush())
-        return;
-    written_ = startSync(file_->file());
-    failure_ = Publish::NotOnDisk;
+        return false;
+    started_ = startSync(file_->file());
+    return true;
 }
 
-Publish PendingProject::publish()
+Publish PendingProject::publish(const StopFlag &stop)
 {
-    if (!written_)
-        return failure_;
-    return syncContent(file_->file()) ? file_->publish(path_) : Publish::NotOnDisk;
+    if (!started_ || !syncContent(file_->file(), stop))
+        return Publish::NotOnDisk;
+    const Publish result = file_->publish(path_);
+    // Its folder may have been moved away since, and made anew.
+    return result == Publish::Failed ? writeNewFile(path_, content_) : result;
 }

@@ -7,6 +7,8 @@
 
 #include <optional>
 
+class StopFlag;
+
 /// A project that is written but has no name yet, so that many can be on their way to the disk at once.
 ///
 /// It claims its path: while it lives, no other import of this program writes a project there. Without a
@@ -23,15 +25,17 @@ public:
     [[nodiscard]] bool isClaimed() const { return claimed_; }
     [[nodiscard]] const QString &path() const { return path_; }
 
-    /// Writes the content and has the disk begin with it. What fails is told by publish().
-    void write(const QByteArray &content);
-    /// Waits until the content is on disk and gives the project its name, unless that is taken.
-    [[nodiscard]] Publish publish();
+    /// Writes the content and has the disk begin with it. False if there is nothing to publish: the file
+    /// could not be written.
+    [[nodiscard]] bool write(const QByteArray &content);
+    /// Waits until the content is on disk, or `stop` is raised, and gives the project its name, unless that
+    /// is taken.
+    [[nodiscard]] Publish publish(const StopFlag &stop);
 
 private:
     QString path_;
     bool claimed_ = false;
+    QByteArray content_;
     std::optional<NewFile> file_;
-    Publish failure_ = Publish::Failed;
-    bool written_ = false;
+    bool started_ = false; ///< the disk took what it was given so far
 };

@@ -345,17 +345,20 @@ void TestLog::aLogThatGrowsTooLong_data()
 {
     QTest::addColumn<int>("diskMiB"); // 0: as large as it needs
     QTest::addColumn<int>("mostMiB");
-    QTest::newRow("a large disk") << 0 << 33;
-    QTest::newRow("a disk that is full") << 8 << 8;
+    QTest::addColumn<int>("length"); // of a message
+    QTest::newRow("a large disk") << 0 << 33 << 100000;
+    QTest::newRow("a disk that is full") << 8 << 8 << 100000;
+    QTest::newRow("a disk that is full, short lines") << 4 << 4 << 1000;
 }
 
 void TestLog::aLogThatGrowsTooLong()
 {
     QFETCH(int, diskMiB);
     QFETCH(int, mostMiB);
+    QFETCH(int, length);
     constexpr int mebibyte = 1 << 20;
-    constexpr int threads = 2;
-    constexpr int messages = 400;
+    constexpr int threads = 3;
+    const int messages = 80 * mebibyte / (length < 10000 ? 8 : 1) / length / threads;
     const Workspace workspace;
     const QFileInfo log(workspace.path(logFile));
     std::unique_ptr<TestVolume> disk;
@@ -368,9 +371,9 @@ void TestLog::aLogThatGrowsTooLong()
         AppMessageHandler(QtInfoMsg, {}, QStringLiteral("the first"));
         std::vector<std::thread> workers;
         for (int number = 0; number < threads; ++number) {
-            workers.emplace_back([] {
+            workers.emplace_back([=] {
                 for (int i = 0; i < messages; ++i)
-                    AppMessageHandler(QtInfoMsg, {}, QString(mebibyte / 10, QLatin1Char('x')));
+                    AppMessageHandler(QtInfoMsg, {}, QString(length, QLatin1Char('x')));
             });
         }
         for (std::thread &thread : workers)

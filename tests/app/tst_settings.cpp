@@ -1,9 +1,12 @@
 #include "app/paths.h"
 #include "app/settings.h"
+#include "app/settingsfile.h"
 #include "tests/support/messagelog.h"
 #include "tests/support/testmain.h"
+#include "tests/support/volumes.h"
 #include "tests/support/workspace.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJSEngine>
@@ -92,6 +95,9 @@ private slots:
     void otherKeysSurviveTheView();
     void objectsAreNotBuilt_data();
     void objectsAreNotBuilt();
+    void noRoomForTheFile();
+    void noRoomForTheCopy();
+    void whatWasSetAtTheStartIsNotWrittenAtTheEnd();
     void noRegularFile_data();
     void noRegularFile();
     void theViewChangesAnotherKey_data();
@@ -285,6 +291,12 @@ void TestSettings::objectsAreNotBuilt_data()
     row("one of several", "Mine", "a, @" + list);
     row("an at sign in hexadecimal", "Mine", "\\x40" + list);
     row("an at sign in octal", "Mine", "\\100" + list);
+    row("after an escape that means nothing", "Mine", "\\q@" + list);
+    row("after an escape without a number", "Mine", "\\x@" + list);
+    row("an at sign with more than 16 bits", "Mine", "\\x10040" + list);
+    row("an at sign with more than 16 bits and zeros", "Mine", "\\x00010040" + list);
+    row("an at sign with more than 16 bits in octal", "Mine", "\\200100" + list);
+    row("a date after an escape that means nothing", "Mine", R"(\s@DateTime(\0\0\0\x10))");
     row("in a key of ours", "Camera1Yaw", "@" + list);
     row("a date", "Mine", R"(@DateTime(\0\0\0\x10))");
     row("no type that is known", "Mine", "@Image(1)");
@@ -322,6 +334,59 @@ void TestSettings::objectsAreNotBuilt()
     QCOMPARE(workspace.tree("data").size(), 1);
 }
 
+void TestSettings::noRoomForTheFile()
+{
+    const Workspace workspace;
+    const QByteArray content =
+        "[General]\nSerialnumber=7\nMine=@Variant(1)\nLong=" + QByteArray(3000, 'x') + '\n';
+    const TestVolume disk(QFileInfo(workspace.path(settingsFile)).path(), 64);
+    SKIP_UNLESS_MOUNTED(disk);
+    workspace.write(settingsFile, content);
+    QFile filler(workspace.path("data/Kelpora 360/filler"));
+    QVERIFY(filler.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
+    while (filler.write(QByteArray(4096, 'f')) > 0) {
+    }
+    storeSettings({{"Serialnumber", "8"}});
+    QCOMPARE(workspace.read(settingsFile), content);
+    QVERIFY(filler.remove());
+    storeSettings({{"Serialnumber", "8"}});
+    QVERIFY(workspace.read(settingsFile).contains("\nSerialnumber=8\n"));
+}
+
+void TestSettings::noRoomForTheCopy()
+{
+    const Workspace workspace;
+    const QByteArray content = "[General]\nSerialnumber=7\nMine=@Variant(1)\n";
+    workspace.write(settingsFile, content);
+    const QByteArray usual = qgetenv("TMPDIR");
+    const MessageLog log;
+    qputenv("TMPDIR", "/dev/null");
+    storeSettings({{"Serialnumber", "8"}});
+    const Texts loaded = texts(loadSettings());
+    qputenv("TMPDIR", usual);
+    QCOMPARE(loaded, defaults());
+    QCOMPARE(workspace.read(settingsFile), content);
+    QCOMPARE(MessageLog::lines().filter("no temporary file can be written").size(), 1);
+    QCOMPARE(loadSettings().value("Serialnumber").toString(), "7");
+}
+
+/// The program opens the file at its start, and holds it until its end.
+void TestSettings::whatWasSetAtTheStartIsNotWrittenAtTheEnd()
+{
+    const Workspace workspace;
+    workspace.write(settingsFile, "[General]\nSerialnumber=7\nMine=@Variant(1)\n");
+    {
+        SettingsFile early(getIniFilePath());
+        early.setValue("AppVersion", "1");
+        const QString folder = QFileInfo(workspace.path(settingsFile)).path();
+        QVERIFY(QDir().rename(folder, folder + "-away"));
+        early.sync();
+        QVERIFY(QDir().rename(folder + "-away", folder));
+        storeSettings({{"Serialnumber", "8"}});
+    }
+    QCOMPARE(loadSettings().value("Serialnumber").toString(), "8");
+}
+
 void TestSettings::noRegularFile_data()
 {
     QTest::addColumn<QString>("kind");
@@ -333,9 +398,9 @@ void TestSettings::noRegularFile_data()
     QTest::newRow("a file of 2 MiB") << "large"
                                      << "it is larger than 1 MiB";
     QTest::newRow("an object in quotes that don't end") << "Mine=\"@Variant(1)\n"
-                                                        << "it holds values of unknown types";
-    QTest::newRow("an object in a group's name") << "[Other=\\\n@Image(1)\n"
-                                                 << "it holds values of unknown types";
+                                                        << "it has a line without an end";
+    QTest::newRow("an object, and a group's name that doesn't end") << "Mine=@Variant(1)\n[Other=\\\n1\n"
+                                                                    << "a line of it can't be read";
     QTest::newRow("a folder in the lock's place") << "lock"
                                                   << "its lock is no regular file";
 }

@@ -182,6 +182,7 @@ private slots:
     void aTakeOfThreeCamerasLiesSideBySide();
     void copyOneFile_data();
     void copyOneFile();
+    void onePhotoWithItsProject();
     void closingDuringALargeImport();
     void closingWhileCopiesWaitForTheDisk();
     void afterClosingNothingIsCopied();
@@ -777,6 +778,24 @@ void TestAppController::copyOneFile()
              there ? QStringList{QStringLiteral("0 9 5 Copied ") + path + QStringLiteral(" correctly.")}
                    : QStringList());
     QCOMPARE(filesBelow(workspace.path(QStringLiteral("dst"))), there ? QStringList{copy} : QStringList());
+}
+
+void TestAppController::onePhotoWithItsProject()
+{
+    const Workspace workspace;
+    const QString photo = workspace.write(QStringLiteral("card/A.JPG"), "content");
+    const QString rig = workspace.write(QStringLiteral("templates/Rig.kava"), "<kava><pano a='1'/></kava>");
+    AppController controller;
+    int copied = -1;
+    QVERIFY(QMetaObject::invokeMethod(&controller, "copyPhotoFile", Qt::DirectConnection,
+                                      Q_RETURN_ARG(int, copied), Q_ARG(QString, photo), Q_ARG(int, 1),
+                                      Q_ARG(int, 1), Q_ARG(int, 1),
+                                      Q_ARG(QDir, QDir(workspace.path(QStringLiteral("card")))),
+                                      Q_ARG(QDir, QDir(workspace.path(QStringLiteral("dst")))),
+                                      Q_ARG(QString, rig), Q_ARG(QString, QString())));
+    QCOMPARE(copied, 1);
+    QCOMPARE(filesBelow(workspace.path(QStringLiteral("dst"))),
+             (QStringList{QStringLiteral("A_cam1.JPG"), QStringLiteral("A_giga.JPG.pano")}));
 }
 
 void TestAppController::closingDuringALargeImport()

@@ -114,6 +114,7 @@ private slots:
     void aFolderThatIsLockedMeanwhile();
     void copiesThatAreMovedAway_data();
     void copiesThatAreMovedAway();
+    void aFolderThatIsRenamedMeanwhile();
     void aDestinationThatTurnsReadOnly();
     void aDiskThatFailsLate_data();
     void aDiskThatFailsLate();
@@ -387,6 +388,39 @@ void TestFaults::copiesThatAreMovedAway()
                                   .filter(QStringLiteral("Card 1: moved or deleted during the import: "));
     QCOMPARE(named.size(), all ? 2 : 1);
     QVERIFY(named.constFirst().contains(what));
+}
+
+/// Photos that were copied ahead lie in the folder that was renamed.
+void TestFaults::aFolderThatIsRenamedMeanwhile()
+{
+    constexpr int photos = 30;
+    const Workspace workspace;
+    for (int i = 0; i < photos; ++i)
+        workspace.write(QStringLiteral("card/DCIM/P%1.JPG").arg(i), recording(1000, quint32(i)));
+    const QString rig = workspace.write(QStringLiteral("templates/Rig.kava"), "<kava><pano/></kava>");
+    const QString folder = workspace.path(QStringLiteral("dst/DCIM"));
+    AppController controller;
+    const CardReports reports(controller);
+    bool renamed = false;
+    connect(
+        &controller, &AppController::updateCardProgress, &controller,
+        [&](const QVariant &, const QVariant &, const QVariant &, const QVariant &value,
+            const QVariant &text) {
+            if (value.toInt() == 4 && text.toString().startsWith(QStringLiteral("Copying ")))
+                renamed = QFile::rename(folder, folder + QStringLiteral("-away"));
+        },
+        Qt::DirectConnection);
+    controller.copyFiles(workspace.path(QStringLiteral("card")), {}, {},
+                         workspace.path(QStringLiteral("dst")), rig, {});
+    QVERIFY(AppController::waitForJobs(hangMilliseconds));
+    QVERIFY(renamed);
+    QCOMPARE(reports.finalOf(1),
+             QStringList{"0 1 1 Error: Some copies were moved or deleted during the import. "
+                         "Copied 0/0 videos and 30/30 photos."});
+    const QStringList files = filesBelow(workspace.path(QStringLiteral("dst")));
+    QCOMPARE(files.filter(QStringLiteral("_cam1.JPG")).size(), photos);
+    QCOMPARE(files.filter(QStringLiteral("_giga.JPG.pano")).size(), photos);
+    QCOMPARE(files.filter(QStringLiteral("DCIM/")).filter(QStringLiteral(".part")), QStringList());
 }
 
 void TestFaults::aDestinationThatTurnsReadOnly()
