@@ -18,7 +18,7 @@ using std::chrono::steady_clock;
 /// How often to look whether the program has read all before the cable is pulled, and how many looks in a
 /// row must find nothing: on a busy machine bytes take a while from the far end to the near end.
 constexpr milliseconds lookGap{5};
-constexpr int quietLooksWanted = 20;
+constexpr int quietLooksWanted = 80;
 
 } // namespace
 

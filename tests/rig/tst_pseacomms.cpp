@@ -197,7 +197,7 @@ std::vector<Delivery> deliveries()
 {
     constexpr int ample = 10000;
     constexpr int scant = 60; // where four reads are used however long each takes
-    constexpr int fair = 150;
+    constexpr int fair = 250;
     constexpr int scantDump = 400;
     return {
         {"whole lines", {}, Whole, ample, ample},
@@ -509,7 +509,7 @@ void TestPseaComms::answers()
     SimulatedRig rig(rigWith({}));
     rig.answerInstead(address.toStdString(), linesOf(bodies));
     Program program;
-    program.link.timeouts_ = {reads > 0 ? 10000 : 60, 60};
+    program.link.timeouts_ = {reads > 0 ? 10000 : 250, 250};
     program.link.settings_ = {7, 7, 7, 7, 7};
     program.link.version_ = QStringLiteral("old");
     program.link.clockTime_ = 7;
