@@ -124,7 +124,7 @@ Appended tryToAppend(const QString &path, const QByteArray &text)
 bool append(const QString &path, const QByteArray &text)
 {
     const Appended done = tryToAppend(path, text);
-    if (done.size > longestLog || (done.opened && !done.whole && done.size > shortestToShorten)) {
+    if (done.size > longestLog || (!done.whole && done.size > shortestToShorten)) {
         shorten(path, done.size);
         // The disk was full, and is no longer.
         if (!done.whole)

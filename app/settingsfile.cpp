@@ -127,6 +127,12 @@ Line lineAt(const QByteArray &content, int begin)
     return line;
 }
 
+/// Empty if it has none.
+QByteArray valueOf(const Line &line, const QByteArray &content)
+{
+    return line.value < 0 ? QByteArray() : content.mid(line.value, line.end - line.value);
+}
+
 bool holdsObjects(const QByteArray &content)
 {
     // No spelling of "@" ends otherwise.
@@ -134,7 +140,7 @@ bool holdsObjects(const QByteArray &content)
         return false;
     for (Line line; line.next < content.size();) {
         line = lineAt(content, line.next);
-        if (line.value >= 0 && holdsObject(content.mid(line.value, line.end - line.value)))
+        if (holdsObject(valueOf(line, content)))
             return true;
     }
     return false;
@@ -161,7 +167,8 @@ SettingsFile::SettingsFile(const QString &path)
 
 SettingsFile::~SettingsFile()
 {
-    sync();
+    if (changed_)
+        sync();
 }
 
 void SettingsFile::useCopy(const QByteArray &content)
@@ -172,10 +179,10 @@ void SettingsFile::useCopy(const QByteArray &content)
     QByteArray harmless;
     for (Line line; line.next < content.size();) {
         line = lineAt(content, line.next);
-        const QByteArray value = content.mid(line.value, line.end - line.value);
         if (!line.whole)
             problem_ = QStringLiteral("it has a line without an end");
-        if (line.value < 0 || !holdsObject(value)) {
+        const QByteArray value = valueOf(line, content);
+        if (!holdsObject(value)) {
             harmless += content.mid(line.begin, line.end - line.begin) + '\n';
             continue;
         }

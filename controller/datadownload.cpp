@@ -1,5 +1,6 @@
 #include "controller/datadownload.h"
 
+#include "controller/earlierlines.h"
 #include "controller/pseacomms.h"
 #include "controller/record.h"
 #include "platform/filesync.h"
@@ -51,6 +52,7 @@ class Sequence
 public:
     explicit Sequence(const QStringList &lines)
         : lines_(lines)
+        , earlier_(lines)
     {
     }
 
@@ -60,7 +62,7 @@ public:
     bool follows(int i, const Record &record)
     {
         const bool next = !previous_ || record.number - *previous_ == 1;
-        if (!next && wasSentBefore(i))
+        if (!next && earlier_.contain(lines_[i], i))
             return true;
         const std::optional<int> before = std::exchange(previous_, record.number);
         if (next || record.type == 's')
@@ -70,17 +72,8 @@ public:
     }
 
 private:
-    /// Most dumps never ask: the lines are only gathered for one that does.
-    bool wasSentBefore(int i)
-    {
-        for (; gathered_ < i; ++gathered_)
-            seen_.insert(lines_[gathered_]);
-        return seen_.contains(lines_[i]);
-    }
-
     const QStringList &lines_;
-    QSet<QString> seen_;
-    int gathered_ = 0;
+    EarlierLines earlier_;
     std::optional<int> previous_;
 };
 

@@ -1,12 +1,14 @@
 #include "controller/pseacomms.h"
 
+#include "controller/earlierlines.h"
 #include "controller/nmea0183.h"
 #include "controller/record.h"
 
 #include <QDateTime>
 #include <QDebug>
 #include <QElapsedTimer>
-#include <QSet>
+
+#include <algorithm>
 
 namespace {
 
@@ -52,36 +54,6 @@ void logAnswer(const char *what, const QString &line)
 {
     qInfo() << what << line;
 }
-
-/// Whether a dump's line is sent again. In most dumps the numbers only rise, which no line that was sent
-/// before could do: the lines are gathered for one that does otherwise.
-class SentBefore
-{
-public:
-    /// `lines` are those that came; the ones to be checked are appended afterwards.
-    explicit SentBefore(const QStringList &lines)
-        : lines_(lines)
-        , gathered_(lines.size())
-    {
-    }
-
-    bool check(int number, const QString &line)
-    {
-        if (number > highest_) {
-            highest_ = number;
-            return false;
-        }
-        for (; gathered_ < lines_.size(); ++gathered_)
-            seen_.insert(lines_[gathered_]);
-        return seen_.contains(line);
-    }
-
-private:
-    const QStringList &lines_;
-    QSet<QString> seen_;
-    int gathered_;
-    int highest_ = 0;
-};
 
 } // namespace
 
@@ -276,7 +248,8 @@ bool PSEAComms::readData(QStringList &lines)
     if (!send("$PSEADUMP"))
         return false;
     dump_ = {};
-    SentBefore sentBefore(lines);
+    EarlierLines earlier(lines, false);
+    int highest = 0;
     // Before the first data line four reads are the limit. After it, no number of lines ends a dump without
     // its end message, but as much time as four silent reads take does.
     int reads = 0;
@@ -312,7 +285,10 @@ bool PSEAComms::readData(QStringList &lines)
                 sinceData.start();
             continue;
         }
-        if (!sentBefore.check(number, line)) {
+        // A number above all others was not sent before.
+        const bool again = number <= highest && earlier.contain(line, lines.size());
+        highest = std::max(highest, number);
+        if (!again) {
             sinceData.start();
             if (sentence.NumFields() >= Record::fieldCount)
                 ++dump_.numbered;

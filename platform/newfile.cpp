@@ -71,6 +71,11 @@ NewFile::~NewFile()
     }
 }
 
+bool NewFile::write(const QByteArray &content)
+{
+    return isOpen() && file_.write(content) == content.size() && file_.flush();
+}
+
 Publish NewFile::publish(const QString &path)
 {
     if (file_.isOpen()) {
@@ -93,7 +98,7 @@ Publish NewFile::publish(const QString &path)
 Publish writeNewFile(const QString &path, const QByteArray &content)
 {
     NewFile file(QFileInfo(path).absolutePath());
-    if (!file.isOpen() || file.file().write(content) != content.size() || !file.file().flush())
+    if (!file.write(content))
         return Publish::Failed;
     return syncContent(file.file()) ? file.publish(path) : Publish::NotOnDisk;
 }

@@ -32,6 +32,9 @@ public:
     /// What could not be done, with the system's reason; empty while all is well, also after Publish::Exists.
     [[nodiscard]] const QString &error() const { return error_; }
 
+    /// Writes all of `content` to the file, and hands it to the system. False if it could not be.
+    [[nodiscard]] bool write(const QByteArray &content);
+
     /// Closes the file and renames it to `path`, which lies in the same folder. After Publish::Exists it may
     /// be called again with another name.
     [[nodiscard]] Publish publish(const QString &path);

@@ -165,32 +165,14 @@ void setEncodingRules(QDomElement rules)
     rules.setAttribute(QStringLiteral("abitrate"), QStringLiteral("160000"));
 }
 
-QString wroteLine(int card, const QString &path)
+/// Logs what came of writing `path`; another card's worker may have been first, which is as good. A line that
+/// it is written only if `tellDone`. False if the disk could not take it.
+bool logWritten(int card, const QString &path, Publish result, bool tellDone = true)
 {
-    return QStringLiteral("Card %1: wrote template file %2.").arg(card).arg(path);
-}
-
-void logNotOnDisk(int card, const QString &path)
-{
-    qWarning().noquote() << QStringLiteral("Card %1: the disk could not take %2.").arg(card).arg(path);
-}
-
-/// Writes `text` to `path`; another card's worker may have been first, which is as good.
-Publish writeToDisk(int card, const QString &path, const QByteArray &text)
-{
-    const Publish result = writeNewFile(path, text);
     if (result == Publish::NotOnDisk)
-        logNotOnDisk(card, path);
-    return result;
-}
-
-/// The same for a project, or a template made of one, with a line in the log. False if the disk could not
-/// take it.
-bool writeProject(int card, const QString &path, const QByteArray &text)
-{
-    const Publish result = writeToDisk(card, path, text);
-    if (result == Publish::Done)
-        qInfo().noquote() << wroteLine(card, path);
+        qWarning().noquote() << QStringLiteral("Card %1: the disk could not take %2.").arg(card).arg(path);
+    else if (result == Publish::Done && tellDone)
+        qInfo().noquote() << QStringLiteral("Card %1: wrote template file %2.").arg(card).arg(path);
     return result != Publish::NotOnDisk;
 }
 
@@ -203,7 +185,7 @@ void supplyTemplate(int card, const QString &projectPath, const QString &folderT
     if (project.open(QIODevice::ReadOnly)) {
         const QByteArray text = project.readAll();
         if (project.error() == QFileDevice::NoError)
-            writeToDisk(card, folderTemplate, text);
+            logWritten(card, folderTemplate, writeNewFile(folderTemplate, text), false);
     }
     qInfo().noquote() << QStringLiteral("Card %1: copied template file %2.").arg(card).arg(folderTemplate);
 }
@@ -220,7 +202,7 @@ bool writeVideoProject(int card, const QString &templatePath, const QString &vid
 
     const ProjectTemplate projectTemplate = readTemplate();
     if (projectTemplate.aboveLimit)
-        return writeToDisk(card, kavaPath, {}) != Publish::NotOnDisk;
+        return logWritten(card, kavaPath, writeNewFile(kavaPath, {}), false);
     const QDomDocument &document = projectTemplate.document;
     const QString base = QFileInfo(videoPath).fileName();
     CameraFiles files = cameraVideos(base, name);
@@ -241,7 +223,7 @@ bool writeVideoProject(int card, const QString &templatePath, const QString &vid
         .setAttribute(QStringLiteral("file"),
                       replaced(base, videoExtension, QStringLiteral("_rendered.kava")));
     setEncodingRules(kava.firstChildElement(QStringLiteral("encodingrules")));
-    const bool onDisk = writeProject(card, kavaPath, toXml(document));
+    const bool onDisk = logWritten(card, kavaPath, writeNewFile(kavaPath, toXml(document)));
 
     const QString folderTemplate =
         QDir(getTemplateDir()).absoluteFilePath(QFileInfo(templatePath).fileName());
@@ -249,7 +231,7 @@ bool writeVideoProject(int card, const QString &templatePath, const QString &vid
 
     const QString gigaTemplate = replaced(folderTemplate, QStringLiteral(".kava"), QStringLiteral(".pano"));
     if (!QFileInfo::exists(gigaTemplate))
-        writeProject(card, gigaTemplate, toPanoXml(pano));
+        logWritten(card, gigaTemplate, writeNewFile(gigaTemplate, toPanoXml(pano)));
     return onDisk;
 }
 
@@ -363,21 +345,14 @@ bool Autopano::publishOldest(const StopFlag &stop)
     const Pending oldest = std::move(pending_.front());
     pending_.pop_front();
     const Publish result = oldest.project->publish(stop);
-    if (stop.isRaised())
-        return true;
-    if (result == Publish::NotOnDisk)
-        logNotOnDisk(oldest.card, oldest.project->path());
-    else if (result == Publish::Done && oldest.hasTemplate)
-        qInfo().noquote() << wroteLine(oldest.card, oldest.project->path());
-    return result != Publish::NotOnDisk;
+    return stop.isRaised() || logWritten(oldest.card, oldest.project->path(), result, oldest.hasTemplate);
 }
 
 bool Autopano::finish(const StopFlag &stop)
 {
     bool onDisk = true;
-    while (!pending_.empty() && !stop.isRaised())
+    while (!pending_.empty())
         onDisk = publishOldest(stop) && onDisk;
-    pending_.clear();
     return onDisk;
 }
 

@@ -42,7 +42,7 @@ bool PendingProject::write(const QByteArray &content)
 {
     content_ = content;
     file_.emplace(QFileInfo(path_).absolutePath());
-    if (!file_->isOpen() || file_->file().write(content) != content.size() || !file_->file().flush())
+    if (!file_->write(content))
         return false;
     started_ = startSync(file_->file());
     return true;

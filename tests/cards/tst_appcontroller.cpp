@@ -172,6 +172,7 @@ private slots:
     void theLogNamesTheFolderCopiedTo_data();
     void theLogNamesTheFolderCopiedTo();
     void aDestinationWithALineFeed();
+    void aDataFolderOfLineEndsAlone();
     void slotsThatAreLeftEmpty_data();
     void slotsThatAreLeftEmpty();
     void theFirstFullImportCopiesTheLog();
@@ -601,6 +602,21 @@ void TestAppController::aDestinationWithALineFeed()
         QCOMPARE(reports.finalOf(card), QStringList{"0 1 1 Copied 1/1 videos and 0/0 photos."});
         QVERIFY(QFileInfo::exists(workspace.path(QStringLiteral("dst/DCIM/A_cam%1.MOV").arg(card))));
     }
+}
+
+void TestAppController::aDataFolderOfLineEndsAlone()
+{
+    AppController controller;
+    QStringList told;
+    connect(&controller, &AppController::updateDataProgress, this,
+            [&](const QVariant & /*from*/, const QVariant & /*to*/, const QVariant & /*value*/,
+                const QVariant &text) { told.append(text.toString()); });
+    controller.copyData(QStringLiteral("chosen"), QStringLiteral("\r\n"), {});
+    QVERIFY(AppController::waitForJobs(hangMilliseconds));
+    QCoreApplication::processEvents();
+    QCOMPARE(told.size(), 1);
+    QVERIFY2(told.constFirst().endsWith(QStringLiteral("Please choose destination")),
+             qPrintable(told.constFirst()));
 }
 
 void TestAppController::slotsThatAreLeftEmpty_data()

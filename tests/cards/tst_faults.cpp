@@ -339,20 +339,21 @@ void TestFaults::aFolderThatIsLockedMeanwhile()
         workspace.write(QStringLiteral("card/%1/CLIP.MOV").arg(QLatin1String(folder)), recording(1000, 1));
     const QByteArray target = QFile::encodeName(workspace.makeFolder(QStringLiteral("dst")));
     QCOMPARE(::chmod(target.constData(), 0777), 0);
-    ImportRun import(workspace);
+    ImportRun worker(workspace);
     QByteArray locked;
-    import.onReport = [&](const Progress &progress) {
-        if (progress.value != 2 || !progress.text.startsWith(QStringLiteral("Copying"))) return;
-    locked = target + (progress.text.contains(QStringLiteral("/A/")) ? "/B" : "/A");
-    QCOMPARE(::chmod(locked.constData(), 0), 0);
-};
-std::thread thread([&import] {
-    const PlainUser user;
-    static_cast<void>(import.run());
-});
-thread.join();
-QCOMPARE(::chmod(locked.constData(), 0755), 0);
-QCOMPARE(import.finalReports(), QStringList{"0 1 1 Copied 2/2 videos and 0/0 photos."});
+    worker.onReport = [&](const Progress &progress) {
+        if (progress.value != 2 || !progress.text.startsWith(QStringLiteral("Copying")))
+            return;
+        locked = target + (progress.text.contains(QStringLiteral("/A/")) ? "/B" : "/A");
+        QCOMPARE(::chmod(locked.constData(), 0), 0);
+    };
+    std::thread thread([&worker] {
+        const PlainUser user;
+        static_cast<void>(worker.run());
+    });
+    thread.join();
+    QCOMPARE(::chmod(locked.constData(), 0755), 0);
+    QCOMPARE(worker.finalReports(), QStringList{"0 1 1 Copied 2/2 videos and 0/0 photos."});
 }
 
 void TestFaults::copiesThatAreMovedAway_data()

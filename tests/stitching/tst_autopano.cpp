@@ -300,6 +300,7 @@ private slots:
     void theSameBytesInEveryProcess_data();
     void theSameBytesInEveryProcess();
     void aPhotoProjectIsWrittenOnce();
+    void aPhotoProjectThatIsNotWritten();
     void threeCardsAtOnce_data();
     void threeCardsAtOnce();
     void aLargeTemplate_data();
@@ -926,6 +927,28 @@ void TestAutopano::aPhotoProjectIsWrittenOnce()
     QCOMPARE(workspace.tree("day").keys(), QStringList{QStringLiteral("A_giga.JPG.pano")});
     QVERIFY(write(&second, 2));
     QCOMPARE(unfinished(), 0);
+}
+
+/// It keeps no other card from writing it, and a stopped import waits for nothing.
+void TestAutopano::aPhotoProjectThatIsNotWritten()
+{
+    const Takes workspace;
+    const auto write = [&](Autopano *writer) {
+        return writer->writePano(1, workspace.templatePath, workspace.path(QStringLiteral("later/A.JPG")), {},
+                                 [] { return settings(); });
+    };
+    Autopano early;
+    Autopano late;
+    QVERIFY(write(&early));
+    workspace.makeFolder(QStringLiteral("later"));
+    QVERIFY(write(&late));
+    StopFlag stop;
+    stop.raise();
+    QVERIFY(late.finish(stop));
+    QCOMPARE(workspace.tree("later").size(), 0);
+    QVERIFY(write(&late));
+    QVERIFY(late.finish());
+    QCOMPARE(workspace.tree("later").keys(), QStringList{QStringLiteral("A_giga.JPG.pano")});
 }
 
 void TestAutopano::threeCardsAtOnce_data()
