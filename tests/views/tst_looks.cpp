@@ -539,7 +539,7 @@ void TestLooks::theWaitMoves()
     const View &view = *photographer_->view();
     QMetaObject::invokeMethod(view.object(QStringLiteral("waitPopup")), "open");
     QTest::qWait(200);
-    const QSignalSpy frames(view.window(), &QQuickWindow::frameSwapped);
+    const FrameCounter frames(view.window());
     QElapsedTimer time;
     time.start();
     QSet<QByteArray> pictures;

@@ -2,7 +2,6 @@
 
 #include <QJsonObject>
 #include <QQmlContext>
-#include <QSignalSpy>
 #include <QtTest>
 
 namespace {
@@ -51,6 +50,11 @@ void ScriptedController::updateSettings(const QVariantMap &changed)
         settings.insert(entry.key(), entry.value());
 }
 
+FrameCounter::FrameCounter(QQuickWindow *window)
+{
+    connect(window, &QQuickWindow::frameSwapped, this, [this] { ++count_; });
+}
+
 View::View(ScriptedController *controller, State state)
 {
     engine_.setNetworkAccessManagerFactory(&network_);
@@ -69,7 +73,7 @@ View::View(ScriptedController *controller, State state)
 /// The pages get their place with the second frame that has them.
 bool View::isLaidOut() const
 {
-    const QSignalSpy frames(window_, &QQuickWindow::frameSwapped);
+    const FrameCounter frames(window_);
     return QTest::qWaitFor([&] {
         window_->update();
         return frames.count() >= 2;

@@ -59,6 +59,22 @@ private:
     }
 };
 
+/// Counts a window's frames. They are told from the thread that draws, where a QSignalSpy would be changed
+/// while it is read.
+class FrameCounter : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit FrameCounter(QQuickWindow *window);
+
+    /// Those that this thread has heard of.
+    [[nodiscard]] int count() const { return count_; }
+
+private:
+    int count_ = 0;
+};
+
 /// The program's window, shown on the test's screen.
 class View
 {
