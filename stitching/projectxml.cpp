@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QMap>
+#include <QRegularExpression>
 #include <QTextStream>
 #include <QXmlStreamWriter>
 
@@ -17,6 +18,8 @@ namespace {
 /// line feed. They pass it as these noncharacters and become character references afterwards.
 constexpr ushort firstStandIn = 0xFDD0;
 constexpr ushort lastStandIn = 0xFDEF;
+
+const QString plainDeclaration = QStringLiteral("version='1.0' encoding='UTF-8'");
 
 bool needsStandIn(QChar character)
 {
@@ -53,7 +56,10 @@ public:
 
     void writeDeclaration(const QString &data)
     {
-        writer_.writeProcessingInstruction(QStringLiteral("xml"), data);
+        // The DOM has put each value into single quotes, also one that holds such a quote.
+        static const QRegularExpression readable(QStringLiteral("\\A( ?\\w+='[^']*')*\\z"));
+        writer_.writeProcessingInstruction(QStringLiteral("xml"),
+                                           readable.match(data).hasMatch() ? data : plainDeclaration);
     }
 
     void writeNode(const QDomNode &node)
@@ -66,6 +72,8 @@ public:
             writer_.writeCharacters(withStandIns(node.nodeValue()));
         else if (node.isComment())
             writer_.writeComment(checked(node.nodeValue()));
+        else if (node.isProcessingInstruction() && node.nodeName() == QLatin1String("xml"))
+            writeDeclaration(checked(node.nodeValue()));
         else if (node.isProcessingInstruction())
             writer_.writeProcessingInstruction(node.nodeName(), checked(node.nodeValue()));
         else if (node.isEntityReference())
@@ -187,7 +195,7 @@ QByteArray toXml(const QDomDocument &document)
 QByteArray toPanoXml(const QDomElement &pano)
 {
     XmlWriter writer;
-    writer.writeDeclaration(QStringLiteral("version='1.0' encoding='UTF-8'"));
+    writer.writeDeclaration(plainDeclaration);
     if (!pano.isNull())
         writer.writeNode(pano);
     return writer.finish();

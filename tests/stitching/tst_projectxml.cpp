@@ -127,6 +127,7 @@ private slots:
     void unreadableFile();
     void accepted_data();
     void accepted();
+    void aQuoteInTheDeclaration();
     void layout_data();
     void layout();
     void instructionsAddNoLines();
@@ -320,6 +321,13 @@ void TestProjectXml::accepted()
     QCOMPARE(read.document.documentElement().tagName(), QStringLiteral("kava"));
     QCOMPARE(read.document.documentElement().text(), content);
     QCOMPARE(listed(parse(toXml(read.document)).document), listed(read.document));
+}
+
+void TestProjectXml::aQuoteInTheDeclaration()
+{
+    const ProjectTemplate read = parse("<?xml version='1.0' encoding=\"U'F-8\"?><kava>a</kava>");
+    QCOMPARE(read.problem, QString());
+    QCOMPARE(toXml(read.document), QByteArray("<?xml version='1.0' encoding='UTF-8'?>\n<kava>a</kava>\n"));
 }
 
 void TestProjectXml::layout_data()
