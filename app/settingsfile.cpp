@@ -50,9 +50,15 @@ bool beginsObject(const char *at, const char *end)
                     static_cast<unsigned>(QByteArray(1, *at).toInt(nullptr, base));
         return value & 0xffffU;
     };
+    bool quoted = false;
     while (at != end) {
         const char c = *at++;
-        if (c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '"')
+        if (c == '"') {
+            quoted = !quoted;
+            continue;
+        }
+        // In quotes they are the text's beginning.
+        if (!quoted && (c == ' ' || c == '\t' || c == '\n' || c == '\r'))
             continue;
         if (c == '@') {
             static const QRegularExpression harmless(
@@ -188,13 +194,15 @@ void SettingsFile::useCopy(const QByteArray &content)
         }
         harmless += content.mid(line.begin, line.value - line.begin) + mark_ +
                     QByteArray::number(kept_.size()) + ".\n";
-        kept_.append(value.trimmed());
+        kept_.append(value);
     }
     if (!copy_.open() || copy_.write(harmless) != harmless.size() || !copy_.flush())
         problem_ = QStringLiteral("no temporary file can be written");
     if (!problem_.isEmpty())
         return;
     values_ = std::make_unique<QSettings>(copy_.fileName(), QSettings::IniFormat);
+    // The toolkit reads a group when it is asked for.
+    static_cast<void>(values_->allKeys());
     if (values_->status() != QSettings::NoError)
         problem_ = QStringLiteral("a line of it can't be read");
 }

@@ -212,6 +212,7 @@ void TestSettings::textsSurvive_data()
     QTest::newRow("quotes and a backslash") << QStringLiteral("\"a\\b\"");
     QTest::newRow("an equals sign") << "a=b";
     QTest::newRow("an at sign") << "@Invalid()";
+    QTest::newRow("an at sign after a blank") << " @x";
     QTest::newRow("letters beyond ASCII") << QString::fromUtf8("äöü 中");
     QTest::newRow("lines") << "a\nb";
     QTest::newRow("minus zero") << "-0";
@@ -305,7 +306,10 @@ void TestSettings::objectsAreNotBuilt_data()
     QTest::newRow("in a key that has an at sign")
         << "%40Mine=@" + list << "@Mine" << QString::fromLatin1("@" + list);
     QTest::newRow("before a comment") << "Mine= @" + list + " ;@Date"
-                                      << "Mine" << QString::fromLatin1("@" + list);
+                                      << "Mine" << QString::fromLatin1(" @" + list + " ");
+    QTest::newRow("with a line end that goes on at its end")
+        << "Mine=@" + list + "\\\n\r"
+        << "Mine" << QString::fromLatin1("@" + list + "\\\n\r");
 }
 
 void TestSettings::objectsAreNotBuilt()
@@ -399,6 +403,8 @@ void TestSettings::noRegularFile_data()
                                      << "it is larger than 1 MiB";
     QTest::newRow("an object in quotes that don't end") << "Mine=\"@Variant(1)\n"
                                                         << "it has a line without an end";
+    QTest::newRow("an object, and a line without a value") << "Mine=@Variant(1)\nYours\n"
+                                                           << "a line of it can't be read";
     QTest::newRow("an object, and a group's name that doesn't end") << "Mine=@Variant(1)\n[Other=\\\n1\n"
                                                                     << "a line of it can't be read";
     QTest::newRow("a folder in the lock's place") << "lock"
