@@ -1,5 +1,6 @@
 #include "platform/descriptor.h"
 #include "platform/stopflag.h"
+#include "platform/unsupported.h"
 #include "platform/volumeflush.h"
 
 #include <QFile>
@@ -103,7 +104,10 @@ Flushed VolumeFlush::finish(const QStringList &files, const StopFlag &stop, QStr
     // Each volume is flushed, whatever another one says.
     bool failed = volumes_->byDevice.empty();
     for (const auto &[device, volume] : volumes_->byDevice) {
-        const bool flushed = ::syncfs(volume.file.get()) == 0 && isWritable(volume.file.get());
+        const int file = volume.file.get();
+        // syncfs() doesn't reach what runs a volume of FUSE, such as exFAT: it has its disk flush for an fsync().
+        const bool flushed = ::syncfs(file) == 0 && (::fsync(file) == 0 || isUnsupported(errno)) &&
+                             isWritable(file);
         failed = failed || !flushed || deviceBelow(volume.folder) != device;
     }
     if (failed)
