@@ -312,8 +312,8 @@ class Trouble(ControllerTest):
         self.check_close(testing.closing_bound() + JOB_THAT_GOES_ON, sent=[])
 
     def test_closed_in_the_middle_of_a_dump(self):
-        # 800 lines take more than 5 s on the wire.
-        entries = dive(1, 10, START, 799)
+        # They take about 7 s on the wire: longer than it takes to close, shorter than what the power-off waits for.
+        entries = dive(1, 10, START, 1199)
         window = self.begin("--slow", entries=entries)
         window.turn_to("Copy Data")
         window.press("Copy Data")

@@ -300,11 +300,16 @@ Photographer::Photographer(const QString &font)
 
 void Photographer::take(const char *name, QQuickItem *top)
 {
-    // The strip below the tabs moves to its place for a quarter of a second.
+    // The strip below the tabs moves to its place for a quarter of a second, and longer on a busy machine.
     QTest::qWait(350);
     Scene scene;
     scene.name = QString::fromLatin1(name);
-    scene.picture = view_->window()->grabWindow();
+    QImage picture = view_->window()->grabWindow();
+    for (int i = 0; i < 30 && scene.picture != picture; ++i) {
+        scene.picture = picture;
+        QTest::qWait(70);
+        picture = view_->window()->grabWindow();
+    }
     describe(top, &scene);
     if (walks_)
         walk(*view_, &scene);
@@ -314,8 +319,10 @@ void Photographer::take(const char *name, QQuickItem *top)
 void Photographer::takePopup(const char *name, const QString &popup)
 {
     QMetaObject::invokeMethod(view_->object(popup), "open");
+    static_cast<void>(QTest::qWaitFor([&] { return view_->isOpen(popup); }));
     take(name, view_->contentOf(popup)->parentItem());
     QMetaObject::invokeMethod(view_->object(popup), "close");
+    static_cast<void>(QTest::qWaitFor([&] { return !view_->property(popup, "visible").toBool(); }));
 }
 
 } // namespace
