@@ -105,9 +105,10 @@ Flushed VolumeFlush::finish(const QStringList &files, const StopFlag &stop, QStr
     bool failed = volumes_->byDevice.empty();
     for (const auto &[device, volume] : volumes_->byDevice) {
         const int file = volume.file.get();
-        // syncfs() doesn't reach what runs a volume of FUSE, such as exFAT: it has its disk flush for an fsync().
-        const bool flushed = ::syncfs(file) == 0 && (::fsync(file) == 0 || isUnsupported(errno)) &&
-                             isWritable(file);
+        // syncfs() doesn't reach what runs a volume of FUSE, such as exFAT: it has its disk flush for an
+        // fsync().
+        const bool flushed =
+            ::syncfs(file) == 0 && (::fsync(file) == 0 || isUnsupported(errno)) && isWritable(file);
         failed = failed || !flushed || deviceBelow(volume.folder) != device;
     }
     if (failed)
