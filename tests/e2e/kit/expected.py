@@ -32,7 +32,7 @@ class Destination:
         before = set(self.files)
         summaries = []
         for card, folder in cards.items():
-            found = _recordings(folder)
+            found = recordings_in(recordings.tree(folder))
             for name, data in found.items():
                 self._add(card, name, data, project, before)
             videos = sum(name.endswith(_VIDEO) for name in found)
@@ -110,8 +110,8 @@ def canonical(element):
     return ET.canonicalize(ET.tostring(element, encoding="unicode"), strip_text=True)
 
 
-def _recordings(folder):
-    """The card's files that an import copies."""
+def recordings_in(files):
+    """Those of a card's files (path, content) that an import copies."""
     def wanted(name):
         return name.endswith((_VIDEO,) + _PHOTOS) and not any(part.startswith(".") for part in name.split("/"))
-    return {name: data for name, data in recordings.tree(folder).items() if wanted(name)}
+    return {name: content for name, content in files.items() if wanted(name)}

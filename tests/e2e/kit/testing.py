@@ -140,6 +140,11 @@ def main():
     if not os.access(os.environ.get("KELPORA_PROGRAM", ""), os.X_OK):
         sys.exit("usage: {} EXECUTABLE [TEST...]".format(sys.argv[0]))
     session.enter()
+    run()
+
+
+def run():
+    """Runs the calling program's tests, which need no window, and says how they went."""
     runner = unittest.TextTestRunner(verbosity=2, resultclass=_Result)
     result = unittest.main(module="__main__", testRunner=runner, exit=False).result
     skipped = len(result.skipped)
