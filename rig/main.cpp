@@ -61,6 +61,8 @@ What goes wrong; all can be combined
   --no-end                a dump without its end message
 
   --transcript FILE       write both directions there, with times
+
+SIGUSR1 pulls the cable.
 )";
 
 enum Option : int {
@@ -312,8 +314,9 @@ void endGroup(pid_t group)
     }
 }
 
-/// Waits for the program; passes on what asks it to end, and insists after a while.
-int await(pid_t child, const sigset_t &signals)
+/// Waits for the program; passes on what asks it to end, and insists after a while. Pulls the cable when
+/// asked to.
+int await(pid_t child, const sigset_t &signals, SimulatedRig *rig)
 {
     constexpr std::time_t unlimited = 3600;
     constexpr std::time_t patience = 5;
@@ -330,6 +333,8 @@ int await(pid_t child, const sigset_t &signals)
         if (signal == SIGTERM || signal == SIGINT || signal == SIGHUP) {
             asked = true;
             kill(-child, signal);
+        } else if (signal == SIGUSR1) {
+            rig->unplug();
         } else if (asked && signal < 0 && errno == EAGAIN) {
             kill(-child, SIGKILL);
         }
@@ -347,7 +352,7 @@ int run(int argc, char *argv[])
     // Before any thread is started, so that all of them leave these to await().
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD})
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD, SIGUSR1})
         sigaddset(&signals, signal);
     sigprocmask(SIG_BLOCK, &signals, nullptr);
 
@@ -360,7 +365,7 @@ int run(int argc, char *argv[])
         return EXIT_FAILURE;
     }
     setpgid(child, child);
-    return await(child, signals);
+    return await(child, signals, &rig);
 }
 
 } // namespace

@@ -38,6 +38,7 @@ private slots:
     void aDevicePluggedInLater();
     void itTakesTheProgramWithIt_data();
     void itTakesTheProgramWithIt();
+    void aSignalPullsTheCable();
     void nothingIsLeftBehind();
 
 private:
@@ -138,6 +139,21 @@ void TestRigProgram::itTakesTheProgramWithIt()
     QCOMPARE(rig.exitCode(), code);
     for (const QByteArray &id : ids)
         QTRY_VERIFY(hasEnded(id.toInt()));
+}
+
+void TestRigProgram::aSignalPullsTheCable()
+{
+    const QString script = QStringLiteral("device=/dev/$0; echo ready; while [ -e $device ]; do :; done; "
+                                          "echo gone; until [ -e $device ]; do :; done; echo back");
+    QProcess rig;
+    rig.start(QStringLiteral(RIG),
+              {"--port", port_, "--replug-after", "0.2", "--", "bash", "-c", script, port_});
+    QVERIFY(rig.waitForReadyRead());
+    QCOMPARE(rig.readLine(), QByteArray("ready\n"));
+    ::kill(static_cast<pid_t>(rig.processId()), SIGUSR1);
+    QVERIFY(rig.waitForFinished());
+    QCOMPARE(rig.readAll(), QByteArray("gone\nback\n"));
+    QCOMPARE(rig.exitCode(), 0);
 }
 
 void TestRigProgram::nothingIsLeftBehind()
