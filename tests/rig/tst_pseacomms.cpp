@@ -326,7 +326,8 @@ void TestPseaComms::commandsOverEveryCable()
     if (delivery.faults.unplugAfter >= 0)
         QVERIFY(sent.startsWith(QByteArray::fromStdString(rig.received())));
     else
-        QCOMPARE(QByteArray::fromStdString(rig.received()), sent);
+        // A rig on a busy machine may not have heard yet what the program has given up.
+        QTRY_COMPARE(QByteArray::fromStdString(rig.received()), sent);
     if (done)
         QVERIFY(command.taken(program, rig.state()));
     if (!done)
@@ -676,7 +677,7 @@ void TestPseaComms::beepReadsNoAnswer()
     QVERIFY(timer.elapsed() < endsWithinMs);
     QCOMPARE(Program::reads(), 0);
     QTRY_COMPARE(rig.beeps(), 1);
-    QCOMPARE(QByteArray::fromStdString(rig.received()), QByteArray("$PSEABEEP*15\r\n"));
+    QTRY_COMPARE(QByteArray::fromStdString(rig.received()), QByteArray("$PSEABEEP*15\r\n"));
 }
 
 void TestPseaComms::anUnopenedPort_data()
