@@ -312,14 +312,17 @@ class Trouble(ControllerTest):
         self.check_close(testing.closing_bound() + JOB_THAT_GOES_ON, sent=[])
 
     def test_closed_in_the_middle_of_a_dump(self):
-        # They take about 7 s on the wire: longer than it takes to close, shorter than what the power-off waits for.
-        entries = dive(1, 10, START, 1199)
+        # 800 lines take more than 5 s on the wire: longer than it takes to close, and on a busy machine too they have
+        # come before the power-off waits for them no more.
+        entries = dive(1, 10, START, 799)
         window = self.begin("--slow", entries=entries)
         window.turn_to("Copy Data")
         window.press("Copy Data")
         self.wait_until(lambda: window.progress("Data").startswith("Reading dataset "), 10, "a running dump")
         self.expected = DOWNLOAD[:]
         self.check_close(testing.closing_bound() + POWER_OFF_WITHOUT_ANSWER)
+        if "All data read" in self.program.messages():
+            self.skipTest("This machine is too busy: the dump ended before the window was closed")
         # It took until the lines that were left had come.
         self.assertIn("POWER OFF", self.rig.answered()[-1])
         self.assertEqual(self.program.messages()[-2:], ["Camera shut down", "Application end"])

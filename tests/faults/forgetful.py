@@ -55,7 +55,8 @@ def serve(folder, image, notes):
 
 
 class Disk:
-    """The file system `kind` on such a disk of `size_mib`, all of it below `folder`; mounted at `mount_point`."""
+    """The file system `kind` on such a disk of `size_mib`, all of it below `folder`; mounted at `mount_point`. OSError
+    if this machine can't."""
 
     def __init__(self, kind, size_mib, folder):
         self.kind = kind
@@ -77,7 +78,11 @@ class Disk:
             if self.server.poll() is not None:
                 raise OSError("the disk can't be served")
             time.sleep(0.02)
-        mount(kind, disk, self.mount_point)
+        try:
+            mount(kind, disk, self.mount_point)
+        except subprocess.CalledProcessError as error:
+            subprocess.run(["umount", self.served], check=False)
+            raise OSError(f"{kind} can't be mounted: {error.stderr}") from error
 
     def flush(self):
         """Has all that was written reach the disk."""

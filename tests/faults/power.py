@@ -65,7 +65,7 @@ def why_not():
 
 def attempts(make_bench, cuts, wanted):
     """Does each job for whose name wanted() is true and cuts the power `cuts` times. Yields the name and the complaints
-    of each cut."""
+    of each cut; the reason instead of complaints where this machine has no such volume."""
     for kind, job, beside in RUNS:
         name = f"power/{kind}/{job}{' beside' if beside else ''}"
         if wanted(name):
@@ -76,7 +76,11 @@ def attempts(make_bench, cuts, wanted):
 def _attempt(bench, name, kind, job, beside, cuts):
     dice = random.Random(name)
     folder = bench.folder.with_name(bench.folder.name + "-disk")
-    disk = forgetful.Disk(kind, KINDS[kind], str(folder))
+    try:
+        disk = forgetful.Disk(kind, KINDS[kind], str(folder))
+    except OSError as error:
+        yield "none", str(error)
+        return
     try:
         command, judge = job(bench, pathlib.Path(disk.mount_point))
         disk.flush()

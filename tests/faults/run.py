@@ -103,7 +103,11 @@ def main():
             skipped += 1
         if not reason:
             for name, complaints in power.attempts(lambda name: bench.Bench(build, scratch / name), options.cuts, is_wanted):
-                table.add(name, complaints)
+                if isinstance(complaints, str):
+                    print(f"SKIP   : {name} {complaints}")
+                    skipped += 1
+                else:
+                    table.add(name, complaints)
     table.print()
     failed = sum(table.failed.values())
     print(f"{time.monotonic() - start:.0f} s")
