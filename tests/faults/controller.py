@@ -4,7 +4,8 @@ import os
 import re
 
 import bench as benches
-from kit import recordings, rig
+import oracle
+from kit import rig
 
 HANG_SECONDS = 90
 # Number, flags, time, depth, temperature, heading, roll, pitch, battery: two runs.
@@ -92,7 +93,7 @@ def _attempt(bench, command, options, holds):
 
 def judge_files(folder, text):
     """The complaints about the CSV files and what is told of them; None if nothing was told."""
-    found = recordings.tree(folder)
+    found = oracle.tree(folder)
     wanted = rig.csv_files(LOG, 0)
     complaints = []
     for name, content in found.items():

@@ -97,12 +97,8 @@ class Disk:
         return os.path.getsize(self.notes) if os.path.exists(self.notes) else 0
 
     def close(self):
-        unmount(self.mount_point)
-        # The loop device lets go a little later.
-        for _ in range(200):
-            if subprocess.run(["umount", self.served], stderr=subprocess.DEVNULL, check=False).returncode == 0:
-                break
-            time.sleep(0.05)
+        unmount(self.mount_point, os.path.join(self.served, "disk"))
+        subprocess.run(["umount", self.served], check=True)
         self.server.wait(30)
 
     def read_notes(self):
@@ -151,11 +147,14 @@ def mount(kind, image, folder):
         subprocess.run(["losetup", "--detach", device], check=False)
 
 
-def unmount(folder):
-    for _ in range(100):
-        if subprocess.run(["umount", folder], stderr=subprocess.DEVNULL, check=False).returncode == 0:
+def unmount(folder, image):
+    """Returns when nobody writes to the image any more: what runs a volume of FUSE ends after its volume."""
+    for _ in range(600):
+        subprocess.run(["umount", folder], stderr=subprocess.DEVNULL, check=False)
+        if not os.path.ismount(folder) and not subprocess.run(
+                ["losetup", "--associated", image], check=True, stdout=subprocess.PIPE).stdout:
             return
-        time.sleep(0.05)
+        time.sleep(0.02)
     raise OSError(f"{folder} stays mounted")
 
 

@@ -7,18 +7,33 @@ import os
 import re
 import xml.etree.ElementTree as ET
 
-from kit import expected, recordings
+from kit import expected
 
 _COUNTS = re.compile(r"(\d+)/(\d+) videos and (\d+)/(\d+) photos")
 _COPY = re.compile(r"(?P<take>.*?)_cam(?P<card>[123])(?P<extension>\.MOV|\.JPG|\.DNG)$", re.DOTALL)
 _TEMPORARY = re.compile(r"(^|/)\.kelpora360-[0-9a-f]{16}\.part$")
 
 
+def tree(folder):
+    """Every file below a folder: relative path, content; what can't be read stands for itself."""
+    files = {}
+    for top, _, names in os.walk(folder):
+        for name in names:
+            path = os.path.join(top, name)
+            try:
+                with open(path, "rb") as file:
+                    content = file.read()
+            except OSError as error:
+                content = f"unreadable: {error}".encode()
+            files[os.path.relpath(path, folder)] = content
+    return files
+
+
 class Import:
     """An import of `cards` (number, folder) into a folder that held the files `before`."""
 
     def __init__(self, cards, before, project, template, picture):
-        self.cards = {number: recordings.tree(folder) for number, folder in cards.items()}
+        self.cards = {number: tree(folder) for number, folder in cards.items()}
         self.folders = cards
         self.before = before
         self.project = project
@@ -35,9 +50,9 @@ class Import:
 
     def judge(self, texts, log, destination, holds="sound", any_project=False, leftovers=False):
         """The complaints about a run. `holds` is one of the table's words, or "killed": then nothing was told."""
-        found = recordings.tree(destination)
+        found = tree(destination)
         complaints = [f"lost: the card's {path} is changed" for number, folder in self.folders.items()
-                      for path in _differences(self.cards[number], recordings.tree(folder))]
+                      for path in _differences(self.cards[number], tree(folder))]
         complaints += [f"lost: what was there is changed, {path}" for path in self.before
                        if found.get(path) != self.before[path]]
         whole = {number: {".MOV": set(), ".JPG": set()} for number in self.cards}
@@ -127,10 +142,10 @@ class Preparation:
 
     def __init__(self, card, number, erase, sync):
         self.card, self.number, self.erase, self.sync = card, number, erase, sync
-        self.before = recordings.tree(card)
+        self.before = tree(card)
 
     def judge(self, texts, log, _destination, holds="sound", **_others):
-        found = recordings.tree(self.card)
+        found = tree(self.card)
         wanted = {} if self.erase else dict(self.before)
         if self.sync:
             wanted["MISC/cfg"] = _over(wanted.get("MISC/cfg", b""), b"multi.auto_ena=1\nrecord.tl_enable=0\n")

@@ -115,7 +115,7 @@ def _attempt(bench, name, kind, job, beside, cuts):
         try:
             yield cut, judge(outcome, place, cut >= last)
         finally:
-            forgetful.unmount(str(place))
+            forgetful.unmount(str(place), image)
 
 
 def _import(bench, volume):
