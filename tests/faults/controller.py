@@ -96,14 +96,19 @@ def judge_files(folder, text):
     found = oracle.tree(folder)
     wanted = rig.csv_files(LOG, 0)
     complaints = []
+    measured = {_measured(row) for content in wanted.values() for row in content.splitlines()}
     for name, content in found.items():
-        if content == wanted.get(name):
-            continue
-        # What is damaged on its way is missing, which is told. Nothing else is ever written.
-        rows = wanted.get(name.replace("_incomplete", ""), b"").splitlines()
-        if any(row not in rows for row in content.splitlines()) or not (text or "").startswith("Error"):
+        # What is damaged on its way is missing, which is told; after a lost start its run's rows stand in the file before.
+        told = (text or "").startswith("Error") and {_measured(row) for row in content.splitlines()} <= measured
+        if content != wanted.get(name) and not told:
             complaints.append(f"half: {name} after {text!r}")
     match = re.fullmatch(r"Wrote (\d+) records to (\d+) files in .*", text or "")
     if match and ((int(match[1]), int(match[2])) != (len(LOG), len(wanted)) or found != wanted):
         complaints.append(f"untrue: {text!r}, {sorted(found)}")
     return complaints
+
+
+def _measured(row):
+    """What the controller said of a row, without what is counted from the start of its run."""
+    fields = row.split(b",")
+    return (fields[1], *fields[6:])
