@@ -12,6 +12,7 @@ from kit import expected
 _COUNTS = re.compile(r"(\d+)/(\d+) videos and (\d+)/(\d+) photos")
 _COPY = re.compile(r"(?P<take>.*?)_cam(?P<card>[123])(?P<extension>\.MOV|\.JPG|\.DNG)$", re.DOTALL)
 _TEMPORARY = re.compile(r"(^|/)\.kelpora360-[0-9a-f]{16}\.part$")
+_WORDS = ("sound", "told", "refused", "complete", "again", "killed")
 
 
 def tree(folder):
@@ -50,6 +51,7 @@ class Import:
 
     def judge(self, texts, log, destination, holds="sound", any_project=False, leftovers=False):
         """The complaints about a run. `holds` is one of the table's words, or "killed": then nothing was told."""
+        assert holds in _WORDS, holds
         found = tree(destination)
         complaints = [f"lost: the card's {path} is changed" for number, folder in self.folders.items()
                       for path in _differences(self.cards[number], tree(folder))]
