@@ -88,13 +88,16 @@ class Bench:
         return Outcome(done.returncode, {int(card): text for card, text in told},
                        done.stderr.decode(errors="replace"))
 
+    def spoiled(self, spoil):
+        """The environment of a process whose calls are counted, and one of them spoiled."""
+        areas = {"card": self.card(1), "destination": self.destination, "home": self.home}
+        return dict(self.environment(), KELPORA_SPOIL=spoil, KELPORA_SPOIL_COUNTS=str(self.folder / "counts"),
+                    KELPORA_SPOIL_AREAS=":".join(f"{name}={folder}" for name, folder in areas.items()),
+                    LD_PRELOAD=str(self.build / "tests" / "faults" / "kelpora_spoil.so"))
+
     def spoil(self, arguments, spoil=""):
         """Runs the driver with its calls counted and one of them spoiled."""
-        areas = {"card": self.card(1), "destination": self.destination, "home": self.home}
-        environment = dict(self.environment(), KELPORA_SPOIL=spoil, KELPORA_SPOIL_COUNTS=str(self.folder / "counts"),
-                           KELPORA_SPOIL_AREAS=":".join(f"{name}={folder}" for name, folder in areas.items()),
-                           LD_PRELOAD=str(self.build / "tests" / "faults" / "kelpora_spoil.so"))
-        return self.run([self.driver(), *arguments], environment)
+        return self.run([self.driver(), *arguments], self.spoiled(spoil))
 
     def counts(self):
         """How many calls of each kind the last run made in each area."""

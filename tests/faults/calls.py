@@ -61,8 +61,8 @@ def _attempt(bench, scenario, spoil, holds):
     if complaints:
         return complaints
     # What can't be removed stays.
-    call, area, position, _ = spoil.split()
-    stuck = again or call == "unlink" or (area == "destination" and position.endswith("+"))
+    call, area, _, _ = spoil.split()
+    stuck = again or call == "unlink"
     complaints = judge.judge(outcome.texts, outcome.log, bench.destination, "killed" if outcome.code != 0 else holds,
                              any_project=area == "home", leftovers=stuck)
     return complaints + (_second_run(bench, scenario, arguments, judge) if again else [])

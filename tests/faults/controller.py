@@ -7,7 +7,6 @@ import bench as benches
 import oracle
 from kit import rig
 
-HANG_SECONDS = 90
 # Number, flags, time, depth, temperature, heading, roll, pitch, battery: two runs.
 LOG = [(1, 1, 1550782004, 0, 22, 0, 0, 3, 3.95), (2, 10, 3637, 15.5, 16.75, 119.5, 4.25, 3, 3.95),
        (3, 10, 3638, 14.5, 16.25, 239.5, -4.25, 3, 3.95), (4, 10, 3639, 0, 22, 359, 0, 3, 3.95),

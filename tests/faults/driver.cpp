@@ -85,10 +85,11 @@ void soak(AppController *controller, const std::map<int, QString> &last, const Q
 ///   prepare CARD1 CARD2 CARD3 erase|keep sync|plain
 ///   download PORT DESTINATION PROJECT
 ///   connect PORT | save PORT | reset PORT | erase PORT | off PORT
-///   settings KEY VALUE                 stores a value; prints all of them
-///   soak PORT DESTINATION ROUNDS       connects, saves and downloads again and again; prints a line for each
-///   round: how
-///                                      many of the three succeeded, memory (KiB), descriptors
+///   settings KEY VALUE   stores a value; prints all of them
+///   soak PORT DESTINATION ROUNDS
+///
+/// "soak" connects, saves and downloads again and again, and prints a line for each round: how many of the
+/// three succeeded, memory (KiB), descriptors.
 int main(int argc, char *argv[])
 {
     resetLog();

@@ -83,10 +83,15 @@ class Import:
             complaints.append(f"untrue: {texts}, without {missing}")
         return complaints
 
+    def _present(self, number):
+        """How many videos and photos a card holds."""
+        own = self.recordings(number)
+        videos = sum(extension == ".MOV" for _, extension, _ in own)
+        return videos, len(own) - videos
+
     def _is_full(self, number, text):
         """Whether it is all that a card could wish for."""
-        videos = sum(extension == ".MOV" for _, extension, _ in self.recordings(number))
-        photos = len(self.recordings(number)) - videos
+        videos, photos = self._present(number)
         return text == f"Copied {videos}/{videos} videos and {photos}/{photos} photos."
 
     def _original(self, path):
@@ -119,9 +124,6 @@ class Import:
 
     def _told(self, number, text, log, whole):
         """The complaints about a card's last text, whose recordings are `whole` in the destination."""
-        present = {".MOV": 0, ".JPG": 0}
-        for _, extension, _ in self.recordings(number):
-            present[".MOV" if extension == ".MOV" else ".JPG"] += 1
         counts = _COUNTS.search(text)
         if not counts:
             return [] if text.startswith("Error") else [f"untrue: card {number} says {text!r}"]
@@ -134,13 +136,13 @@ class Import:
         # A copy that can't be looked at again stands there and doesn't count.
         if (videos, photos) != (all_videos, all_photos) and f"Warning: Card {number}: " not in log:
             complaints.append(f"wrong: card {number} says {text!r}, and the log doesn't say why")
-        if (all_videos, all_photos) != (present[".MOV"], present[".JPG"]):
-            complaints.append(f"untrue: card {number} says {text!r}, it holds {present}")
+        if (all_videos, all_photos) != self._present(number):
+            complaints.append(f"untrue: card {number} says {text!r}, it holds {self._present(number)}")
         return complaints
 
 
 class Preparation:
-    """A preparation of `card`, a folder, beside which `elsewhere` must not be touched."""
+    """A preparation of the folder `card` as the card `number`."""
 
     def __init__(self, card, number, erase, sync):
         self.card, self.number, self.erase, self.sync = card, number, erase, sync

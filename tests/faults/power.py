@@ -17,6 +17,8 @@ import controller
 import forgetful
 from kit import recordings
 
+# Where the tools of administrators lie, which not every root looks for.
+os.environ["PATH"] += os.pathsep + "/usr/sbin" + os.pathsep + "/sbin"
 # File system, size of its disk in MiB.
 KINDS = {"ext4": 96, "xfs": 320, "btrfs": 160, "exfat": 96}
 # What is done on which of them; whether another program flushes its own file all the while.
@@ -52,7 +54,6 @@ def why_not():
     """Why the power can't be cut here; empty if it can."""
     if os.geteuid() != 0:
         return "Only root can mount a loop device"
-    os.environ["PATH"] += os.pathsep + "/usr/sbin" + os.pathsep + "/sbin"
     tools = ["losetup", "mount.exfat-fuse", *(f"mkfs.{kind}" for kind in KINDS)]
     lacking = [tool for tool in tools if not shutil.which(tool)]
     if lacking:

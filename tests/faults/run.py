@@ -79,7 +79,12 @@ def main():
             return not options.names or any(name.startswith(wanted) or wanted.startswith(f"{name}/")
                                             for wanted in options.names)
 
-        cases = [case for group in (calls, inputs, controller) for case in group.cases(bench.Bench(build, scratch / "dry"))
+        groups = [calls, inputs, controller]
+        if controller.why_not() and is_wanted("controller"):
+            print(f"SKIP   : controller {controller.why_not()}")
+            skipped += 1
+            groups.remove(controller)
+        cases = [case for group in groups for case in group.cases(bench.Bench(build, scratch / "dry"))
                  if is_wanted(case.name)]
         if options.sample:
             cases = [cases[i * len(cases) // options.sample] for i in range(min(options.sample, len(cases)))]

@@ -11,6 +11,8 @@ import tempfile
 import unittest
 
 import bench
+import power
+import run
 from kit import recordings, testing
 
 PROJECT = "reef"
@@ -110,7 +112,22 @@ class Oracle(unittest.TestCase):
         self.assertEqual(self.outcome.code, -9)
         self.assertEqual(self.kinds("killed"), {"crash"})
 
+    def test_a_program_that_does_not_wait_for_the_disk(self):
+        """A power cut shows it."""
+        if power.why_not():
+            self.skipTest(power.why_not())
+
+        class Hasty(bench.Bench):
+            def run(self, command, environment=None):
+                return super().run(command, self.spoiled("sync_file_range destination 1+ skip"))
+
+        kinds = {complaint.split(":")[0] for _, complaints in power.attempts(
+            lambda name: Hasty(self.build, self.bench.folder.parent / name), 20, "power/ext4/import beside".__eq__)
+            for complaint in complaints}
+        self.assertIn("half", kinds)
+
 
 if __name__ == "__main__":
+    run.hide_mounts()
     Oracle.build = pathlib.Path(sys.argv.pop(1)).resolve()
     testing.run()
