@@ -57,8 +57,8 @@ void logAnswer(const char *what, const QString &line)
 
 } // namespace
 
-PSEAComms::PSEAComms(const StopFlag *stop)
-    : port_(stop)
+PSEAComms::PSEAComms(const StopFlag *stop, QIODevice *device)
+    : port_(stop, device)
 {
 }
 

@@ -41,7 +41,9 @@ public:
         bool garbled = false;  ///< any line did
     };
 
-    explicit PSEAComms(const StopFlag *stop = nullptr);
+    /// Over `device`, which is open and outlives the link, if there is one; otherwise over the port that open()
+    /// opens.
+    explicit PSEAComms(const StopFlag *stop = nullptr, QIODevice *device = nullptr);
     ~PSEAComms() override;
 
     /// The serial ports that may carry a controller, as JSON objects with the keys "name", "description",

@@ -37,8 +37,9 @@ bool isHidden(const QString &location)
 
 } // namespace
 
-SerialPort::SerialPort(const StopFlag *stop)
-    : stop_(stop)
+SerialPort::SerialPort(const StopFlag *stop, QIODevice *device)
+    : device_(device != nullptr ? device : &port_)
+    , stop_(stop)
 {
 }
 
@@ -78,7 +79,7 @@ QVariantList SerialPort::list()
 bool SerialPort::open(const QString &portName)
 {
     qInfo().noquote() << "Opening port" << portName;
-    if (port_.isOpen()) {
+    if (isOpen()) {
         qInfo("Port is already open.");
         return true;
     }
@@ -111,8 +112,8 @@ bool SerialPort::open(const QString &portName)
 
 void SerialPort::close()
 {
-    if (port_.isOpen()) {
-        port_.close();
+    if (device_->isOpen()) {
+        device_->close();
         qInfo("Closing port: Port closed.");
     } else {
         qInfo("Closing port: Port already closed.");
@@ -121,16 +122,16 @@ void SerialPort::close()
 
 bool SerialPort::isOpen() const
 {
-    return port_.isOpen();
+    return device_->isOpen();
 }
 
 bool SerialPort::writeLine(const QString &line)
 {
     qInfo() << "writeLine:" << line;
     const QByteArray bytes = line.trimmed().toUtf8() + "\r\n";
-    const qint64 written = port_.write(bytes);
+    const qint64 written = device_->write(bytes);
     // On a worker thread no event loop would send them.
-    if (written > 0)
+    if (written > 0 && port_.isOpen())
         port_.flush();
     if (written != bytes.size())
         qWarning("writeLine error, bytes don't match.");
@@ -141,7 +142,7 @@ QString SerialPort::readLine(int timeoutMs, int maxReads)
 {
     QString line;
     for (int reads = 0; waitForData(timeoutMs) && reads < maxReads; ++reads) {
-        const QByteArray piece = port_.readLine();
+        const QByteArray piece = device_->readLine();
         line += QString::fromUtf8(piece.constData());
         if (line.endsWith(QLatin1Char('\n')))
             break;
@@ -159,10 +160,10 @@ void SerialPort::skipUntilQuiet(int quietMs, int limitMs)
     qint64 skipped = 0;
     while (sinceData.elapsed() < quietMs && total.elapsed() < limitMs && !interrupted()) {
         const int left = quietMs - static_cast<int>(sinceData.elapsed());
-        if (port_.bytesAvailable() == 0 && !port_.waitForReadyRead(std::min(std::max(left, 1), sliceMs)) &&
-            portFailed())
+        if (device_->bytesAvailable() == 0 &&
+            !device_->waitForReadyRead(std::min(std::max(left, 1), sliceMs)) && portFailed())
             break;
-        const qint64 bytes = port_.readAll().size();
+        const qint64 bytes = device_->readAll().size();
         if (bytes > 0)
             sinceData.start();
         skipped += bytes;
@@ -179,8 +180,8 @@ bool SerialPort::waitForData(int timeoutMs)
     timer.start();
     int limit = timeoutMs;
     bool begun = false;
-    while (!port_.canReadLine() && port_.bytesAvailable() < longestPiece && !interrupted()) {
-        const qint64 before = port_.bytesAvailable();
+    while (!device_->canReadLine() && device_->bytesAvailable() < longestPiece && !interrupted()) {
+        const qint64 before = device_->bytesAvailable();
         if (before > 0 && !begun) {
             begun = true;
             limit = std::min(timeoutMs, static_cast<int>(timer.elapsed()) + pieceMs);
@@ -188,13 +189,13 @@ bool SerialPort::waitForData(int timeoutMs)
         const int left = limit - static_cast<int>(timer.elapsed());
         if (left <= 0)
             break;
-        const bool arrived = port_.waitForReadyRead(std::min(left, before > 0 ? pauseMs : sliceMs));
-        if (port_.bytesAvailable() > before)
+        const bool arrived = device_->waitForReadyRead(std::min(left, before > 0 ? pauseMs : sliceMs));
+        if (device_->bytesAvailable() > before)
             continue;
         if (portFailed() || (!arrived && before > 0))
             break;
     }
-    return port_.bytesAvailable() > 0;
+    return device_->bytesAvailable() > 0;
 }
 
 bool SerialPort::interrupted() const
@@ -212,5 +213,5 @@ bool SerialPort::portFailed()
         qWarning().noquote() << "The port failed, as if unplugged:" << port_.portName()
                              << QStringLiteral("(%1)").arg(port_.errorString());
     }
-    return failed_ || !port_.isOpen();
+    return failed_ || !device_->isOpen();
 }

@@ -15,7 +15,8 @@ class SerialPort
     Q_DISABLE_COPY(SerialPort)
 
 public:
-    explicit SerialPort(const StopFlag *stop = nullptr);
+    /// Over `device`, which is open and outlives this, if there is one.
+    explicit SerialPort(const StopFlag *stop = nullptr, QIODevice *device = nullptr);
     ~SerialPort();
 
     /// The ports that may carry a controller, see PSEAComms::getDevices().
@@ -46,6 +47,7 @@ private:
     bool portFailed();
 
     QSerialPort port_;
+    QIODevice *device_; ///< what the bytes go through
     QString serialNumber_;
     QString openError_;
     const StopFlag *stop_;
