@@ -1,6 +1,5 @@
 #include "controller/datadownload.h"
 
-#include "controller/earlierlines.h"
 #include "controller/pseacomms.h"
 #include "controller/record.h"
 #include "platform/filesync.h"
@@ -50,19 +49,18 @@ bool holdsAllOf(const QString &path, const CsvRun &run)
 class Sequence
 {
 public:
-    explicit Sequence(const QStringList &lines)
-        : lines_(lines)
-        , earlier_(lines)
+    explicit Sequence(const DumpLines &lines)
+        : earlier_(lines)
     {
     }
 
-    /// Whether the data set of line `i` comes right after the one before it; to be asked in the lines' order.
-    /// The first entry and a start entry may have any number: a log may begin amid a run. A line that is sent
-    /// again doesn't count.
-    bool follows(int i, const Record &record)
+    /// Whether the data set of `line`, which is line `i`, comes right after the one before it; to be asked in
+    /// the lines' order. The first entry and a start entry may have any number: a log may begin amid a run. A
+    /// line that is sent again doesn't count.
+    bool follows(int i, const QString &line, const Record &record)
     {
         const bool next = !previous_ || record.number - *previous_ == 1;
-        if (!next && earlier_.contain(lines_[i], i))
+        if (!next && earlier_.contain(line, i))
             return true;
         const std::optional<int> before = std::exchange(previous_, record.number);
         if (next || record.type == 's')
@@ -72,7 +70,6 @@ public:
     }
 
 private:
-    const QStringList &lines_;
     EarlierLines earlier_;
     std::optional<int> previous_;
 };
@@ -163,7 +160,7 @@ void DataDownload::work(PSEAComms &link)
         return;
     }
     step(QStringLiteral("Reading %1 datasets ...").arg(link.numData_));
-    QStringList lines;
+    DumpLines lines;
     const bool ended = link.readData(lines);
     // The files may take long; at exit the power-off needs the port.
     link.close();
@@ -201,7 +198,7 @@ DumpState stateOf(const PSEAComms::DumpCounts &dump, int announced, bool ended, 
     return isWhole ? DumpState::Complete : DumpState::Incomplete;
 }
 
-CsvRuns runsOf(const QStringList &lines, const QString &targetDir, const QString &projectName)
+CsvRuns runsOf(const DumpLines &lines, const QString &targetDir, const QString &projectName)
 {
     CsvRuns dumped;
     Sequence sequence(lines);
@@ -209,7 +206,7 @@ CsvRuns runsOf(const QStringList &lines, const QString &targetDir, const QString
     int startNumber = 0;
     int startTime = 0;
     for (int i = 0; i < lines.size(); ++i) {
-        const QString &line = lines[i];
+        const QString line = lines.at(i);
         // A start that is sent again must not begin its file anew.
         if (line == startLine)
             continue;
@@ -217,7 +214,7 @@ CsvRuns runsOf(const QStringList &lines, const QString &targetDir, const QString
         const bool isWhole = record.id > 0;
         if (!isWhole)
             qWarning().noquote() << "Data: Not a whole dataset:" << line.trimmed();
-        if (!isWhole || !sequence.follows(i, record)) {
+        if (!isWhole || !sequence.follows(i, line, record)) {
             dumped.gaps = true;
             if (!dumped.runs.isEmpty())
                 dumped.runs.last().whole = false;

@@ -3,7 +3,6 @@
 #include "controller/controllerjob.h"
 
 #include <QByteArray>
-#include <QStringList>
 #include <QVector>
 
 /// Downloads the controller's data log into CSV files in `targetDir`, one per recording run. A file gets its
@@ -49,7 +48,7 @@ struct CsvRuns
 
 /// Makes a dump's lines into runs, to be written in `targetDir`. Entries before the first start entry and
 /// those that are no whole data set are dropped.
-[[nodiscard]] CsvRuns runsOf(const QStringList &lines, const QString &targetDir, const QString &projectName);
+[[nodiscard]] CsvRuns runsOf(const DumpLines &lines, const QString &targetDir, const QString &projectName);
 
 /// What became of a dump's runs.
 struct RunFiles

@@ -1,6 +1,5 @@
 #include "controller/pseacomms.h"
 
-#include "controller/earlierlines.h"
 #include "controller/nmea0183.h"
 #include "controller/record.h"
 
@@ -244,11 +243,20 @@ bool PSEAComms::countData()
 
 bool PSEAComms::readData(QStringList &lines)
 {
+    DumpLines dumped;
+    const bool ended = readData(dumped);
+    for (int i = 0; i < dumped.size(); ++i)
+        lines.append(dumped.at(i));
+    return ended;
+}
+
+bool PSEAComms::readData(DumpLines &lines)
+{
     lastError_.clear();
     if (!send("$PSEADUMP"))
         return false;
     dump_ = {};
-    EarlierLines earlier(lines, false);
+    EarlierLines earlier(lines);
     int highest = 0;
     // Before the first data line four reads are the limit. After it, no number of lines ends a dump without
     // its end message, but as much time as four silent reads take does.

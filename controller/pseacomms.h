@@ -1,5 +1,6 @@
 #pragma once
 
+#include "controller/dumplines.h"
 #include "controller/serialport.h"
 
 #include <QObject>
@@ -41,8 +42,8 @@ public:
         bool garbled = false;  ///< any line did
     };
 
-    /// Over `device`, which is open and outlives the link, if there is one; otherwise over the port that open()
-    /// opens.
+    /// Over `device`, which is open and outlives the link, if there is one; otherwise over the port that
+    /// open() opens.
     explicit PSEAComms(const StopFlag *stop = nullptr, QIODevice *device = nullptr);
     ~PSEAComms() override;
 
@@ -77,6 +78,8 @@ public:
     /// Appends every line of the controller's data log to `lines`, with its line end. What had arrived stays
     /// in `lines` when the dump is cut off.
     bool readData(QStringList &lines);
+    /// The same, for a long log; `lines` is empty before.
+    bool readData(DumpLines &lines);
     bool off();
     bool reboot();
     bool reset();

@@ -10,7 +10,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 {
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
     const QString text = QString::fromLatin1(reinterpret_cast<const char *>(data), static_cast<int>(size));
-    const QStringList lines = text.split(QLatin1Char('\n'));
+    DumpLines lines;
+    for (const QString &line : text.split(QLatin1Char('\n')))
+        lines.append(line);
     const QString folder = QStringLiteral("/target");
     const CsvRuns dumped = runsOf(lines, folder, QStringLiteral("Reef"));
 

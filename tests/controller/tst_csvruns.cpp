@@ -17,15 +17,23 @@
 
 namespace {
 
+DumpLines dumped(const QStringList &lines)
+{
+    DumpLines result;
+    for (const QString &line : lines)
+        result.append(line);
+    return result;
+}
+
 RunFiles write(const QStringList &lines, const QString &folder, DumpState dump = DumpState::Complete)
 {
-    return writeRuns(runsOf(lines, folder, {}).runs, dump);
+    return writeRuns(runsOf(dumped(lines), folder, {}).runs, dump);
 }
 
 /// How many files a complete dump makes.
 int filesOf(const QStringList &lines, const QString &folder, const QString &project = {})
 {
-    return writeRuns(runsOf(lines, folder, project).runs, DumpState::Complete).written;
+    return writeRuns(runsOf(dumped(lines), folder, project).runs, DumpState::Complete).written;
 }
 
 constexpr int start_flag = 1;
@@ -417,7 +425,7 @@ void TestCsvRuns::numbersThatJump_data()
 void TestCsvRuns::numbersThatJump()
 {
     QFETCH(QStringList, lines);
-    QTEST(runsOf(lines, QStringLiteral("folder"), {}).gaps, "gaps");
+    QTEST(runsOf(dumped(lines), QStringLiteral("folder"), {}).gaps, "gaps");
 }
 
 void TestCsvRuns::twoRunsInAMinuteLeaveTheSecond()
