@@ -2,6 +2,7 @@
 
 #include "app/paths.h"
 #include "app/screen.h"
+#include "platform/openfile.h"
 
 #include <QDateTime>
 #include <QDebug>
@@ -15,7 +16,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
-#include <shared_mutex>
 
 namespace {
 
@@ -65,16 +65,11 @@ constexpr qint64 longestLog = qint64{32} << 20;
 /// A log that is shorter is left alone, however little room the disk has.
 constexpr qint64 shortestToShorten = qint64{1} << 20;
 
-/// Appending goes on from several threads; shortening has the file for itself.
-std::shared_mutex fileMutex;
-
-/// Leaves the first and the last quarter of a log of `size` bytes, and a line between them.
-void shorten(const QString &path, qint64 size)
+/// Leaves the first and the last quarter of a log, and a line between them.
+void shorten(const QString &path)
 {
-    const std::unique_lock<std::shared_mutex> lock(fileMutex);
     QFile file(path);
-    // Another thread may have done it meanwhile.
-    if (!file.open(QIODevice::ReadWrite | QIODevice::Unbuffered) || file.size() < size)
+    if (!file.open(QIODevice::ReadWrite | QIODevice::Unbuffered))
         return;
     const qint64 part = file.size() / 4;
     const QByteArray head = file.read(part);
@@ -102,73 +97,62 @@ void shorten(const QString &path, qint64 size)
     file.resize(file.pos());
 }
 
-struct Appended
-{
-    bool opened = false;
-    bool whole = false;
-    qint64 size = 0; ///< of the log then
-};
-
-Appended tryToAppend(const QString &path, const QByteArray &text)
-{
-    const std::shared_lock<std::shared_mutex> lock(fileMutex);
-    QFile file(path);
-    // A buffer that could not be written makes the file look empty.
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text | QIODevice::Unbuffered))
-        return {};
-    const bool whole = file.write(text) == text.size();
-    return {true, whole, file.size()};
-}
-
-/// False if there is no such file and none can be made.
-bool append(const QString &path, const QByteArray &text)
-{
-    const Appended done = tryToAppend(path, text);
-    if (done.size > longestLog || (!done.whole && done.size > shortestToShorten)) {
-        shorten(path, done.size);
-        // The disk was full, and is no longer.
-        if (!done.whole)
-            tryToAppend(path, text);
-    }
-    return done.opened;
-}
-
-/// The log's path from the last message, so that not every message looks at the folders again.
-class LogPathCache
+/// The log file, open from one message to the next. Each line is with the system at once.
+class LogFile
 {
 public:
-    /// Empty if the path is not known, or belongs to another application name.
-    QString find(const QString &dataFolder)
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        return dataFolder == dataFolder_ ? path_ : QString();
-    }
-
-    void store(const QString &dataFolder, const QString &path)
+    /// Takes the file at `path`, which belongs to the data folder `dataFolder`.
+    void take(const QString &dataFolder, const QString &path)
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         dataFolder_ = dataFolder;
-        path_ = path;
+        file_.close();
+        file_.setFileName(path);
+    }
+
+    /// False if no file, or one of another data folder, was taken, or it can't be opened.
+    bool append(const QString &dataFolder, const QByteArray &text)
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (file_.fileName().isEmpty() || dataFolder != dataFolder_ || !isReady())
+            return false;
+        const bool whole = file_.write(text) == text.size();
+        const qint64 size = file_.size();
+        if (size > longestLog || (!whole && size > shortestToShorten)) {
+            shorten(file_.fileName());
+            // The disk was full, and is no longer.
+            if (!whole)
+                file_.write(text);
+        }
+        return true;
     }
 
 private:
+    bool isReady()
+    {
+        // Who deletes it gets a new one.
+        if (file_.isOpen() && hasName(file_))
+            return true;
+        file_.close();
+        // A buffer that could not be written makes the file look empty.
+        return file_.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text | QIODevice::Unbuffered);
+    }
+
     std::mutex mutex_;
     QString dataFolder_;
-    QString path_;
+    QFile file_;
 };
 
-LogPathCache logPathCache;
+LogFile logFile;
 
 void appendToLog(const QByteArray &entry)
 {
     const QString dataFolder = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
-    const QString known = logPathCache.find(dataFolder);
     // getLogFilePath() writes the first line of the pair itself.
-    if (!known.isEmpty() && append(known, firstOfPair + entry))
+    if (logFile.append(dataFolder, firstOfPair + entry))
         return;
-    const QString path = getLogFilePath();
-    logPathCache.store(dataFolder, path);
-    append(path, entry);
+    logFile.take(dataFolder, getLogFilePath());
+    logFile.append(dataFolder, entry);
 }
 
 } // namespace

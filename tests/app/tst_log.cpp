@@ -81,6 +81,7 @@ private slots:
     void texts();
     void contextNamesAFile();
     void everyMessageIsAppended();
+    void aLogThatAnotherProcessDeletes();
     void anotherSupportFolder();
     void fatalLeavesNoTrace();
     void logThatCannotBeOpened();
@@ -193,6 +194,21 @@ void TestLog::everyMessageIsAppended()
     QVERIFY(afterTwo.startsWith(afterOne + "Logfile path:\n"));
     QVERIFY(afterTwo.endsWith(" Info: two\n"));
     QCOMPARE(afterTwo.count('\n'), 5);
+}
+
+void TestLog::aLogThatAnotherProcessDeletes()
+{
+    const Workspace workspace;
+    handle(workspace, QtInfoMsg, QStringLiteral("one"));
+    QVERIFY(QFile::remove(workspace.path(logFile)));
+    handle(workspace, QtInfoMsg, QStringLiteral("two"));
+    QVERIFY(workspace.read(logFile).startsWith("Logfile path:\n"));
+    QVERIFY(workspace.read(logFile).endsWith(" Info: two\n"));
+    QVERIFY(QFile::remove(workspace.path(logFile)));
+    workspace.write(logFile, "its own\n");
+    handle(workspace, QtInfoMsg, QStringLiteral("three"));
+    QVERIFY(workspace.read(logFile).startsWith("its own\n"));
+    QVERIFY(workspace.read(logFile).endsWith(" Info: three\n"));
 }
 
 void TestLog::anotherSupportFolder()

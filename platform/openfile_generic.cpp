@@ -1,0 +1,6 @@
+#include "platform/openfile.h"
+
+bool hasName(const QFile &file)
+{
+    return QFile::exists(file.fileName());
+}
