@@ -2,6 +2,7 @@
 #include "app/limitednetwork.h"
 #include "app/log.h"
 #include "app/paths.h"
+#include "app/renderer.h"
 #include "app/screen.h"
 #include "app/settingsfile.h"
 #include "app/version.h"
@@ -127,6 +128,7 @@ int main(int argc, char *argv[])
     screen.init(argc, argv);
     applyScaling(settings, screen);
     limitTextureAtlas();
+    chooseRenderer();
     settings.setValue(QStringLiteral("AppVersion"), app_version);
     settings.setValue(QStringLiteral("AppName"), app_name);
     settings.sync();

@@ -1,3 +1,4 @@
+#include "platform/graphics.h"
 #include "tests/support/testmain.h"
 #include "tests/support/workspace.h"
 
@@ -23,15 +24,16 @@ QString program()
     return QString::fromLocal8Bit(KELPORA360);
 }
 
-/// Runs the program on a screen that nobody sees until its window is closed, without the variables `unset`.
-/// Null, or what went wrong.
-QString run(const Workspace &workspace, const QString &executable = program(), const QStringList &unset = {})
+/// Runs the program on a screen that nobody sees until its window is closed, without the variables `unset`,
+/// drawn by `renderer`. Null, or what went wrong.
+QString run(const Workspace &workspace, const QString &executable = program(), const QStringList &unset = {},
+            const QString &renderer = QStringLiteral("software"))
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     for (const char *name : {"QT_SCALE_FACTOR", "QT_AUTO_SCREEN_SCALE_FACTOR", "QT_LOGGING_RULES"})
         environment.remove(QString::fromLatin1(name));
     environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-    environment.insert(QStringLiteral("QT_QUICK_BACKEND"), QStringLiteral("software"));
+    environment.insert(QStringLiteral("QT_QUICK_BACKEND"), renderer);
     environment.insert(QStringLiteral("QT_PLUGIN_PATH"), QStringLiteral(PROBE_PLUGINS));
     environment.insert(QStringLiteral("QT_QPA_GENERIC_PLUGINS"), QStringLiteral("startupprobe"));
     environment.insert(QStringLiteral("STARTUP_REPORT"), workspace.path(reportFile));
@@ -112,6 +114,7 @@ private slots:
     void noRegularSettingsFile();
     void aBundleFindsItsFolder();
     void noOpenGl();
+    void noGraphicsProcessor();
     void standardErrorIsClosed();
 };
 
@@ -327,11 +330,20 @@ void TestStartup::noOpenGl()
 {
     // Without a display this platform has no OpenGL.
     const Workspace workspace;
-    const QString end = run(workspace, program(), {"DISPLAY", "QT_QUICK_BACKEND", "QT_QPA_GENERIC_PLUGINS"});
+    const QString end = run(workspace, program(), {"DISPLAY", "QT_QPA_GENERIC_PLUGINS"}, QStringLiteral(""));
     QVERIFY2(end.startsWith(QStringLiteral("It ended with 1: ")), qPrintable(end));
     const QStringList log = messages(workspace);
     QCOMPARE(log.filter(QStringLiteral("Critical: The window can't be drawn: ")).size(), 1);
     QCOMPARE(log.last(), QString("Info: Application end"));
+}
+
+void TestStartup::noGraphicsProcessor()
+{
+    if (hasGraphicsProcessor())
+        QSKIP("This machine has a graphics processor.");
+    const Workspace workspace;
+    QCOMPARE(run(workspace, program(), {"DISPLAY", "QT_QUICK_BACKEND"}), QString());
+    QCOMPARE(messages(workspace).last(), QString("Info: Application end"));
 }
 
 void TestStartup::standardErrorIsClosed()

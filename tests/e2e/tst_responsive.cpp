@@ -1,5 +1,6 @@
 #include "app/appcontroller.h"
 #include "app/log.h"
+#include "app/renderer.h"
 #include "tests/support/volumes.h"
 #include "tests/support/workspace.h"
 
@@ -241,6 +242,7 @@ void tst_responsive::theViewDoesNotStallDuringAnImport()
 int main(int argc, char *argv[])
 {
     enterMountNamespace();
+    chooseRenderer();
     QGuiApplication app(argc, argv);
     tst_responsive test;
     return QTest::qExec(&test, argc, argv);

@@ -1,0 +1,6 @@
+#include "platform/graphics.h"
+
+bool hasGraphicsProcessor()
+{
+    return true;
+}
