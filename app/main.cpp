@@ -1,4 +1,5 @@
 #include "app/appcontroller.h"
+#include "app/commandline.h"
 #include "app/limitednetwork.h"
 #include "app/log.h"
 #include "app/paths.h"
@@ -17,7 +18,9 @@
 #include <QUrl>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <optional>
 
 namespace {
 
@@ -96,6 +99,16 @@ void ignoreSigpipe()
 #endif
 }
 
+/// Takes the messages while the toolkit looks for a display: without one it would abort.
+void endWithoutDisplay(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    if (type == QtFatalMsg) {
+        std::fputs("kelpora360: no display can be opened\n", stderr);
+        std::_Exit(EXIT_FAILURE);
+    }
+    AppMessageHandler(type, context, message);
+}
+
 /// Ends the program with a line in its log where nothing can be drawn; the toolkit would abort without one.
 void quitOnSceneGraphError(const QQuickWindow *window)
 {
@@ -120,6 +133,8 @@ void tellOfSessionEnd(const QGuiApplication &app, QQuickWindow *window)
 
 int main(int argc, char *argv[])
 {
+    if (const std::optional<int> answered = answerCommandLine(argc, argv))
+        return *answered;
     ignoreSigpipe();
     setAppPathFromExecutable(QFile::decodeName(argv[0]));
     removeStaleSettingsLock();
@@ -141,7 +156,9 @@ int main(int argc, char *argv[])
 
     QCoreApplication::setApplicationName(app_name);
     QCoreApplication::setApplicationVersion(app_version);
+    const QtMessageHandler usualHandler = qInstallMessageHandler(endWithoutDisplay);
     QGuiApplication app(argc, argv);
+    qInstallMessageHandler(usualHandler);
     setAppPathFromExecutable(QCoreApplication::applicationFilePath());
 
     AppController controller;

@@ -1,3 +1,4 @@
+#include "app/version.h"
 #include "platform/graphics.h"
 #include "tests/support/testmain.h"
 #include "tests/support/workspace.h"
@@ -115,6 +116,8 @@ private slots:
     void aBundleFindsItsFolder();
     void noOpenGl();
     void noGraphicsProcessor();
+    void commandLine_data();
+    void commandLine();
     void standardErrorIsClosed();
 };
 
@@ -344,6 +347,71 @@ void TestStartup::noGraphicsProcessor()
     const Workspace workspace;
     QCOMPARE(run(workspace, program(), {"DISPLAY", "QT_QUICK_BACKEND"}), QString());
     QCOMPARE(messages(workspace).last(), QString("Info: Application end"));
+}
+
+void TestStartup::commandLine_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("display");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("output");
+    QTest::addColumn<QString>("error"); // its last line
+    QTest::addColumn<bool>("started");
+
+    QTest::newRow("--help") << QStringList{"--help"} << QString() << 0 << "Usage: kelpora360 [OPTION]"
+                            << QString() << false;
+    QTest::newRow("--version") << QStringList{"--version"} << QString() << 0
+                               << QStringLiteral("Kelpora 360 %1\n").arg(app_version) << QString() << false;
+    QTest::newRow("an option that isn't")
+        << QStringList{"--helpp"} << ":0" << 2 << QString()
+        << "kelpora360: can't make anything of \"--helpp\"; see kelpora360 --help\n"
+        << false;
+    QTest::newRow("a file") << QStringList{"/tmp"} << ":0" << 2 << QString()
+                            << "kelpora360: can't make anything of \"/tmp\"; see kelpora360 --help\n"
+                            << false;
+    QTest::newRow("a value is missing")
+        << QStringList{"-platform"} << ":0" << 2 << QString()
+        << "kelpora360: can't make anything of \"-platform\"; see kelpora360 --help\n"
+        << false;
+    QTest::newRow("no display") << QStringList() << QString() << 1 << QString()
+                                << "kelpora360: there is no display to open a window on\n"
+                                << false;
+    QTest::newRow("a display that doesn't answer")
+        << QStringList() << ":12345" << 1 << QString() << "kelpora360: no display can be opened\n"
+        << true;
+    QTest::newRow("the toolkit's option") << QStringList{"-platform", "nonsense"} << QString() << 1
+                                          << QString() << "kelpora360: no display can be opened\n"
+                                          << true;
+}
+
+void TestStartup::commandLine()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QString, display);
+    QFETCH(int, code);
+    QFETCH(QString, output);
+    QFETCH(QString, error);
+    QFETCH(bool, started);
+
+    const Workspace workspace;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    for (const char *name : {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY"})
+        environment.remove(QString::fromLatin1(name));
+    if (!display.isEmpty())
+        environment.insert(QStringLiteral("DISPLAY"), display);
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.start(program(), arguments);
+    QVERIFY(process.waitForFinished(runTimeoutMs));
+    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process.exitCode(), code);
+    const QString told = QString::fromUtf8(process.readAllStandardOutput());
+    QVERIFY2(output.isEmpty() ? told.isEmpty() : told.startsWith(output), qPrintable(told));
+    const QString complained = QString::fromUtf8(process.readAllStandardError());
+    QVERIFY2(started ? complained.endsWith(QLatin1Char('\n') + error) : complained == error,
+             qPrintable(complained));
+    QCOMPARE(QFileInfo::exists(workspace.path(settingsFile)), started);
+    QCOMPARE(QFileInfo::exists(workspace.path(logFile)), started);
 }
 
 void TestStartup::standardErrorIsClosed()
