@@ -11,8 +11,10 @@ namespace {
 
 constexpr int usageError = 2;
 
-/// What the toolkit understands and session managers and tests of the desktop make use of; each has a value.
-constexpr std::array<const char *, 3> toolkitOptions = {"-platform", "-display", "-session"};
+/// What the toolkit and, where it is Apple's, the system understand. Each has a value.
+constexpr std::array<const char *, 10> toolkitOptions = {
+    "-platform", "-platformpluginpath", "-platformtheme", "-plugin",      "-display",
+    "-session",  "-qwindowgeometry",    "-qwindowtitle",  "-qwindowicon", "-style"};
 
 constexpr const char *help = R"(Usage: kelpora360 [OPTION]
 
@@ -20,14 +22,23 @@ Opens the window of Kelpora 360, the companion of an underwater rig of three
 cameras and a controller: settings, clock and data log of the controller,
 preparation and import of the three memory cards, stitching projects.
 
-  --help     show this help and exit
-  --version  show the version and exit
+  -h, --help     show this help and exit
+      --version  show the version and exit
 
-Options of the toolkit, each with a value: -platform, -display, -session.
+The options of the toolkit, such as -platform NAME, are understood too.
 )";
+
+bool startsWith(const std::string &text, const char *start)
+{
+    return text.rfind(start, 0) == 0;
+}
 
 bool isToolkitOption(const std::string &argument)
 {
+#ifdef Q_OS_MACOS
+    if (startsWith(argument, "-NS") || startsWith(argument, "-Apple"))
+        return true;
+#endif
     for (const char *option : toolkitOptions) {
         if (argument == option || argument == std::string("-") + option)
             return true;
@@ -42,7 +53,11 @@ bool mayHaveDisplay(int argc)
     // The toolkit looks for itself.
     if (argc > 1 || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         return true;
-    return !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+    for (const char *way : {"DISPLAY", "WAYLAND_DISPLAY", "WAYLAND_SOCKET"}) {
+        if (!qEnvironmentVariableIsEmpty(way))
+            return true;
+    }
+    return qgetenv("XDG_SESSION_TYPE") == "wayland";
 #else
     Q_UNUSED(argc)
     return true;
@@ -55,8 +70,9 @@ std::optional<int> answerCommandLine(int argc, const char *const *argv)
 {
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
-        // How the Finder of an older macOS starts a program.
-        if (argument.rfind("-psn_", 0) == 0)
+        // The latter is how the Finder of an older macOS starts a program.
+        if (argument == "-reverse" || startsWith(argument, "-qmljsdebugger=") ||
+            startsWith(argument, "-psn_"))
             continue;
         if (argument == "--help" || argument == "-h") {
             std::fputs(help, stdout);
@@ -67,14 +83,14 @@ std::optional<int> answerCommandLine(int argc, const char *const *argv)
             return EXIT_SUCCESS;
         }
         if (!isToolkitOption(argument) || i + 1 == argc) {
-            std::fprintf(stderr, "kelpora360: can't make anything of \"%s\"; see kelpora360 --help\n",
+            std::fprintf(stderr, "kelpora360: can't make anything of \"%s\"; see kelpora360 --help.\n",
                          argument.c_str());
             return usageError;
         }
         ++i;
     }
     if (!mayHaveDisplay(argc)) {
-        std::fputs("kelpora360: there is no display to open a window on\n", stderr);
+        std::fputs("kelpora360: there is no display to open a window on.\n", stderr);
         return EXIT_FAILURE;
     }
     return std::nullopt;

@@ -124,14 +124,17 @@ public:
             if (!whole)
                 file_.write(text);
         }
+        // What failed may do so only for this opening of the file.
+        if (!whole)
+            file_.close();
         return true;
     }
 
 private:
     bool isReady()
     {
-        // Who deletes it gets a new one.
-        if (file_.isOpen() && hasName(file_))
+        // Who deletes it or takes it away gets a new one.
+        if (file_.isOpen() && isInPlace(file_))
             return true;
         file_.close();
         // A buffer that could not be written makes the file look empty.
@@ -143,16 +146,21 @@ private:
     QFile file_;
 };
 
-LogFile logFile;
+/// Never destroyed: a thread of the toolkit may log at the very end.
+LogFile &logFile()
+{
+    static auto *const file = new LogFile;
+    return *file;
+}
 
 void appendToLog(const QByteArray &entry)
 {
     const QString dataFolder = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
     // getLogFilePath() writes the first line of the pair itself.
-    if (logFile.append(dataFolder, firstOfPair + entry))
+    if (logFile().append(dataFolder, firstOfPair + entry))
         return;
-    logFile.take(dataFolder, getLogFilePath());
-    logFile.append(dataFolder, entry);
+    logFile().take(dataFolder, getLogFilePath());
+    logFile().append(dataFolder, entry);
 }
 
 } // namespace

@@ -99,11 +99,13 @@ void ignoreSigpipe()
 #endif
 }
 
-/// Takes the messages while the toolkit looks for a display: without one it would abort.
+/// Takes the messages while the toolkit looks for a display, where it aborts without one: the operator gets
+/// its reason in a line.
 void endWithoutDisplay(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
     if (type == QtFatalMsg) {
-        std::fputs("kelpora360: no display can be opened\n", stderr);
+        std::fprintf(stderr, "kelpora360: No window can be opened. %s\n",
+                     message.simplified().toLocal8Bit().constData());
         std::_Exit(EXIT_FAILURE);
     }
     AppMessageHandler(type, context, message);
@@ -143,7 +145,6 @@ int main(int argc, char *argv[])
     screen.init(argc, argv);
     applyScaling(settings, screen);
     limitTextureAtlas();
-    chooseRenderer();
     settings.setValue(QStringLiteral("AppVersion"), app_version);
     settings.setValue(QStringLiteral("AppName"), app_name);
     settings.sync();
@@ -153,6 +154,7 @@ int main(int argc, char *argv[])
         qInstallMessageHandler(nullptr);
     qInfo("Application start");
     logEnvironment(app_name, app_version, screen);
+    chooseRenderer();
 
     QCoreApplication::setApplicationName(app_name);
     QCoreApplication::setApplicationVersion(app_version);

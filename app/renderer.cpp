@@ -7,6 +7,12 @@
 
 void chooseRenderer()
 {
-    if (!qEnvironmentVariableIsSet("QT_QUICK_BACKEND") && !hasGraphicsProcessor())
-        QQuickWindow::setSceneGraphBackend(QSGRendererInterface::Software);
+    for (const char *choice : {"QT_QUICK_BACKEND", "QMLSCENE_DEVICE"}) {
+        if (qEnvironmentVariableIsSet(choice))
+            return;
+    }
+    if (hasGraphicsProcessor())
+        return;
+    qInfo("No graphics processor found, drawing without OpenGL");
+    QQuickWindow::setSceneGraphBackend(QSGRendererInterface::Software);
 }

@@ -12,7 +12,8 @@ bool hasGraphicsProcessor()
         return device.isReadable() && device.isWritable();
     };
     // Drivers of their own, beside the kernel's.
-    for (const char *device : {"/dev/nvidiactl", "/dev/dxg", "/dev/mali0", "/dev/kgsl-3d0"}) {
+    for (const char *device : {"/dev/nvidiactl", "/dev/nvhost-gpu", "/dev/dxg", "/dev/mali0", "/dev/kgsl-3d0",
+                               "/dev/galcore", "/dev/pvrsrvkm"}) {
         if (isOurs(QString::fromLatin1(device)))
             return true;
     }

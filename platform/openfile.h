@@ -2,5 +2,5 @@
 
 #include <QFile>
 
-/// Whether the open file `file` still has a name. What is written to a file that was deleted is lost.
-[[nodiscard]] bool hasName(const QFile &file);
+/// Whether the path by which `file` was opened still leads to it. False where the system doesn't tell.
+[[nodiscard]] bool isInPlace(const QFile &file);

@@ -2,8 +2,11 @@
 
 #include <sys/stat.h>
 
-bool hasName(const QFile &file)
+bool isInPlace(const QFile &file)
 {
-    struct stat found = {};
-    return ::fstat(file.handle(), &found) == 0 && found.st_nlink > 0;
+    struct stat opened = {};
+    struct stat named = {};
+    return ::fstat(file.handle(), &opened) == 0 &&
+           ::stat(QFile::encodeName(file.fileName()).constData(), &named) == 0 &&
+           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }

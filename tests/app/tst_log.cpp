@@ -81,7 +81,7 @@ private slots:
     void texts();
     void contextNamesAFile();
     void everyMessageIsAppended();
-    void aLogThatAnotherProcessDeletes();
+    void aLogThatAnotherProcessTakesAway();
     void anotherSupportFolder();
     void fatalLeavesNoTrace();
     void logThatCannotBeOpened();
@@ -196,7 +196,7 @@ void TestLog::everyMessageIsAppended()
     QCOMPARE(afterTwo.count('\n'), 5);
 }
 
-void TestLog::aLogThatAnotherProcessDeletes()
+void TestLog::aLogThatAnotherProcessTakesAway()
 {
     const Workspace workspace;
     handle(workspace, QtInfoMsg, QStringLiteral("one"));
@@ -209,6 +209,11 @@ void TestLog::aLogThatAnotherProcessDeletes()
     handle(workspace, QtInfoMsg, QStringLiteral("three"));
     QVERIFY(workspace.read(logFile).startsWith("its own\n"));
     QVERIFY(workspace.read(logFile).endsWith(" Info: three\n"));
+    const QByteArray sent = workspace.read(logFile);
+    QVERIFY(QFile::rename(workspace.path(logFile), workspace.path(QStringLiteral("sent"))));
+    handle(workspace, QtInfoMsg, QStringLiteral("four"));
+    QCOMPARE(workspace.read(QStringLiteral("sent")), sent);
+    QVERIFY(workspace.read(logFile).endsWith(" Info: four\n"));
 }
 
 void TestLog::anotherSupportFolder()

@@ -355,33 +355,34 @@ void TestStartup::commandLine_data()
     QTest::addColumn<QString>("display");
     QTest::addColumn<int>("code");
     QTest::addColumn<QString>("output");
-    QTest::addColumn<QString>("error"); // its last line
+    QTest::addColumn<QString>("error"); // how its last line begins
     QTest::addColumn<bool>("started");
 
+    const QString noWindow =
+        QStringLiteral("kelpora360: No window can be opened. This application failed to start "
+                       "because no Qt platform plugin could be initialized.");
     QTest::newRow("--help") << QStringList{"--help"} << QString() << 0 << "Usage: kelpora360 [OPTION]"
                             << QString() << false;
     QTest::newRow("--version") << QStringList{"--version"} << QString() << 0
                                << QStringLiteral("Kelpora 360 %1\n").arg(app_version) << QString() << false;
     QTest::newRow("an option that isn't")
         << QStringList{"--helpp"} << ":0" << 2 << QString()
-        << "kelpora360: can't make anything of \"--helpp\"; see kelpora360 --help\n"
+        << "kelpora360: can't make anything of \"--helpp\"; see kelpora360 --help.\n"
         << false;
     QTest::newRow("a file") << QStringList{"/tmp"} << ":0" << 2 << QString()
-                            << "kelpora360: can't make anything of \"/tmp\"; see kelpora360 --help\n"
+                            << "kelpora360: can't make anything of \"/tmp\"; see kelpora360 --help.\n"
                             << false;
     QTest::newRow("a value is missing")
         << QStringList{"-platform"} << ":0" << 2 << QString()
-        << "kelpora360: can't make anything of \"-platform\"; see kelpora360 --help\n"
+        << "kelpora360: can't make anything of \"-platform\"; see kelpora360 --help.\n"
         << false;
     QTest::newRow("no display") << QStringList() << QString() << 1 << QString()
-                                << "kelpora360: there is no display to open a window on\n"
+                                << "kelpora360: there is no display to open a window on.\n"
                                 << false;
     QTest::newRow("a display that doesn't answer")
-        << QStringList() << ":12345" << 1 << QString() << "kelpora360: no display can be opened\n"
-        << true;
-    QTest::newRow("the toolkit's option") << QStringList{"-platform", "nonsense"} << QString() << 1
-                                          << QString() << "kelpora360: no display can be opened\n"
-                                          << true;
+        << QStringList() << ":12345" << 1 << QString() << noWindow << true;
+    QTest::newRow("the toolkit's option")
+        << QStringList{"-platform", "nonsense"} << QString() << 1 << QString() << noWindow << true;
 }
 
 void TestStartup::commandLine()
@@ -395,7 +396,8 @@ void TestStartup::commandLine()
 
     const Workspace workspace;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    for (const char *name : {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY"})
+    for (const char *name :
+         {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY", "WAYLAND_SOCKET", "XDG_SESSION_TYPE"})
         environment.remove(QString::fromLatin1(name));
     if (!display.isEmpty())
         environment.insert(QStringLiteral("DISPLAY"), display);
@@ -408,8 +410,8 @@ void TestStartup::commandLine()
     const QString told = QString::fromUtf8(process.readAllStandardOutput());
     QVERIFY2(output.isEmpty() ? told.isEmpty() : told.startsWith(output), qPrintable(told));
     const QString complained = QString::fromUtf8(process.readAllStandardError());
-    QVERIFY2(started ? complained.endsWith(QLatin1Char('\n') + error) : complained == error,
-             qPrintable(complained));
+    const QString lastLine = complained.section(QLatin1Char('\n'), -2);
+    QVERIFY2(started ? lastLine.startsWith(error) : complained == error, qPrintable(complained));
     QCOMPARE(QFileInfo::exists(workspace.path(settingsFile)), started);
     QCOMPARE(QFileInfo::exists(workspace.path(logFile)), started);
 }

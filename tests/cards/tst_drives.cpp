@@ -461,7 +461,7 @@ void TestDrives::aSlowVolumeIsListedFromTheSecondRefreshOn()
     };
     QVERIFY(!listed());
     for (int refresh = 0; refresh < 3; ++refresh) {
-        QVERIFY(QTest::qWaitFor([&] { return threads() == threadsBefore; }, 30000));
+        QVERIFY(QTest::qWaitFor([&] { return threads() <= threadsBefore; }, 30000));
         QVERIFY2(listed(), qPrintable(QString::number(refresh)));
     }
 }

@@ -147,7 +147,7 @@ def _start(screen, size):
         return
     # Nothing of the user's desktop may steer the window.
     for name in list(os.environ):
-        if name.startswith("QT_") or name in ("WAYLAND_DISPLAY", "XAUTHORITY", "LD_PRELOAD"):
+        if name.startswith("QT_") and name != "QT_QUICK_BACKEND" or name in ("WAYLAND_DISPLAY", "XAUTHORITY", "LD_PRELOAD"):
             del os.environ[name]
     runtime = tempfile.mkdtemp(prefix="kelpora-session-")
     atexit.register(shutil.rmtree, runtime, ignore_errors=True)
