@@ -8,7 +8,12 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
 #include <mutex>
+#include <optional>
+#include <system_error>
 
 namespace {
 
@@ -45,7 +50,7 @@ bool isSameValue(const QVariant &stored, QVariant sent)
 /// see half of what another thread stores.
 std::mutex valuesMutex;
 
-/// The file is opened for every project of an import.
+/// The settings are asked for by every project of an import.
 void logOnce(const QString &problem)
 {
     static QString logged;
@@ -56,12 +61,48 @@ void logOnce(const QString &problem)
     logged = problem.isEmpty() ? QString() : line;
 }
 
+/// How a file looks from outside. One that was written a moment ago may be written again and look the same.
+struct Stamp
+{
+    std::filesystem::file_time_type written;
+    std::uintmax_t size = 0;
+
+    bool operator==(const Stamp &other) const { return written == other.written && size == other.size; }
+};
+
+std::optional<Stamp> stampOf(const QString &path)
+{
+    constexpr auto moment = std::chrono::milliseconds(100);
+    const std::filesystem::path file(path.toStdU16String());
+    std::error_code error;
+    const auto written = std::filesystem::last_write_time(file, error);
+    const std::uintmax_t size = error ? 0 : std::filesystem::file_size(file, error);
+    const auto age = std::filesystem::file_time_type::clock::now() - written;
+    if (error || age < moment)
+        return std::nullopt;
+    return Stamp{written, size};
+}
+
+/// What loadSettings() gave last, which holds as long as the file looks the same.
+struct Loaded
+{
+    QString path;
+    std::optional<Stamp> stamp;
+    QVariantMap settings;
+};
+
+Loaded loaded;
+
 } // namespace
 
 QVariantMap loadSettings()
 {
     const std::lock_guard<std::mutex> lock(valuesMutex);
-    SettingsFile file(getIniFilePath());
+    const QString path = getIniFilePath();
+    const std::optional<Stamp> stamp = stampOf(path);
+    if (stamp && path == loaded.path && stamp == loaded.stamp)
+        return loaded.settings;
+    SettingsFile file(path);
     logOnce(file.problem());
     const QStringList present = file.allKeys();
     for (const Default &entry : defaults) {
@@ -82,6 +123,7 @@ QVariantMap loadSettings()
                                                          : value.toString();
         settings.insert(key, value);
     }
+    loaded = {path, stamp, settings};
     return settings;
 }
 

@@ -105,6 +105,7 @@ private slots:
     void handMadeKeyGoesRoundTrip();
     void fileThatCannotBeWritten();
     void theFileIsReadAfresh();
+    void aFileOfTheSameSizeIsReadAgain();
     void workersReadWhileTheViewStores();
     void aLoadSeesAWholeStore();
 };
@@ -499,6 +500,26 @@ void TestSettings::theFileIsReadAfresh()
     QCOMPARE(loadSettings().value("Serialnumber").toString(), "000000");
     workspace.write(settingsFile, "[General]\nSerialnumber=by hand 123\n");
     QCOMPARE(loadSettings().value("Serialnumber").toString(), "by hand 123");
+}
+
+void TestSettings::aFileOfTheSameSizeIsReadAgain()
+{
+    const Workspace workspace;
+    QCOMPARE(loadSettings().value("Serialnumber").toString(), "000000");
+    const QByteArray before = workspace.read(settingsFile);
+    // Long enough for what was read last to hold, and not long enough.
+    for (const int milliseconds : {150, 1}) {
+        for (const char *serial : {"000001", "000002", "000003"}) {
+            // The toolkit's own view of the file changes once a millisecond at most.
+            QTest::qSleep(20);
+            workspace.write(settingsFile, QByteArray(before).replace("000000", serial));
+            QTest::qSleep(milliseconds);
+            QCOMPARE(loadSettings().value("Serialnumber").toString(), serial);
+            QCOMPARE(loadSettings().value("Serialnumber").toString(), serial);
+        }
+    }
+    QVERIFY(QFile::remove(workspace.path(settingsFile)));
+    QCOMPARE(loadSettings().value("Serialnumber").toString(), "000000");
 }
 
 void TestSettings::workersReadWhileTheViewStores()
