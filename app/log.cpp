@@ -19,21 +19,21 @@
 
 namespace {
 
-QString lineTemplate(QtMsgType type)
+QString levelOf(QtMsgType type)
 {
     switch (type) {
     case QtDebugMsg:
-        return QStringLiteral("%1 Debug: %2");
+        return QStringLiteral(" Debug: ");
     case QtInfoMsg:
-        return QStringLiteral("%1 Info: %2");
+        return QStringLiteral(" Info: ");
     case QtWarningMsg:
-        return QStringLiteral("%1 Warning: %2");
+        return QStringLiteral(" Warning: ");
     case QtCriticalMsg:
-        return QStringLiteral("%1 Critical: %2");
+        return QStringLiteral(" Critical: ");
     case QtFatalMsg:
-        return QStringLiteral("%1 Fatal: %2");
+        return QStringLiteral(" Fatal: ");
     }
-    return QStringLiteral("%1 Info: %2");
+    return QStringLiteral(" Info: ");
 }
 
 /// The local time. Its part down to the second is kept for the lines of that second: each look at the local
@@ -172,7 +172,7 @@ void AppMessageHandler(QtMsgType type, const QMessageLogContext &context, const 
     if (type == QtFatalMsg)
         std::abort();
 
-    const QString line = lineTemplate(type).arg(time).arg(text);
+    const QString line = time + levelOf(type) + text;
     const QByteArray echo = line.toLatin1();
     if (context.file != nullptr)
         std::fprintf(stderr, "%s\t(%s:%u)\n", echo.constData(), context.file,

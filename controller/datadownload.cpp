@@ -210,7 +210,7 @@ CsvRuns runsOf(const DumpLines &lines, const QString &targetDir, const QString &
         // A start that is sent again must not begin its file anew.
         if (line == startLine)
             continue;
-        Record record(line);
+        Record record = dumped.runs.isEmpty() ? Record(line) : Record(line, startTime);
         const bool isWhole = record.id > 0;
         if (!isWhole)
             qWarning().noquote() << "Data: Not a whole dataset:" << line.trimmed();
@@ -228,7 +228,6 @@ CsvRuns runsOf(const DumpLines &lines, const QString &targetDir, const QString &
             dumped.runs.append({QDir(targetDir).filePath(runFileName(record, projectName)),
                                 Record::headingCSV().toUtf8(), true});
         } else if (!dumped.runs.isEmpty()) {
-            record.correctTimestamp(startTime);
             record.number -= startNumber;
             dumped.runs.last().content += record.toCSV().toUtf8();
         } else {

@@ -13,6 +13,8 @@ public:
 
     Record() = default;
     explicit Record(const QString &line);
+    /// An ordinary entry gets its time completed, as correctTimestamp() does.
+    Record(const QString &line, int start);
 
     /// Takes the values of a "$PSEADATA" sentence; any other line leaves the record as it is.
     void fromNmea(const QString &line);
@@ -41,4 +43,8 @@ public:
     double roll = 0;
     double pitch = 0;
     double reserved = 0; ///< sent, but not part of the CSV
+
+private:
+    bool takeFields(const QString &line);
+    void setTime(int seconds);
 };

@@ -56,6 +56,7 @@ private slots:
     void numbersThatAreNone();
     void completesTime_data();
     void completesTime();
+    void completesOrdinaryEntriesOnly();
     void times_data();
     void times();
     void aZoneChangeDisturbsNoTime();
@@ -230,6 +231,21 @@ void TestRecord::completesTime()
     QCOMPARE(record.timestamp, completed);
     QCOMPARE(record.datetime, QDateTime::fromSecsSinceEpoch(completed));
     QCOMPARE(columns(record).at(4), QString::number(qint64{completed} - start));
+
+    const Record atOnce(dataset(1, 10, low), start);
+    QCOMPARE(atOnce.toCSV(), record.toCSV());
+    QCOMPARE(atOnce.datetime, record.datetime);
+}
+
+void TestRecord::completesOrdinaryEntriesOnly()
+{
+    const Record start(dataset(7, 1, 1550782004), 1000000000);
+    QCOMPARE(start.toCSV(), Record(dataset(7, 1, 1550782004)).toCSV());
+    QCOMPARE(start.startTimestamp, 1550782004);
+    QCOMPARE(start.datetime, QDateTime::fromSecsSinceEpoch(1550782004));
+    const Record none(QStringLiteral("$PSEADATA,1*00"), 1000000000);
+    QCOMPARE(none.toCSV(), Record().toCSV());
+    QCOMPARE(none.startTimestamp, 0);
 }
 
 void TestRecord::times_data()
