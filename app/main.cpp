@@ -1,5 +1,6 @@
 #include "app/appcontroller.h"
 #include "app/commandline.h"
+#include "app/instance.h"
 #include "app/limitednetwork.h"
 #include "app/log.h"
 #include "app/paths.h"
@@ -10,6 +11,7 @@
 
 #include <QDebug>
 #include <QFile>
+#include <QFileInfo>
 #include <QGuiApplication>
 #include <QLockFile>
 #include <QQmlApplicationEngine>
@@ -123,6 +125,35 @@ void quitOnSceneGraphError(const QQuickWindow *window)
                      });
 }
 
+/// What a start says and ends with that is not the only one.
+std::optional<int> tellOfOther(Instance &instance)
+{
+    switch (instance.begin()) {
+    case Instance::Start::First:
+        break;
+    case Instance::Start::Shown:
+        std::puts("Kelpora 360 is already running; its window is in front now.");
+        return EXIT_SUCCESS;
+    case Instance::Start::Stuck:
+        std::fprintf(stderr,
+                     "kelpora360: It is already running, or still closing, and doesn't answer. If it isn't, "
+                     "remove %s.\n",
+                     QFile::encodeName(instance.lockPath()).constData());
+        return EXIT_FAILURE;
+    }
+    return std::nullopt;
+}
+
+void bringToFront(QQuickWindow *window)
+{
+    if (window == nullptr)
+        return;
+    window->showNormal();
+    window->raise();
+    window->requestActivate();
+    window->alert(0);
+}
+
 /// The desktop session closes the window without anybody there who could answer a question.
 void tellOfSessionEnd(const QGuiApplication &app, QQuickWindow *window)
 {
@@ -139,6 +170,9 @@ int main(int argc, char *argv[])
         return *answered;
     ignoreSigpipe();
     setAppPathFromExecutable(QFile::decodeName(argv[0]));
+    Instance instance(QFileInfo(getIniFilePath()).absolutePath());
+    if (const std::optional<int> told = tellOfOther(instance))
+        return *told;
     removeStaleSettingsLock();
     SettingsFile settings(getIniFilePath());
     AppScreen screen(settings.value(QStringLiteral("ScaleFactor"), 1.0).toDouble());
@@ -176,8 +210,10 @@ int main(int argc, char *argv[])
     controller.init(window);
     quitOnSceneGraphError(window);
     tellOfSessionEnd(app, window);
+    instance.answer([window] { bringToFront(window); });
 
     const int exitCode = QGuiApplication::exec();
+    instance.close();
 
     // A job that still holds the port must let go of it first.
     bool stopped = controller.endJobs(stopTimeoutMs);

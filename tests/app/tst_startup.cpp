@@ -9,6 +9,7 @@
 #include <QProcessEnvironment>
 #include <QRegularExpression>
 
+#include <csignal>
 #include <sys/stat.h>
 
 namespace {
@@ -64,6 +65,30 @@ QString run(const Workspace &workspace, const QString &executable = program(), c
     return {};
 }
 
+/// The program in a window that nobody sees and nobody closes.
+struct RunningProgram
+{
+    RunningProgram() = default;
+    ~RunningProgram()
+    {
+        process.kill();
+        process.waitForFinished();
+    }
+    Q_DISABLE_COPY(RunningProgram)
+
+    bool start()
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+        environment.insert(QStringLiteral("QT_QUICK_BACKEND"), QStringLiteral("software"));
+        process.setProcessEnvironment(environment);
+        process.start(program(), QStringList());
+        return process.waitForStarted();
+    }
+
+    QProcess process;
+};
+
 Texts pairs(const QByteArray &content)
 {
     Texts result;
@@ -118,6 +143,8 @@ private slots:
     void noGraphicsProcessor();
     void commandLine_data();
     void commandLine();
+    void aSecondStartShowsTheFirst();
+    void aStartWaitsForOneThatCloses();
     void standardErrorIsClosed();
 };
 
@@ -414,6 +441,57 @@ void TestStartup::commandLine()
     QVERIFY2(started ? lastLine.startsWith(error) : complained == error, qPrintable(complained));
     QCOMPARE(QFileInfo::exists(workspace.path(settingsFile)), started);
     QCOMPARE(QFileInfo::exists(workspace.path(logFile)), started);
+}
+
+void TestStartup::aSecondStartShowsTheFirst()
+{
+    const Workspace workspace;
+    RunningProgram first;
+    QVERIFY(first.start());
+    const auto logged = [&](const char *text) {
+        return messages(workspace).filter(QString::fromLatin1(text)).size();
+    };
+    // It answers once its window stands.
+    QTRY_COMPARE_WITH_TIMEOUT(logged("Application start"), 1, runTimeoutMs);
+    for (int starts = 1; starts <= 2; ++starts) {
+        RunningProgram second;
+        QVERIFY(second.start());
+        QVERIFY(second.process.waitForFinished(runTimeoutMs));
+        QCOMPARE(second.process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(second.process.exitCode(), 0);
+        QCOMPARE(second.process.readAllStandardOutput(),
+                 QByteArray("Kelpora 360 is already running; its window is in front now.\n"));
+        QCOMPARE(logged("The program was started again"), starts);
+    }
+    QCOMPARE(first.process.state(), QProcess::Running);
+    QCOMPARE(logged("Application start"), 1);
+    QCOMPARE(logged("Shutting down"), 0);
+
+    // One that was killed is in nobody's way.
+    first.process.kill();
+    QVERIFY(first.process.waitForFinished(runTimeoutMs));
+    QCOMPARE(run(workspace), QString());
+}
+
+void TestStartup::aStartWaitsForOneThatCloses()
+{
+    const Workspace workspace;
+    RunningProgram first;
+    QVERIFY(first.start());
+    QTRY_VERIFY_WITH_TIMEOUT(!messages(workspace).isEmpty(), runTimeoutMs);
+    // As if it hung in a last look at a dead disk.
+    QVERIFY(::kill(static_cast<pid_t>(first.process.processId()), SIGSTOP) == 0);
+    const QByteArray log = workspace.read(logFile);
+    RunningProgram second;
+    QVERIFY(second.start());
+    QVERIFY(!second.process.waitForFinished(3000));
+    QCOMPARE(workspace.read(logFile), log);
+    first.process.kill();
+    QVERIFY(first.process.waitForFinished(runTimeoutMs));
+    QTRY_VERIFY_WITH_TIMEOUT(messages(workspace).contains(QStringLiteral("Info: Application start")) &&
+                                 messages(workspace).filter(QStringLiteral("Template dir")).size() == 1,
+                             runTimeoutMs);
+    QCOMPARE(second.process.state(), QProcess::Running);
 }
 
 void TestStartup::standardErrorIsClosed()
