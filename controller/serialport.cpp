@@ -4,10 +4,12 @@
 
 #include <QDebug>
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QJsonObject>
 #include <QSerialPortInfo>
 
 #include <algorithm>
+#include <cerrno>
 
 namespace {
 
@@ -102,6 +104,13 @@ bool SerialPort::open(const QString &portName)
     if (!port_.open(QIODevice::ReadWrite)) {
         qWarning().noquote() << "Error opening port:" << port_.errorString();
         openError_ = port_.errorString();
+        // Not a port that another program uses, which the port calls a permission too.
+        if (openError_ == qt_error_string(EACCES)) {
+            const QFileInfo device(found->systemLocation());
+            qWarning().noquote() << QStringLiteral("This user may not use %1: add the user to the group "
+                                                   "\"%2\", then log in anew.")
+                                        .arg(device.filePath(), device.group());
+        }
         return false;
     }
     qInfo("Port opened.");

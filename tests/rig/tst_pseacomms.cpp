@@ -4,6 +4,7 @@
 #include "rig/sentence.h"
 #include "tests/rig/rigtest.h"
 #include "tests/support/messagelog.h"
+#include "tests/support/plainuser.h"
 
 #include <QDateTime>
 #include <QElapsedTimer>
@@ -281,6 +282,7 @@ private slots:
     void writtenLines();
     void opening();
     void aPortInUse();
+    void aForbiddenPort();
     void devices();
     void hiddenDevices_data();
     void hiddenDevices();
@@ -910,6 +912,23 @@ void TestPseaComms::aPortInUse()
     QVERIFY(MessageLog::lines(QStringLiteral("warning"))
                 .contains(QStringLiteral("Error opening port: ") + second.lastError_));
     QVERIFY(first.link.countData());
+}
+
+void TestPseaComms::aForbiddenPort()
+{
+    SimulatedRig rig(rigWith({}));
+    const QString device = QStringLiteral("/dev/") + portName();
+    QVERIFY(QFile::setPermissions(device, {}));
+    const PlainUser user;
+    const MessageLog log;
+    PSEAComms link;
+    QVERIFY(!link.open(portName()));
+    QVERIFY(!link.lastError_.isEmpty());
+    QCOMPARE(MessageLog::lines(QStringLiteral("warning")),
+             QStringList({QStringLiteral("Error opening port: ") + link.lastError_,
+                          QStringLiteral(
+                              "This user may not use %1: add the user to the group \"%2\", then log in anew.")
+                              .arg(device, QFileInfo(device).group())}));
 }
 
 void TestPseaComms::devices()
