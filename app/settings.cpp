@@ -72,7 +72,8 @@ struct Stamp
 
 std::optional<Stamp> stampOf(const QString &path)
 {
-    constexpr auto moment = std::chrono::milliseconds(100);
+    // No file system counts in more than two seconds.
+    constexpr auto moment = std::chrono::milliseconds(2100);
     const std::filesystem::path file(path.toStdU16String());
     std::error_code error;
     const auto written = std::filesystem::last_write_time(file, error);
@@ -123,13 +124,14 @@ QVariantMap loadSettings()
                                                          : value.toString();
         settings.insert(key, value);
     }
-    loaded = {path, stamp, settings};
+    loaded = {path, file.isSound() ? stamp : std::nullopt, settings};
     return settings;
 }
 
 void storeSettings(const QVariantMap &settings)
 {
     const std::lock_guard<std::mutex> lock(valuesMutex);
+    loaded.stamp.reset();
     SettingsFile file(getIniFilePath());
     for (auto entry = settings.cbegin(); entry != settings.cend(); ++entry) {
         const QVariant stored = file.value(entry.key());

@@ -28,6 +28,12 @@ public:
     /// Why the file is left alone, for the log; empty if it is used.
     [[nodiscard]] const QString &problem() const { return problem_; }
 
+    /// Whether the file was read, and written if need was, without an error.
+    [[nodiscard]] bool isSound() const
+    {
+        return problem_.isEmpty() && values_->status() == QSettings::NoError;
+    }
+
     [[nodiscard]] QStringList allKeys() const { return values_->allKeys(); }
     [[nodiscard]] bool contains(const QString &key) const { return values_->contains(key); }
     [[nodiscard]] QVariant value(const QString &key, const QVariant &fallback = {}) const;
