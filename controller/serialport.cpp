@@ -105,8 +105,9 @@ bool SerialPort::open(const QString &portName)
         qWarning().noquote() << "Error opening port:" << port_.errorString();
         openError_ = port_.errorString();
         // Not a port that another program uses, which the port calls a permission too.
-        if (openError_ == qt_error_string(EACCES)) {
-            const QFileInfo device(found->systemLocation());
+        const QFileInfo device(found->systemLocation());
+        if (openError_ == qt_error_string(EACCES) && device.groupId() != 0 &&
+            device.permission(QFile::ReadGroup | QFile::WriteGroup)) {
             qWarning().noquote() << QStringLiteral("This user may not use %1: add the user to the group "
                                                    "\"%2\", then log in anew.")
                                         .arg(device.filePath(), device.group());
