@@ -4,60 +4,60 @@
 #include <QCryptographicHash>
 #include <QDebug>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QLocalSocket>
 
 namespace {
 
-constexpr int answerMs = 2000;
-constexpr int pollMs = 100;
+/// A program that doesn't answer within these hangs, and is in nobody's way.
+constexpr int answerMs = 5000;
 constexpr const char *shown = "shown\n";
+
+QString serverNameFor(const QString &folder)
+{
+#ifdef Q_OS_UNIX
+    // No address of a socket is longer.
+    constexpr int longest = 100;
+    QString path = QDir(folder).filePath(QStringLiteral("Kelpora360.socket"));
+    if (QFile::encodeName(path).size() <= longest)
+        return path;
+#endif
+    const QByteArray hash = QCryptographicHash::hash(QFile::encodeName(folder), QCryptographicHash::Sha1);
+    return QStringLiteral("kelpora360-") + QString::fromLatin1(hash.toHex());
+}
 
 } // namespace
 
 Instance::Instance(const QString &folder)
-    : lockPath_(QDir(folder).filePath(QStringLiteral("Kelpora360.lock")))
-    , lock_(lockPath_)
-    , serverName_(QStringLiteral("kelpora360-") +
-                  QString::fromLatin1(
-                      QCryptographicHash::hash(QFile::encodeName(folder), QCryptographicHash::Sha1).toHex()))
+    : serverName_(serverNameFor(folder))
 {
-    // Only a process that has ended loses it.
-    lock_.setStaleLockTime(0);
 }
 
-Instance::Start Instance::begin(int patienceMs)
+bool Instance::askOther() const
 {
-    // Where no lock can be made, two programs are better than none.
-    if (lock_.tryLock(0) || lock_.error() != QLockFile::LockFailedError)
-        return Start::First;
-    int count = 1;
-    char name[] = "kelpora360";
-    char *arguments[] = {name, nullptr};
-    const QCoreApplication application(count, arguments);
-    QElapsedTimer time;
-    time.start();
-    do {
-        if (showOther())
-            return Start::Shown;
-        if (lock_.tryLock(pollMs))
-            return Start::First;
-    } while (time.elapsed() < patienceMs);
-    return Start::Stuck;
-}
-
-bool Instance::showOther() const
-{
-    QLocalSocket other;
-    other.connectToServer(serverName_);
-    return other.waitForConnected(answerMs) && other.waitForReadyRead(answerMs) && other.readAll() == shown;
+    if (QDir::isAbsolutePath(serverName_) && !QFile::exists(serverName_))
+        return false;
+    bool told = false;
+    {
+        int count = 1;
+        char name[] = "kelpora360";
+        char *arguments[] = {name, nullptr};
+        const QCoreApplication application(count, arguments);
+        QLocalSocket other;
+        other.connectToServer(serverName_);
+        told =
+            other.waitForConnected(answerMs) && other.waitForReadyRead(answerMs) && other.readAll() == shown;
+    }
+    // The toolkit keeps what it made of the arguments, and folders are named after it.
+    QCoreApplication::setApplicationName(QString());
+    QCoreApplication::setApplicationVersion(QString());
+    return told;
 }
 
 void Instance::answer(const std::function<void()> &show)
 {
     server_.setSocketOptions(QLocalServer::UserAccessOption);
-    // What a program that was killed left behind; this one has the lock.
+    // Left behind by one that was killed or hangs.
     QLocalServer::removeServer(serverName_);
     if (!server_.listen(serverName_))
         qWarning().noquote() << "A second start will not find this window:" << server_.errorString();

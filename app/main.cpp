@@ -125,29 +125,8 @@ void quitOnSceneGraphError(const QQuickWindow *window)
                      });
 }
 
-/// What a start says and ends with that is not the only one.
-std::optional<int> tellOfOther(Instance &instance)
-{
-    switch (instance.begin()) {
-    case Instance::Start::First:
-        break;
-    case Instance::Start::Shown:
-        std::puts("Kelpora 360 is already running; its window is in front now.");
-        return EXIT_SUCCESS;
-    case Instance::Start::Stuck:
-        std::fprintf(stderr,
-                     "kelpora360: It is already running, or still closing, and doesn't answer. If it isn't, "
-                     "remove %s.\n",
-                     QFile::encodeName(instance.lockPath()).constData());
-        return EXIT_FAILURE;
-    }
-    return std::nullopt;
-}
-
 void bringToFront(QQuickWindow *window)
 {
-    if (window == nullptr)
-        return;
     window->showNormal();
     window->raise();
     window->requestActivate();
@@ -171,8 +150,10 @@ int main(int argc, char *argv[])
     ignoreSigpipe();
     setAppPathFromExecutable(QFile::decodeName(argv[0]));
     Instance instance(QFileInfo(getIniFilePath()).absolutePath());
-    if (const std::optional<int> told = tellOfOther(instance))
-        return *told;
+    if (instance.askOther()) {
+        std::puts("Kelpora 360 is already running; its window was asked to come to the front.");
+        return EXIT_SUCCESS;
+    }
     removeStaleSettingsLock();
     SettingsFile settings(getIniFilePath());
     AppScreen screen(settings.value(QStringLiteral("ScaleFactor"), 1.0).toDouble());
@@ -210,7 +191,8 @@ int main(int argc, char *argv[])
     controller.init(window);
     quitOnSceneGraphError(window);
     tellOfSessionEnd(app, window);
-    instance.answer([window] { bringToFront(window); });
+    if (window != nullptr)
+        instance.answer([window] { bringToFront(window); });
 
     const int exitCode = QGuiApplication::exec();
     instance.close();
