@@ -16,8 +16,8 @@ QMap<QString, QVariant> valuesOf(const SettingsFile &file)
 {
     QMap<QString, QVariant> values;
     for (const QString &key : file.allKeys()) {
-        // Those of a group without a name can't be asked for.
-        if (!key.startsWith('/'))
+        // Those with a group or a name that is empty can't be asked for.
+        if (!key.startsWith('/') && !key.endsWith('/') && !key.contains(QLatin1String("//")))
             values.insert(key, file.value(key));
     }
     return values;
