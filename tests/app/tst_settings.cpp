@@ -2,6 +2,7 @@
 #include "app/settings.h"
 #include "app/settingsfile.h"
 #include "tests/support/messagelog.h"
+#include "tests/support/plainuser.h"
 #include "tests/support/testmain.h"
 #include "tests/support/volumes.h"
 #include "tests/support/workspace.h"
@@ -106,6 +107,7 @@ private slots:
     void fileThatCannotBeWritten();
     void theFileIsReadAfresh();
     void aFileOfTheSameSizeIsReadAgain();
+    void aFileThatCouldNotBeReadIsReadAgain();
     void workersReadWhileTheViewStores();
     void aLoadSeesAWholeStore();
 };
@@ -520,6 +522,25 @@ void TestSettings::aFileOfTheSameSizeIsReadAgain()
     QCOMPARE(loadSettings().value("Serialnumber").toString(), "000003");
     QVERIFY(QFile::remove(workspace.path(settingsFile)));
     QCOMPARE(loadSettings().value("Serialnumber").toString(), "000000");
+}
+
+void TestSettings::aFileThatCouldNotBeReadIsReadAgain()
+{
+    const Workspace workspace;
+    const QString path = workspace.write(settingsFile, "[General]\nSerialnumber=000007\n");
+    const QString folder = QFileInfo(path).path();
+    const QFile::Permissions mayBeRead = QFile::permissions(path);
+    QVERIFY(QFile::setPermissions(path, {}));
+    QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::ExeOwner));
+    // Long enough for what was read to hold.
+    QTest::qSleep(2300);
+    {
+        const PlainUser user;
+        QCOMPARE(loadSettings().value("Serialnumber").toString(), "000000");
+    }
+    QVERIFY(QFile::setPermissions(path, mayBeRead));
+    QCOMPARE(loadSettings().value("Serialnumber").toString(), "000007");
+    QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
 }
 
 void TestSettings::workersReadWhileTheViewStores()
