@@ -1,0 +1,6 @@
+#include "platform/portholder.h"
+
+QString portHolder(const QString & /*device*/)
+{
+    return {};
+}
