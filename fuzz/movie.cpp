@@ -1,0 +1,56 @@
+// A movie or a photo, which may be damaged in any way: its header is read in few and small steps.
+
+#include "checks/movie.h"
+
+#include "checks/exif.h"
+#include "fuzz/target.h"
+
+#include <QBuffer>
+#include <QtGlobal>
+
+namespace {
+
+/// Counts what is read.
+class CountingBuffer : public QBuffer
+{
+public:
+    using QBuffer::QBuffer;
+    [[nodiscard]] qint64 bytesRead() const { return bytesRead_; }
+
+protected:
+    qint64 readData(char *data, qint64 size) override
+    {
+        const qint64 read = QBuffer::readData(data, size);
+        bytesRead_ += read;
+        return read;
+    }
+
+private:
+    qint64 bytesRead_ = 0;
+};
+
+void check(const QByteArray &content, RecordingTime (*read)(QIODevice &))
+{
+    QByteArray bytes = content;
+    CountingBuffer file(&bytes);
+    HOLDS(file.open(QIODevice::ReadOnly | QIODevice::Unbuffered));
+    const RecordingTime time = read(file);
+    constexpr qint64 most = 1'000'000;
+    HOLDS(file.bytesRead() < most);
+    HOLDS(time.length >= -1);
+    // The same twice, and nothing of a file that has no time.
+    HOLDS(read(file).problem == time.problem);
+    HOLDS(time.problem.isEmpty() || time.start == 0);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    // A place beyond the end of the buffer is told as a warning; of a file, nothing is read there.
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    const QByteArray content(reinterpret_cast<const char *>(data), static_cast<int>(size));
+    check(content, readMovieTime);
+    check(content, readPhotoTime);
+    return 0;
+}
