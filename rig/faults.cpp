@@ -3,6 +3,7 @@
 #include "rig/sentence.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -25,6 +26,11 @@ bool endsDump(const std::string &line)
     return line.find("DATA END") != std::string::npos;
 }
 
+bool endsErase(const std::string &line)
+{
+    return line.find("PSEAFORMAT,MEMORY,COMPLETE") != std::string::npos;
+}
+
 } // namespace
 
 FaultyCable::FaultyCable(const Faults &faults)
@@ -37,11 +43,15 @@ std::vector<Step> FaultyCable::deliver(const std::vector<std::string> &lines)
     std::vector<Step> steps;
     steps.reserve(lines.size());
     std::string burst;
-    const auto flush = [&] {
-        if (!burst.empty())
-            append(burst, &steps);
-        burst.clear();
+    microseconds wait = faults_.delay;
+    const auto appendAfterWait = [&](const std::string &bytes) {
+        if (bytes.empty())
+            return;
+        const std::size_t first = steps.size();
+        append(bytes, &steps);
+        steps[first].wait += std::exchange(wait, microseconds(0));
     };
+    const auto flush = [&] { appendAfterWait(std::exchange(burst, {})); };
     for (const std::string &line : lines) {
         if (faults_.mute || (faults_.muteAfter >= 0 && answers_ >= faults_.muteAfter))
             break;
@@ -55,13 +65,15 @@ std::vector<Step> FaultyCable::deliver(const std::vector<std::string> &lines)
             break;
         }
         ++answers_;
-        const bool bad = faults_.badChecksumEvery > 0 && answers_ % faults_.badChecksumEvery == 0;
-        for (const std::string &sent :
-             {faults_.noise ? noise(line) : std::string(), bad ? spoil(line) : line}) {
+        if (endsErase(line)) {
+            flush();
+            wait += faults_.eraseTime;
+        }
+        for (const std::string &sent : {faults_.noise ? noise(line) : std::string(), damaged(line)}) {
             if (faults_.burst)
                 burst += sent;
-            else if (!sent.empty())
-                append(sent, &steps);
+            else
+                appendAfterWait(sent);
         }
         if (answers_ == faults_.unplugAfter && !unplugged_) {
             flush();
@@ -91,14 +103,19 @@ std::string FaultyCable::noise(const std::string &line)
     }
 }
 
-/// The line with a digit of its checksum changed.
-std::string FaultyCable::spoil(const std::string &line) const
+/// The answer line that was counted last, as it arrives.
+std::string FaultyCable::damaged(const std::string &line) const
 {
-    std::string bad = line;
-    const std::size_t star = bad.rfind('*');
-    if (star != std::string::npos && star + 1 < bad.size())
-        bad[star + 1] = bad[star + 1] == '0' ? '1' : '0';
-    return bad;
+    const auto isTurn = [this](int every) { return every > 0 && answers_ % every == 0; };
+    std::string arrives = line;
+    const std::size_t star = line.rfind('*');
+    if (isTurn(faults_.badChecksumEvery) && star != std::string::npos && star + 1 < line.size())
+        arrives[star + 1] = line[star + 1] == '0' ? '1' : '0';
+    if (isTurn(faults_.loseByteEvery))
+        arrives.erase(line.size() / 2, 1);
+    if (isTurn(faults_.loseEndEvery))
+        arrives.erase(arrives.find_last_not_of("\r\n") + 1);
+    return arrives;
 }
 
 void FaultyCable::append(const std::string &line, std::vector<Step> *steps) const

@@ -15,9 +15,15 @@ struct Faults
     bool mute = false;        ///< no answer at all
     int muteAfter = -1;       ///< none after that many answer lines; -1: never
     int badChecksumEvery = 0; ///< every that many-th answer line has a wrong checksum; 0: none
+    int loseEndEvery = 0;     ///< every that many-th answer line comes without its line end; 0: none
+    int loseByteEvery = 0;    ///< of every that many-th answer line the byte in the middle is lost; 0: none
     int unplugAfter = -1;     ///< after that many answer lines the cable is pulled, once; -1: never
     bool noEnd = false;       ///< a dump without its end message
     std::chrono::microseconds pause{40000}; ///< between pieces
+    std::chrono::milliseconds delay{0};     ///< before the answer to a command
+    std::chrono::milliseconds eraseTime{0}; ///< before an erase is reported as done
+    bool deafInDump = false; ///< what comes in while it is still answering is lost, as busy firmware loses it
+    bool halfOpen = false;   ///< the device takes what is written, and nobody reads it
 };
 
 /// One thing to do towards the program.
@@ -39,7 +45,7 @@ public:
 
 private:
     [[nodiscard]] std::string noise(const std::string &line);
-    [[nodiscard]] std::string spoil(const std::string &line) const;
+    [[nodiscard]] std::string damaged(const std::string &line) const;
     void append(const std::string &line, std::vector<Step> *steps) const;
 
     Faults faults_;

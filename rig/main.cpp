@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 #include <exception>
+#include <fstream>
 #include <getopt.h>
 #include <optional>
 #include <sys/prctl.h>
@@ -33,6 +34,12 @@ The device
   --description TEXT      (Kelpora 360 Controller)
   --plug-after SECONDS    plug it in that long after the start
   --replug-after SECONDS  plug it in again that long after it was pulled
+  --replug-serial TEXT    its serial number from then on: another controller in its place
+  --beside TEXT           another device of this serial number, listed before it, at which nobody answers;
+                          may be given again
+  --busy                  another program holds the port
+  --forbidden             this user may not open the port
+  --half-open             it takes what is written, and nobody reads it
 
 The controller
   --battery VOLTS         battery voltage (3.95)
@@ -58,9 +65,18 @@ What goes wrong; all can be combined
   --mute-after N          none after N answer lines
   --bad-checksum-every N  every N-th answer line has a wrong checksum
   --unplug-after N        the cable is pulled after N answer lines
+  --lose-end-every N      every N-th answer line comes without its line end
+  --lose-byte-every N     of every N-th answer line the byte in the middle is lost
   --no-end                a dump without its end message
+  --announce N            the count tells N datasets, whatever the dump brings
+  --delay SECONDS         before the answer to each command
+  --erase-time SECONDS    before an erase is reported as done
+  --deaf-in-dump          a command that comes in while it is still answering is lost
+  --boots                 noise and a boot message whenever the port is opened
+  --leftovers N           whenever the port is opened, the last N lines of an earlier dump
 
   --transcript FILE       write both directions there, with times
+  --state FILE            write there at the end what the controller keeps
 
 SIGUSR1 pulls the cable.
 )";
@@ -72,6 +88,11 @@ enum Option : int {
     Description,
     PlugAfter,
     ReplugAfter,
+    ReplugSerial,
+    Beside,
+    Busy,
+    Forbidden,
+    HalfOpen,
     Battery,
     Firmware,
     Settings,
@@ -92,8 +113,17 @@ enum Option : int {
     MuteAfter,
     BadChecksumEvery,
     UnplugAfter,
+    LoseEndEvery,
+    LoseByteEvery,
     NoEnd,
+    Announce,
+    Delay,
+    EraseTime,
+    DeafInDump,
+    Boots,
+    Leftovers,
     TranscriptFile,
+    StateFile,
     Help
 };
 
@@ -104,6 +134,11 @@ constexpr option longOptions[] = {
     {"description", required_argument, nullptr, Description},
     {"plug-after", required_argument, nullptr, PlugAfter},
     {"replug-after", required_argument, nullptr, ReplugAfter},
+    {"replug-serial", required_argument, nullptr, ReplugSerial},
+    {"beside", required_argument, nullptr, Beside},
+    {"busy", no_argument, nullptr, Busy},
+    {"forbidden", no_argument, nullptr, Forbidden},
+    {"half-open", no_argument, nullptr, HalfOpen},
     {"battery", required_argument, nullptr, Battery},
     {"firmware", required_argument, nullptr, Firmware},
     {"settings", required_argument, nullptr, Settings},
@@ -124,8 +159,17 @@ constexpr option longOptions[] = {
     {"mute-after", required_argument, nullptr, MuteAfter},
     {"bad-checksum-every", required_argument, nullptr, BadChecksumEvery},
     {"unplug-after", required_argument, nullptr, UnplugAfter},
+    {"lose-end-every", required_argument, nullptr, LoseEndEvery},
+    {"lose-byte-every", required_argument, nullptr, LoseByteEvery},
     {"no-end", no_argument, nullptr, NoEnd},
+    {"announce", required_argument, nullptr, Announce},
+    {"delay", required_argument, nullptr, Delay},
+    {"erase-time", required_argument, nullptr, EraseTime},
+    {"deaf-in-dump", no_argument, nullptr, DeafInDump},
+    {"boots", no_argument, nullptr, Boots},
+    {"leftovers", required_argument, nullptr, Leftovers},
     {"transcript", required_argument, nullptr, TranscriptFile},
+    {"state", required_argument, nullptr, StateFile},
     {"help", no_argument, nullptr, Help},
     {nullptr, 0, nullptr, 0},
 };
@@ -180,7 +224,14 @@ private:
     const char *text_;
 };
 
-bool take(int option, const char *text, RigOptions *rig, DiveLog *log, std::string *logFile)
+/// What the command line names beside the rig itself.
+struct Files
+{
+    std::string log;   ///< read into the memory
+    std::string state; ///< written at the end
+};
+
+bool take(int option, const char *text, RigOptions *rig, DiveLog *log, Files *files)
 {
     constexpr double most = 1000000;
     constexpr double mostTime = 2147483647;
@@ -202,6 +253,18 @@ bool take(int option, const char *text, RigOptions *rig, DiveLog *log, std::stri
         return value.into(&rig->plugAfter);
     case ReplugAfter:
         return value.into(&rig->replugAfter);
+    case ReplugSerial:
+        rig->usb.replugSerial = text;
+        return true;
+    case Beside:
+        rig->usb.beside.emplace_back(text);
+        return true;
+    case Busy:
+        return rig->usb.busy = true;
+    case Forbidden:
+        return rig->usb.forbidden = true;
+    case HalfOpen:
+        return rig->faults.halfOpen = true;
     case Battery:
         return value.into(&rig->controller.volts, 0, 100);
     case Firmware:
@@ -225,7 +288,7 @@ bool take(int option, const char *text, RigOptions *rig, DiveLog *log, std::stri
     case TwoRunsAMinute:
         return log->twoRunsAMinute = true;
     case Log:
-        *logFile = text;
+        files->log = text;
         return true;
     case Burst:
         return rig->faults.burst = true;
@@ -246,10 +309,29 @@ bool take(int option, const char *text, RigOptions *rig, DiveLog *log, std::stri
         return value.into(&rig->faults.badChecksumEvery, 1, most);
     case UnplugAfter:
         return value.into(&rig->faults.unplugAfter, 0, most);
+    case LoseEndEvery:
+        return value.into(&rig->faults.loseEndEvery, 1, most);
+    case LoseByteEvery:
+        return value.into(&rig->faults.loseByteEvery, 1, most);
     case NoEnd:
         return rig->faults.noEnd = true;
+    case Announce:
+        return value.into(&rig->controller.announced, 0, most);
+    case Delay:
+        return value.into(&rig->faults.delay);
+    case EraseTime:
+        return value.into(&rig->faults.eraseTime);
+    case DeafInDump:
+        return rig->faults.deafInDump = true;
+    case Boots:
+        return rig->controller.boots = true;
+    case Leftovers:
+        return value.into(&rig->controller.leftovers, 1, most);
     case TranscriptFile:
         rig->transcript = text;
+        return true;
+    case StateFile:
+        files->state = text;
         return true;
     default:
         return false;
@@ -257,26 +339,25 @@ bool take(int option, const char *text, RigOptions *rig, DiveLog *log, std::stri
 }
 
 /// Reads the command line; an exit code if there is nothing to run.
-std::optional<int> readOptions(int argc, char *argv[], RigOptions *rig)
+std::optional<int> readOptions(int argc, char *argv[], RigOptions *rig, Files *files)
 {
     DiveLog log;
-    std::string logFile;
     for (int option = 0; (option = getopt_long(argc, argv, "+", longOptions, nullptr)) != -1;) {
         if (option == Help) {
             std::fputs(usage, stdout);
             return 0;
         }
-        if (!take(option, optarg, rig, &log, &logFile))
+        if (!take(option, optarg, rig, &log, files))
             return usageError;
     }
     if (optind >= argc) {
         std::fputs(usage, stderr);
         return usageError;
     }
-    if (logFile.empty()) {
+    if (files->log.empty()) {
         rig->controller.log = makeDiveLog(log);
-    } else if (!readDiveLog(logFile, &rig->controller.log)) {
-        std::fprintf(stderr, "kelpora360-rig: %s: %s\n", logFile.c_str(), std::strerror(errno));
+    } else if (!readDiveLog(files->log, &rig->controller.log)) {
+        std::fprintf(stderr, "kelpora360-rig: %s: %s\n", files->log.c_str(), std::strerror(errno));
         return usageError;
     }
     return std::nullopt;
@@ -341,10 +422,24 @@ int await(pid_t child, const sigset_t &signals, SimulatedRig *rig)
     }
 }
 
+/// Writes what the controller keeps, a name and a value a line; false if it can't.
+bool writeState(const std::string &path, const SimulatedRig &rig)
+{
+    const ControllerState state = rig.state();
+    std::ofstream file(path);
+    file << "on " << state.on << "\ndatasets " << state.log.size() << "\nbeeps " << rig.beeps()
+         << "\nsettings";
+    for (const std::int32_t word : state.settings)
+        file << ' ' << word;
+    file << std::endl;
+    return file.good();
+}
+
 int run(int argc, char *argv[])
 {
     RigOptions options;
-    if (const std::optional<int> code = readOptions(argc, argv, &options))
+    Files files;
+    if (const std::optional<int> code = readOptions(argc, argv, &options, &files))
         return *code;
     if (!enterMockedWorld(argv))
         return EXIT_FAILURE;
@@ -365,7 +460,11 @@ int run(int argc, char *argv[])
         return EXIT_FAILURE;
     }
     setpgid(child, child);
-    return await(child, signals, &rig);
+    const int code = await(child, signals, &rig);
+    if (files.state.empty() || writeState(files.state, rig))
+        return code;
+    std::fprintf(stderr, "kelpora360-rig: %s: %s\n", files.state.c_str(), std::strerror(errno));
+    return EXIT_FAILURE;
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <stdexcept>
+#include <sys/file.h>
 #include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <termios.h>
@@ -35,6 +36,19 @@ bool isPreloaded()
             return true;
     }
     return false;
+}
+
+/// Nobody may open it for writing, not even root.
+constexpr const char *forbidden = "/proc/sys/kernel/osrelease";
+
+/// A port's lock file, where programs look for it; see the Filesystem Hierarchy Standard.
+std::string lockFileOf(const std::string &port)
+{
+    for (const char *folder : {"/var/lock", "/etc/locks", "/var/spool/locks", "/var/spool/uucp"}) {
+        if (access(folder, R_OK | W_OK) == 0)
+            return std::string(folder) + "/LCK.." + port;
+    }
+    return "/tmp/LCK.." + port;
 }
 
 /// The device database writes an underscore for a blank.
@@ -82,25 +96,14 @@ public:
     explicit Testbed(const UsbIdentity &identity)
         : testbed_(umockdev_testbed_new())
     {
-        const std::string usb = "/devices/pci0000:00/0000:00:14.0/usb1/1-1";
-        const std::string tty = usb + "/1-1:1.0/" + identity.port + "/tty/" + identity.port;
-        add("P: " + usb +
-            "\n"
-            "E: SUBSYSTEM=usb\n"
-            "E: DEVTYPE=usb_device\n"
-            "A: idVendor=0403\n"
-            "A: idProduct=6015\n"
-            "A: manufacturer=" +
-            identity.manufacturer + "\nA: product=" + identity.description +
-            "\nA: serial=" + identity.serial + "\n\n");
-        add("P: " + tty + "\nN: " + identity.port + "\nE: SUBSYSTEM=tty\nE: DEVNAME=/dev/" + identity.port +
-            "\n"
-            "E: ID_BUS=usb\n"
-            "E: ID_VENDOR_ID=0403\n"
-            "E: ID_MODEL_ID=6015\n"
-            "E: ID_VENDOR=" +
-            property(identity.manufacturer) + "\nE: ID_MODEL=" + property(identity.description) +
-            "\nE: ID_SERIAL_SHORT=" + identity.serial + "\nA: dev=188:0\n\n");
+        for (std::size_t other = 0; other < identity.beside.size(); ++other) {
+            UsbIdentity beside = identity;
+            beside.port += "other" + std::to_string(other);
+            beside.serial = identity.beside[other];
+            add(beside, std::to_string(other + 2));
+        }
+        // Listed last.
+        tty_ = add(identity, "9");
 
         char *root = umockdev_testbed_get_root_dir(testbed_);
         device_ = root + ("/dev/" + identity.port);
@@ -128,7 +131,38 @@ public:
         unlink(listing_.c_str());
     }
 
+    void setSerial(const std::string &serial) const
+    {
+        const std::string device = "/sys" + tty_;
+        umockdev_testbed_set_property(testbed_, device.c_str(), "ID_SERIAL_SHORT", serial.c_str());
+    }
+
 private:
+    /// Adds a device that is plugged into this place of the bus; returns its path below /sys.
+    std::string add(const UsbIdentity &identity, const std::string &place)
+    {
+        const std::string usb = "/devices/pci0000:00/0000:00:14.0/usb1/1-" + place;
+        std::string tty = usb + "/1-" + place + ":1.0/" + identity.port + "/tty/" + identity.port;
+        add("P: " + usb +
+            "\n"
+            "E: SUBSYSTEM=usb\n"
+            "E: DEVTYPE=usb_device\n"
+            "A: idVendor=0403\n"
+            "A: idProduct=6015\n"
+            "A: manufacturer=" +
+            identity.manufacturer + "\nA: product=" + identity.description +
+            "\nA: serial=" + identity.serial + "\n\n");
+        add("P: " + tty + "\nN: " + identity.port + "\nE: SUBSYSTEM=tty\nE: DEVNAME=/dev/" + identity.port +
+            "\n"
+            "E: ID_BUS=usb\n"
+            "E: ID_VENDOR_ID=0403\n"
+            "E: ID_MODEL_ID=6015\n"
+            "E: ID_VENDOR=" +
+            property(identity.manufacturer) + "\nE: ID_MODEL=" + property(identity.description) +
+            "\nE: ID_SERIAL_SHORT=" + identity.serial + "\nA: dev=188:" + place + "\n\n");
+        return tty;
+    }
+
     void add(const std::string &description)
     {
         GError *error = nullptr;
@@ -140,6 +174,7 @@ private:
     }
 
     UMockdevTestbed *testbed_;
+    std::string tty_;
     std::string device_;
     std::string listing_;
     std::string listed_;
@@ -147,16 +182,38 @@ private:
 
 MockedPort::MockedPort(const UsbIdentity &identity)
     : testbed_(std::make_unique<Testbed>(identity))
+    , replugSerial_(identity.replugSerial)
+    , forbidden_(identity.forbidden)
     , watch_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
 {
     if (watch_ < 0)
         fail("inotify");
+    if (identity.busy)
+        takeLock(lockFileOf(identity.port));
 }
 
 MockedPort::~MockedPort()
 {
     unplug();
     close(watch_);
+    if (lock_ >= 0) {
+        unlink(lockFile_.c_str());
+        close(lock_);
+    }
+}
+
+/// Locks the port as another program does that uses it.
+void MockedPort::takeLock(const std::string &path)
+{
+    std::array<char, 256> host{};
+    gethostname(host.data(), host.size() - 1);
+    const std::string owner =
+        std::to_string(getpid()) + "\n" + program_invocation_short_name + "\n" + host.data() + "\n";
+    lock_ = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (lock_ < 0 || flock(lock_, LOCK_EX | LOCK_NB) != 0 ||
+        write(lock_, owner.data(), owner.size()) != static_cast<ssize_t>(owner.size()))
+        fail(path);
+    lockFile_ = path;
 }
 
 void MockedPort::plug()
@@ -177,7 +234,10 @@ void MockedPort::plug()
     holders_ = 0;
     if (inotify_add_watch(watch_, terminal.data(), IN_OPEN | IN_CLOSE) < 0)
         fail(terminal.data());
-    testbed_->show(terminal.data());
+    if (wasPlugged_ && !replugSerial_.empty())
+        testbed_->setSerial(replugSerial_);
+    wasPlugged_ = true;
+    testbed_->show(forbidden_ ? forbidden : terminal.data());
 }
 
 void MockedPort::unplug()

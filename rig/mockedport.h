@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 /// How a USB serial device presents itself.
 struct UsbIdentity
@@ -10,6 +11,10 @@ struct UsbIdentity
     std::string serial = "KELPORA0001";
     std::string manufacturer = "Kelpora";
     std::string description = "Kelpora 360 Controller";
+    std::string replugSerial;        ///< from the second plugging on; empty: the same
+    std::vector<std::string> beside; ///< serial numbers of other devices, at which nobody answers
+    bool busy = false;               ///< another program holds the port
+    bool forbidden = false;          ///< this user may not open the port
 };
 
 /// Replaces this program by itself under the mocking library, unless it runs there already. To be called
@@ -17,7 +22,7 @@ struct UsbIdentity
 [[nodiscard]] bool enterMockedWorld(char *argv[]);
 
 /// A mocked USB serial device: this process and its children list and open it like any other. One per
-/// process; the mocked world around it has no other serial port.
+/// process; the mocked world around it has no other serial port but those beside it.
 class MockedPort
 {
 public:
@@ -45,9 +50,15 @@ public:
 
 private:
     void discard() const;
+    void takeLock(const std::string &path);
 
     class Testbed;
     std::unique_ptr<Testbed> testbed_;
+    std::string replugSerial_;
+    bool forbidden_ = false;
+    bool wasPlugged_ = false;
+    int lock_ = -1; ///< another program's; -1: none
+    std::string lockFile_;
     int far_ = -1;
     int near_ = -1; ///< ours: keeps the far end readable while nobody else holds the port
     int watch_ = -1;

@@ -2,7 +2,9 @@
 
 #include "rig/sentence.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -103,15 +105,10 @@ SimulatedController::Lines SimulatedController::answerCommand(const Fields &fiel
         return lines;
     }
     if (command == "PSEANUMDUMP")
-        return {line("PSEANUMDATA," + std::to_string(state_.log.size()))};
-    if (command == "PSEADUMP") {
-        Lines lines;
-        lines.reserve(state_.log.size() + 1);
-        for (const std::string &entry : state_.log)
-            lines.push_back(line(entry));
-        lines.push_back(message(command, "MEMORY", "DATA END").front());
-        return lines;
-    }
+        return {line("PSEANUMDATA," + (state_.announced < 0 ? std::to_string(state_.log.size())
+                                                            : std::to_string(state_.announced)))};
+    if (command == "PSEADUMP")
+        return dump();
     if (command == "PSEAOFF") {
         state_.on = false;
         return message(command, "POWER OFF", "GOODBYE");
@@ -119,6 +116,33 @@ SimulatedController::Lines SimulatedController::answerCommand(const Fields &fiel
     if (command == "PSEAREBOOT")
         return message(command, "BOOT", state_.version);
     return {};
+}
+
+SimulatedController::Lines SimulatedController::greeting() const
+{
+    if (!state_.on)
+        return {};
+    Lines lines;
+    if (state_.leftovers > 0) {
+        lines = dump();
+        const auto left = std::min(lines.size(), static_cast<std::size_t>(state_.leftovers));
+        lines.erase(lines.begin(), lines.end() - static_cast<std::ptrdiff_t>(left));
+    }
+    if (state_.boots) {
+        lines.emplace_back("\xff\xfe\x80\x01KELPORA 360\r\n");
+        lines.push_back(message("PSEAREBOOT", "BOOT", state_.version).front());
+    }
+    return lines;
+}
+
+SimulatedController::Lines SimulatedController::dump() const
+{
+    Lines lines;
+    lines.reserve(state_.log.size() + 1);
+    for (const std::string &entry : state_.log)
+        lines.push_back(line(entry));
+    lines.push_back(message("PSEADUMP", "MEMORY", "DATA END").front());
+    return lines;
 }
 
 SimulatedController::Lines SimulatedController::message(const std::string &tag, const std::string &text,

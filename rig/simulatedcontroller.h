@@ -20,6 +20,9 @@ struct ControllerState
     bool on = true;
     /// Settings answers of four words, and a message instead of the clock when the time has been set.
     bool oldFirmware = false;
+    int announced = -1; ///< datasets that it says it holds; -1: as many as it does
+    bool boots = false; ///< whenever the port is opened, as the adapter's lines reset it
+    int leftovers = 0;  ///< lines of a dump that it still sends when the port is opened
 };
 
 /// The controller as a state machine: bytes of commands in, lines of answers out. Knows neither a device nor
@@ -35,6 +38,9 @@ public:
     /// Takes bytes as they come; returns the lines, each with its line end, that answer the commands which
     /// they complete. What isn't a command is not answered, and nothing is while the controller is off.
     [[nodiscard]] std::vector<std::string> receive(const std::string &bytes);
+
+    /// The lines that it sends by itself when the port is opened.
+    [[nodiscard]] std::vector<std::string> greeting() const;
 
     /// From now on answers `address` ("PSEAVER") with these lines, exactly as they stand.
     void answerInstead(const std::string &address, std::vector<std::string> lines);
@@ -52,6 +58,7 @@ private:
     [[nodiscard]] Lines answerCommand(const Fields &fields);
     [[nodiscard]] Lines message(const std::string &tag, const std::string &text,
                                 const std::string &more) const;
+    [[nodiscard]] Lines dump() const;
     [[nodiscard]] Lines settingsAnswer() const;
     [[nodiscard]] Lines clockAnswer() const;
 

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <sys/eventfd.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -26,6 +27,7 @@ SimulatedRig::SimulatedRig(const RigOptions &options)
     : transcript_(options.transcript)
     , port_(options.usb)
     , controller_(options.controller)
+    , faults_(options.faults)
     , cable_(options.faults)
     , replugAfter_(options.replugAfter)
     , wake_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC))
@@ -124,10 +126,10 @@ void SimulatedRig::serve()
 {
     std::unique_lock<std::mutex> lock(mutex_);
     while (!stop_) {
-        std::array<pollfd, 3> wanted = {
-            {{wake_, POLLIN, 0},
-             {port_.openings(), POLLIN, 0},
-             {port_.farEnd(), static_cast<short>(blocked_ ? POLLIN | POLLOUT : POLLIN), 0}}};
+        const int events = (faults_.halfOpen ? 0 : POLLIN) | (blocked_ ? POLLOUT : 0);
+        std::array<pollfd, 3> wanted = {{{wake_, POLLIN, 0},
+                                         {port_.openings(), POLLIN, 0},
+                                         {port_.farEnd(), static_cast<short>(events), 0}}};
         const int patience = millisecondsToWait();
         lock.unlock();
         // Shorter waits than poll() can measure are slept through below.
@@ -161,24 +163,35 @@ int SimulatedRig::millisecondsToWait() const
 void SimulatedRig::takeNotice()
 {
     const bool held = port_.isHeld();
-    if (held != held_)
-        transcript_.event(held ? "port opened" : "port closed");
+    if (held == held_)
+        return;
+    transcript_.event(held ? "port opened" : "port closed");
     held_ = held;
+    if (!held)
+        return;
+    std::vector<Step> greeting;
+    for (const std::string &line : controller_.greeting())
+        greeting.push_back({std::chrono::microseconds(0), line});
+    queue(std::move(greeting));
+}
+
+void SimulatedRig::queue(std::vector<Step> steps)
+{
+    if (steps_.empty() && !steps.empty())
+        due_ = steady_clock::now() + steps.front().wait;
+    steps_.insert(steps_.end(), std::make_move_iterator(steps.begin()), std::make_move_iterator(steps.end()));
 }
 
 void SimulatedRig::takeCommands()
 {
     std::array<char, 4096> bytes{};
     ssize_t size = 0;
-    while ((size = read(port_.farEnd(), bytes.data(), bytes.size())) > 0) {
+    while (!faults_.halfOpen && (size = read(port_.farEnd(), bytes.data(), bytes.size())) > 0) {
         const std::string command(bytes.data(), static_cast<std::size_t>(size));
         received_ += command;
         transcript_.toController(command);
-        std::vector<Step> answer = cable_.deliver(controller_.receive(command));
-        if (steps_.empty() && !answer.empty())
-            due_ = steady_clock::now() + answer.front().wait;
-        steps_.insert(steps_.end(), std::make_move_iterator(answer.begin()),
-                      std::make_move_iterator(answer.end()));
+        if (!faults_.deafInDump || steps_.empty())
+            queue(cable_.deliver(controller_.receive(command)));
     }
 }
 

@@ -53,6 +53,7 @@ private:
     void unplugNow();
     void takeNotice();
     void takeCommands();
+    void queue(std::vector<Step> steps);
     void deliver();
     bool writeStep(const std::string &bytes);
     [[nodiscard]] int millisecondsToWait() const;
@@ -62,6 +63,7 @@ private:
     Transcript transcript_;
     MockedPort port_;
     SimulatedController controller_;
+    Faults faults_;
     FaultyCable cable_;
     std::chrono::milliseconds replugAfter_;
     std::deque<Step> steps_;

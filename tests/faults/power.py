@@ -1,6 +1,6 @@
-"""Power cuts in the middle of an import, on one file system after the other.
+"""Power cuts in the middle of a job, on one file system after the other.
 
-An import runs once, on a disk that notes what it is told; a cut is worked out of the notes. Half of the cuts lose all
+A job runs once, on a disk that notes what it is told; a cut is worked out of the notes. Half of the cuts lose all
 that was not flushed, the others half of it.
 """
 
@@ -23,7 +23,8 @@ os.environ["PATH"] += os.pathsep + "/usr/sbin" + os.pathsep + "/sbin"
 KINDS = {"ext4": 96, "xfs": 320, "btrfs": 160, "exfat": 96}
 # What is done on which of them; whether another program flushes its own file all the while.
 RUNS = [(kind, "import", beside) for kind in KINDS for beside in (False, True)] + [
-    ("exfat", "prepare", False), ("exfat", "download", False), ("ext4", "download", False)]
+    ("exfat", "prepare", False), ("exfat", "download", False), ("ext4", "download", False),
+    ("ext4", "settings", True), ("xfs", "settings", True), ("ext4", "log", False)]
 CUTS = 120
 # Cuts after the last word, at most.
 AFTER = 5
@@ -154,4 +155,46 @@ def _download(bench, volume):
     return line, judge
 
 
-JOBS = {"import": _import, "prepare": _prepare, "download": _download}
+def _settings(bench, volume):
+    """Stores one value after the other."""
+    bench.clear()
+    wanted, judge = _home(bench, volume)
+    old, = wanted
+    for value in range(11, 17):
+        wanted.append(old.replace(b"Camera1Yaw=10\n", b"Camera1Yaw=%d\n" % value))
+    return ["sh", "-c", f"for value in 11 12 13 14 15 16; do '{bench.driver()}' settings Camera1Yaw $value; done"], judge
+
+
+def _log(bench, volume):
+    """Writes a download into the log."""
+    line, _ = controller.equip(bench, "download")
+    return line, _home(bench, volume)[1]
+
+
+def _home(bench, volume):
+    """Has log and settings stand on the volume. Returns the contents that the settings file may have, to which more can
+    be added, and what judges them."""
+    name = os.path.join("home", "Kelpora 360", "Kelpora360.ini")
+    bench.home = volume / "home"
+    (volume / name).parent.mkdir(parents=True)
+    bench.run([bench.driver(), "settings", "Camera1Yaw", "10"])
+    wanted = [(volume / name).read_bytes()]
+
+    def judge(_outcome, place, _ended):
+        found = (place / name).read_bytes() if (place / name).exists() else None
+        if found not in wanted:
+            return [f"half: settings {found!r}"]
+        if place == volume:
+            return [] if found == wanted[-1] else [f"untrue: settings {found!r}"]
+        # The next start takes them as they are, whatever became of the log.
+        after = benches.Bench(bench.build, bench.folder)
+        after.home = place / "home"
+        complaints = benches.ending(after.run([bench.driver(), "settings", "Camera2Yaw", "20"]))
+        if (place / name).read_bytes() != found.replace(b"Camera2Yaw=-0\n", b"Camera2Yaw=20\n"):
+            complaints.append("wrong: the next start doesn't keep the settings")
+        return complaints
+
+    return wanted, judge
+
+
+JOBS = {"import": _import, "prepare": _prepare, "download": _download, "settings": _settings, "log": _log}

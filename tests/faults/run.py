@@ -17,6 +17,7 @@ import calls
 import controller
 import inputs
 import power
+import window
 
 KINDS = ("lost", "half", "hang", "crash", "leftover", "untrue", "wrong")
 
@@ -61,7 +62,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--build", type=pathlib.Path, default=bench.ROOT / "build" / "release")
     parser.add_argument("--jobs", type=int, default=2 * (os.cpu_count() or 1))
-    parser.add_argument("--sample", type=int, metavar="N", help="N cases, evenly spread over all")
+    parser.add_argument("--sample", type=int, metavar="N", help="N cases, evenly spread over all but those of window and power")
     parser.add_argument("--cuts", type=int, default=power.CUTS, metavar="N",
                         help="how often the power is cut in an import (default: %(default)s)")
     parser.add_argument("--list", action="store_true", help="print the names only; cuts have theirs afterwards")
@@ -88,8 +89,9 @@ def main():
                  if is_wanted(case.name)]
         if options.sample:
             cases = [cases[i * len(cases) // options.sample] for i in range(min(options.sample, len(cases)))]
+        windows = [name for name, *_ in window.cases() if is_wanted(name)]
         if options.list:
-            print("\n".join(case.name for case in cases))
+            print("\n".join([case.name for case in cases] + windows))
             return
         own = threading.local()
 
@@ -100,6 +102,14 @@ def main():
 
         with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
             for name, complaints in pool.map(attempt, cases):
+                table.add(name, complaints)
+        results = [("window", window.why_not())] if windows and window.why_not() else \
+            window.attempts(build, windows, options.jobs)
+        for name, complaints in results:
+            if isinstance(complaints, str):
+                print(f"SKIP   : {name} {complaints}")
+                skipped += 1
+            else:
                 table.add(name, complaints)
         # One after the other: they look at what happens when.
         reason = power.why_not()

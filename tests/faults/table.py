@@ -69,3 +69,51 @@ MOMENTS = [
     ("open read stat readdir", "card", "late", "complete"),
     ("open write copy rename sync_file_range syncfs", "destination", "late", "complete"),
 ]
+# Through the window: the simulated controller's options, what is pressed, what must hold.
+#
+#   done    it succeeds, and at the end the controller is off
+#   fails   it is told that it failed
+#   told    nothing is told that isn't so
+#   again   the same, and once the cable is back it succeeds
+#   other   another controller has taken the place of the one that was chosen: it fails, and that one stays as it was
+#   closed  the window is closed while the job runs: the program ends, and what it leaves behind is sound
+WINDOW = [
+    ("", "connect save reset download erase exit", "done"),
+    ("--noise --bytewise", "connect save reset download erase exit", "told"),
+    ("--old-firmware", "connect save", "told"),
+    ("--mute", "connect save reset download erase exit", "fails"),
+    ("--off", "save download erase exit", "fails"),
+    ("--half-open", "save download erase exit", "fails"),
+    ("--busy", "connect save reset download erase exit", "fails"),
+    ("--forbidden", "connect download exit", "fails"),
+    ("--beside ACME1 --beside FTDI2", "connect erase exit", "done"),
+    # The first controller in the list is chosen.
+    ("--beside KELPORA0000", "download erase", "fails"),
+    ("--replug-after 0 --replug-serial KELPORA0002", "erase", "other"),
+    ("--bad-checksum-every 1", "connect save reset download erase", "fails"),
+    ("--bad-checksum-every 2", "connect save reset download erase", "told"),
+    ("--lose-end-every 3", "connect save download erase", "told"),
+    ("--lose-byte-every 3", "connect save download erase", "told"),
+    ("--mute-after 1", "connect save reset download erase", "told"),
+    ("--delay 1", "connect save reset download erase", "done"),
+    ("--delay 3", "save reset download erase exit", "told"),
+    ("--erase-time 4", "erase", "done"),
+    ("--erase-time 9", "erase", "fails"),
+    ("--announce 5", "download", "done"),
+    ("--announce 9", "download", "fails"),
+    ("--announce 0", "download", "told"),
+    ("--boots", "connect save reset download erase exit", "done"),
+    ("--leftovers 2", "connect save reset download erase exit", "done"),
+    ("--leftovers 9", "connect save download erase exit", "told"),
+    ("--unplug-after 0", "connect save reset download erase exit", "told"),
+    ("--unplug-after 1", "connect save reset download erase exit", "told"),
+    ("--unplug-after 2 --pieces=2", "connect save download erase", "told"),
+    ("--unplug-after 6", "download", "told"),
+    ("--unplug-after 0 --replug-after 1", "connect save reset download erase", "again"),
+    ("--unplug-after 1 --replug-after 1", "connect save reset download erase", "again"),
+    ("--no-end", "download", "told"),
+    ("--mute", "connect save reset download erase", "closed"),
+    ("--no-end", "download", "closed"),
+    ("--delay 3 --deaf-in-dump", "connect save download", "closed"),
+    ("--erase-time 4", "erase", "closed"),
+]

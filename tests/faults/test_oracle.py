@@ -11,9 +11,11 @@ import tempfile
 import unittest
 
 import bench
+import controller
 import power
 import run
-from kit import recordings, testing
+import window
+from kit import recordings, rig, testing
 
 PROJECT = "reef"
 COPY = f"DCIM/101MEDIA/CLIP0003_{PROJECT}_cam1.MOV"
@@ -117,14 +119,76 @@ class Oracle(unittest.TestCase):
         if power.why_not():
             self.skipTest(power.why_not())
 
-        class Hasty(bench.Bench):
-            def run(self, command, environment=None):
-                return super().run(command, self.spoiled("sync_file_range destination 1+ skip"))
+        for name, skipped in (("power/ext4/import beside", "sync_file_range destination 1+ skip"),
+                              ("power/xfs/settings beside", "fdatasync home 1+ skip")):
+            class Hasty(bench.Bench):
+                def run(self, command, environment=None, skipped=skipped):
+                    return super().run(command, self.spoiled(skipped))
 
-        kinds = {complaint.split(":")[0] for _, complaints in power.attempts(
-            lambda name: Hasty(self.build, self.bench.folder.parent / name), 20, "power/ext4/import beside".__eq__)
-            for complaint in complaints}
-        self.assertIn("half", kinds)
+            with self.subTest(name):
+                kinds = {complaint.split(":")[0] for _, complaints in power.attempts(
+                    lambda name, hasty=Hasty: hasty(self.build, self.bench.folder.parent / name), 20, name.__eq__)
+                    for complaint in complaints}
+                self.assertIn("half", kinds)
+
+
+class Window(unittest.TestCase):
+    """What a faultless press of a button leaves, of which one thing is changed afterwards."""
+
+    def setUp(self):
+        scratch = tempfile.TemporaryDirectory()
+        self.addCleanup(scratch.cleanup)
+        self.folder = pathlib.Path(scratch.name)
+
+    def kinds(self, command, holds="told", memory=(), file=None, **changes):
+        """The kinds of the complaints. `memory` is what the controller keeps instead, `file` the content of a CSV file."""
+        answers = ["PSEASETTINGS,1,1000,10000,30,29", "PSEACLOCK,2019,02,21,20,46,44,4,A",
+                   "PSEAMSG,1,PSEAFORMAT,MEMORY,COMPLETE", "PSEAMSG,1,PSEADUMP,MEMORY,DATA END"]
+        kept = {"on": "0", "datasets": "0" if command == "erase" else "8",
+                "settings": {"save": window.SAVED, "reset": window.FACTORY}.get(command, window.HELD), **dict(memory)}
+        if command == "download":
+            files = rig.csv_files(controller.LOG, 0)
+            for name, content in files.items():
+                (self.folder / name).write_bytes(content if file is None else file)
+        texts = {"exit": [], "download": ["Wrote 8 records to 2 files in /dive"]}.get(command, [window.COMMANDS[command][2]])
+        seen = window.Seen(texts, True, window.READ if command == "connect" else window.UNREAD, 0, self.folder, kept,
+                           [rig.sentence(body) for body in answers])
+        return {complaint.split(":")[0] for complaint in window.judge(command, holds, seen._replace(**changes))}
+
+    def test_nothing_is_wrong(self):
+        for command in window.COMMANDS:
+            with self.subTest(command):
+                self.assertEqual(self.kinds(command, "done"), set())
+
+    def test_what_is_changed_afterwards(self):
+        error = "Error: Communication error. Please try again."
+        for kind, command, holds, changes in (
+                ("hang", "connect", "told", {"texts": [None]}),
+                ("hang", "save", "told", {"free": False}),
+                ("hang", "exit", "fails", {"code": None}),
+                ("crash", "exit", "told", {"code": 1}),
+                ("crash", "download", "closed", {"texts": [], "code": 139}),
+                ("wrong", "erase", "done", {"texts": [error]}),
+                ("wrong", "erase", "fails", {}),
+                ("wrong", "erase", "again", {"texts": ["Success. Memory erased.", error]}),
+                ("wrong", "exit", "done", {"memory": {"on": "1"}}),
+                ("untrue", "connect", "told", {"shown": window.UNREAD}),
+                ("untrue", "connect", "told", {"texts": [error]}),
+                ("untrue", "save", "told", {"memory": {"settings": window.HELD}}),
+                ("untrue", "reset", "told", {"memory": {"settings": window.HELD}}),
+                ("untrue", "erase", "told", {"memory": {"datasets": "8"}}),
+                ("untrue", "save", "told", {"answered": []}),
+                ("untrue", "reset", "told", {"answered": ["$PSEASETTINGS,1,1000,10000,30,29*00"]}),
+                ("untrue", "download", "told", {"texts": ["Wrote 9 records to 2 files in /dive"]}),
+                ("half", "download", "told", {"file": b"Number,Id"}),
+                ("half", "download", "closed", {"texts": [], "file": b"Number,Id"}),
+                ("lost", "download", "told", {"memory": {"datasets": "0"}}),
+                ("lost", "erase", "fails", {"texts": [error], "memory": {"datasets": "3"}}),
+                ("lost", "erase", "other", {"texts": [error], "memory": {"datasets": "0"}}),
+                ("lost", "connect", "told", {"memory": {"settings": window.SAVED}}),
+                ("lost", "save", "told", {"texts": [error], "memory": {"settings": "0 0 0 0 0"}})):
+            with self.subTest(kind=kind, command=command, holds=holds, **changes):
+                self.assertIn(kind, self.kinds(command, holds, **changes))
 
 
 if __name__ == "__main__":

@@ -173,6 +173,8 @@ QMap<QString, int> Desk::rows() const
 
 } // namespace
 
+Q_DECLARE_METATYPE(RigOptions)
+
 class TestJobs : public QObject
 {
     Q_OBJECT
@@ -190,6 +192,8 @@ private slots:
     void whatTheOperatorSetReachesTheController();
     void aRigThatTookTheChosenOnesPlace();
     void anEraseThatFails();
+    void whatRealControllersDo_data();
+    void whatRealControllersDo();
     void theVersionButNoSettings();
     void aSilentController();
     void aStop_data();
@@ -418,6 +422,78 @@ void TestJobs::anEraseThatFails()
     QCOMPARE(QByteArray::fromStdString(rig.received()).count("$PSEAFORMAT"), 1);
 }
 
+void TestJobs::whatRealControllersDo_data()
+{
+    QTest::addColumn<QString>("job");
+    QTest::addColumn<RigOptions>("options");
+    QTest::addColumn<int>("answerMs");
+    QTest::addColumn<QString>("told"); // last; empty: as when all goes well
+    using std::chrono::milliseconds;
+    const auto row = [](const char *job, const char *name, const std::function<void(RigOptions &)> &change,
+                        const QString &told = {}, int answerMs = 10000) {
+        RigOptions options = rigWith({});
+        change(options);
+        QTest::addRow("%s, %s", job, name) << job << options << answerMs << told;
+    };
+    const QString notAll =
+        QStringLiteral("Error: The controller did not send all data. Wrote %1 records to 1 files in FOLDER");
+    for (const QString &name : jobs().keys()) {
+        const QByteArray job = name.toLatin1();
+        const QString failure = failureOf(name).last().mid(6);
+        const QString noPort = "Error: Could not open port " + portName() + '.';
+        row(
+            job, "a port that another program uses", [](RigOptions &o) { o.usb.busy = true; }, noPort);
+        row(
+            job, "a port that may not be opened", [](RigOptions &o) { o.usb.forbidden = true; }, noPort);
+        row(
+            job, "a device that nobody reads", [](RigOptions &o) { o.faults.halfOpen = true; }, failure, 40);
+        row(job, "slow answers", [](RigOptions &o) { o.faults.delay = milliseconds(300); });
+        row(job, "a boot at each opening", [](RigOptions &o) { o.controller.boots = true; });
+        row(job, "the end of an earlier dump", [](RigOptions &o) { o.controller.leftovers = 2; });
+        row(job, "other devices", [](RigOptions &o) { o.usb.beside = {"KELPORA0009", "ACME1"}; });
+    }
+    row("erase", "an erase that takes a while",
+        [](RigOptions &o) { o.faults.eraseTime = milliseconds(700); });
+    row(
+        "erase", "an erase that takes too long",
+        [](RigOptions &o) { o.faults.eraseTime = milliseconds(1500); },
+        failureOf(QStringLiteral("erase")).last().mid(6), 100);
+    row("download", "fewer announced than sent", [](RigOptions &o) { o.controller.announced = 3; });
+    row(
+        "download", "more announced than sent", [](RigOptions &o) { o.controller.announced = 5; },
+        notAll.arg(4));
+    row(
+        "download", "none announced", [](RigOptions &o) { o.controller.announced = 0; },
+        QStringLiteral("No records available."));
+    row(
+        "download", "a lost line end", [](RigOptions &o) { o.faults.loseEndEvery = 4; }, notAll.arg(2));
+    row(
+        "download", "a lost byte", [](RigOptions &o) { o.faults.loseByteEvery = 4; }, notAll.arg(3));
+    row(
+        "save", "a lost byte", [](RigOptions &o) { o.faults.loseByteEvery = 1; },
+        failureOf(QStringLiteral("save")).last().mid(6), 40);
+}
+
+void TestJobs::whatRealControllersDo()
+{
+    QFETCH(QString, job);
+    QFETCH(RigOptions, options);
+    QFETCH(int, answerMs);
+    QFETCH(QString, told);
+    Desk desk;
+    const SimulatedRig rig(options);
+    const QString last = desk.run(job, nullptr, answerMs);
+    if (told.isEmpty())
+        QCOMPARE(last, successOf(job, desk).last());
+    else
+        QCOMPARE(last.mid(6), told.replace(QLatin1String("FOLDER"), desk.folder));
+    // Nothing is told that isn't so, and nothing changes but by the job's own command.
+    const bool isErased = rig.state().log.empty();
+    QVERIFY(job == QLatin1String("erase") ? isErased || last.contains(QLatin1String("Error")) : !isErased);
+    const bool isSet = rig.state().settings != ControllerState::factorySettings;
+    QVERIFY(job == QLatin1String("save") ? isSet || last.contains(QLatin1String("Error")) : !isSet);
+}
+
 void TestJobs::theVersionButNoSettings()
 {
     Desk desk;
@@ -513,19 +589,23 @@ void TestJobs::turningOffInTheMiddleOfADump_data()
 {
     QTest::addColumn<int>("datasets");
     QTest::addColumn<int>("quietLimitMs");
+    QTest::addColumn<bool>("deaf");
     QTest::addColumn<bool>("off");
     // 115,200 baud carry 190 data sets a second.
-    QTest::newRow("which ends") << 800 << 60000 << true;
-    QTest::newRow("which goes on for too long") << 800 << 300 << false;
+    QTest::newRow("which ends") << 800 << 60000 << false << true;
+    QTest::newRow("which goes on for too long") << 800 << 300 << false << false;
+    QTest::newRow("of deaf firmware, which ends") << 800 << 60000 << true << true;
+    QTest::newRow("of deaf firmware, which goes on for too long") << 800 << 300 << true << false;
 }
 
 void TestJobs::turningOffInTheMiddleOfADump()
 {
     QFETCH(int, datasets);
     QFETCH(int, quietLimitMs);
+    QFETCH(bool, deaf);
     QFETCH(bool, off);
     Desk desk;
-    SimulatedRig rig(rigWith(make([](Faults &f) { f.slow = true; }), 1, datasets));
+    SimulatedRig rig(rigWith(make([deaf](Faults &f) { f.slow = true, f.deafInDump = deaf; }), 1, datasets));
     {
         PSEAComms dump;
         QVERIFY(dump.open(portName()));
@@ -536,7 +616,10 @@ void TestJobs::turningOffInTheMiddleOfADump()
     request.timeouts.quietLimit = quietLimitMs;
     TurnOff(std::move(request)).run();
     QCOMPARE(desk.told, off ? successOf(QStringLiteral("off"), desk) : failureOf(QStringLiteral("off")));
-    QTRY_VERIFY(!rig.state().on);
+    if (deaf && !off)
+        QVERIFY(rig.state().on);
+    else
+        QTRY_VERIFY(!rig.state().on);
     QCOMPARE(MessageLog::lines(QStringLiteral("info")).filter(QStringLiteral("Skipped ")).size(), 1);
 }
 

@@ -35,7 +35,10 @@ private slots:
     void exitCodes_data();
     void exitCodes();
     void theProgramFindsAController();
+    void whatTheControllerKeptIsWritten();
     void aDevicePluggedInLater();
+    void devices_data();
+    void devices();
     void itTakesTheProgramWithIt_data();
     void itTakesTheProgramWithIt();
     void aSignalPullsTheCable();
@@ -61,6 +64,8 @@ void TestRigProgram::exitCodes_data()
     QTest::newRow("a log that isn't there") << QStringList{"--log", "/no/such/log", "--", "true"} << 2;
     QTest::newRow("a transcript that can't be written")
         << QStringList{"--transcript", "/no/such/folder/t", "--", "true"} << 1;
+    QTest::newRow("a state that can't be written")
+        << QStringList{"--state", "/no/such/folder/s", "--", "true"} << 1;
     QTest::newRow("help") << QStringList{"--help"} << 0;
 }
 
@@ -100,6 +105,20 @@ void TestRigProgram::theProgramFindsAController()
                           "> $PSEAGETSETTINGS*54", "< $PSEASETTINGS,0,500,2250,7,26*1D"}));
 }
 
+void TestRigProgram::whatTheControllerKeptIsWritten()
+{
+    const Workspace workspace;
+    const QString script =
+        QStringLiteral("exec 3<>/dev/%1; printf '$PSEABEEP*15\\r\\n$PSEAOFF*48\\r\\n' >&3; read -r _ <&3");
+    QProcess rig;
+    rig.start(QStringLiteral(RIG),
+              {"--port", port_, "--runs", "1", "--datasets", "4", "--settings", "0,500,2250,7,26", "--state",
+               workspace.path(QStringLiteral("state")), "--", "bash", "-c", script.arg(port_)});
+    QVERIFY(rig.waitForFinished());
+    QCOMPARE(workspace.read(QStringLiteral("state")),
+             QByteArray("on 0\ndatasets 5\nbeeps 1\nsettings 0 500 2250 7 26\n"));
+}
+
 void TestRigProgram::aDevicePluggedInLater()
 {
     QProcess rig;
@@ -111,6 +130,44 @@ void TestRigProgram::aDevicePluggedInLater()
     QVERIFY(rig.waitForFinished());
     QCOMPARE(rig.readAllStandardOutput(),
              QStringLiteral("/sys/class/tty:\n/dev/%1\n%1\n").arg(port_).toLatin1());
+}
+
+void TestRigProgram::devices_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<QString>("script");
+    QTest::addColumn<QString>("output");
+    const QString write =
+        QStringLiteral("2>/dev/null exec 3<>/dev/$0 && echo open; [ -e /dev/$0 ] && echo there");
+    QTest::newRow("a plain one") << QStringList() << write << "open\nthere\n";
+    QTest::newRow("one that may not be opened") << QStringList{"--forbidden"} << write << "there\n";
+    QTest::newRow("one that nobody reads") << QStringList{"--half-open"}
+                                           << "exec 3<>/dev/$0; printf '$PSEANUMDUMP*5D\\r\\n' >&3; read -t "
+                                              "0.5 -r answer <&3; echo \"<$answer>\""
+                                           << "<>\n";
+    QTest::newRow("one that another program uses")
+        << QStringList{"--busy"} << "head -n 1 /var/lock/LCK..$0 | grep -qx $PPID && echo locked"
+        << "locked\n";
+    QTest::newRow("one among others")
+        << QStringList{"--beside", "ACME1", "--beside", "KELPORA9"}
+        << "for i in /sys/class/tty/*; do grep -o 'ID_SERIAL_SHORT.*' $i/uevent; done"
+        << "ID_SERIAL_SHORT=KELPORA0001\nID_SERIAL_SHORT=ACME1\nID_SERIAL_SHORT=KELPORA9\n";
+    QTest::newRow("another one after the cable was pulled")
+        << QStringList{"--replug-after", "0", "--replug-serial", "KELPORA2"}
+        << "until grep -q KELPORA2 /sys/class/tty/$0/uevent; do kill -USR1 $PPID; sleep 0.05; done; echo new"
+        << "new\n";
+}
+
+void TestRigProgram::devices()
+{
+    QFETCH(QStringList, options);
+    QFETCH(QString, script);
+    QProcess rig;
+    rig.start(QStringLiteral(RIG),
+              QStringList{"--port", port_} + options + QStringList{"--", "bash", "-c", script, port_});
+    QVERIFY(rig.waitForFinished());
+    QTEST(QString::fromLatin1(rig.readAllStandardOutput()), "output");
+    QVERIFY(!QFile::exists(QStringLiteral("/var/lock/LCK..") + port_));
 }
 
 void TestRigProgram::itTakesTheProgramWithIt_data()

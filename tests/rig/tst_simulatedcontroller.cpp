@@ -6,6 +6,10 @@
 
 #include <QtTest>
 
+#include <functional>
+
+Q_DECLARE_METATYPE(Faults)
+
 using Lines = std::vector<std::string>;
 
 namespace {
@@ -43,6 +47,10 @@ private slots:
     void cables_data();
     void cables();
     void pauses();
+    void answersThatTakeTheirTime();
+    void whatItSendsByItself_data();
+    void whatItSendsByItself();
+    void aCountOfItsOwn();
     void diveLogs_data();
     void diveLogs();
     void diveLogFiles();
@@ -136,39 +144,45 @@ void TestSimulatedController::isMuteOnceOff()
 
 void TestSimulatedController::cables_data()
 {
-    QTest::addColumn<int>("burst");
-    QTest::addColumn<int>("pieces");
-    QTest::addColumn<int>("mute");
-    QTest::addColumn<int>("bad");
-    QTest::addColumn<int>("pulled");
+    QTest::addColumn<Faults>("faults");
     QTest::addColumn<QString>("steps");
-    QTest::newRow("whole lines") << 0 << 0 << -1 << 0 << -1 << "$A,1*6C~|$B,2*6C~|$C,DATA END*4C~";
-    QTest::newRow("a burst") << 1 << 0 << -1 << 0 << -1 << "$A,1*6C~$B,2*6C~$C,DATA END*4C~";
-    QTest::newRow("pieces") << 0 << 3 << -1 << 0 << -1 << "$A,|1*6|C~|$B,|2*6|C~|$C,DA|TA EN|D*4C~";
-    QTest::newRow("mute after one") << 0 << 0 << 1 << 0 << -1 << "$A,1*6C~";
-    QTest::newRow("mute at once") << 0 << 0 << 0 << 0 << -1 << "";
-    QTest::newRow("every second bad") << 0 << 0 << -1 << 2 << -1 << "$A,1*6C~|$B,2*0C~|$C,DATA END*4C~";
-    QTest::newRow("pulled after one") << 0 << 0 << -1 << 0 << 1 << "$A,1*6C~|PULLED";
-    QTest::newRow("pulled at once") << 0 << 0 << -1 << 0 << 0 << "PULLED";
-    QTest::newRow("pulled in a burst") << 1 << 0 << -1 << 0 << 2 << "$A,1*6C~$B,2*6C~|PULLED";
-    QTest::newRow("without end") << -1 << 0 << -1 << 0 << -1 << "$A,1*6C~|$B,2*6C~";
+    const auto row = [](const char *name, const std::function<void(Faults &)> &change, const char *steps) {
+        Faults faults;
+        change(faults);
+        QTest::newRow(name) << faults << steps;
+    };
+    row(
+        "whole lines", [](Faults &) {}, "$A,1*6C~|$B,2*6C~|$C,DATA END*4C~");
+    row(
+        "a burst", [](Faults &f) { f.burst = true; }, "$A,1*6C~$B,2*6C~$C,DATA END*4C~");
+    row(
+        "pieces", [](Faults &f) { f.pieces = 3; }, "$A,|1*6|C~|$B,|2*6|C~|$C,DA|TA EN|D*4C~");
+    row(
+        "mute after one", [](Faults &f) { f.muteAfter = 1; }, "$A,1*6C~");
+    row(
+        "mute at once", [](Faults &f) { f.muteAfter = 0; }, "");
+    row(
+        "every second bad", [](Faults &f) { f.badChecksumEvery = 2; }, "$A,1*6C~|$B,2*0C~|$C,DATA END*4C~");
+    row(
+        "every second without its end", [](Faults &f) { f.loseEndEvery = 2; },
+        "$A,1*6C~|$B,2*6C|$C,DATA END*4C~");
+    row(
+        "every second without a byte", [](Faults &f) { f.loseByteEvery = 2; },
+        "$A,1*6C~|$B,26C~|$C,DATA END*4C~");
+    row(
+        "pulled after one", [](Faults &f) { f.unplugAfter = 1; }, "$A,1*6C~|PULLED");
+    row(
+        "pulled at once", [](Faults &f) { f.unplugAfter = 0; }, "PULLED");
+    row(
+        "pulled in a burst", [](Faults &f) { f.burst = true, f.unplugAfter = 2; }, "$A,1*6C~$B,2*6C~|PULLED");
+    row(
+        "without end", [](Faults &f) { f.noEnd = true; }, "$A,1*6C~|$B,2*6C~");
 }
 
 void TestSimulatedController::cables()
 {
-    QFETCH(int, burst);
-    QFETCH(int, pieces);
-    QFETCH(int, mute);
-    QFETCH(int, bad);
-    QFETCH(int, pulled);
+    QFETCH(Faults, faults);
     QFETCH(QString, steps);
-    Faults faults;
-    faults.burst = burst > 0;
-    faults.noEnd = burst < 0;
-    faults.pieces = pieces;
-    faults.muteAfter = mute;
-    faults.badChecksumEvery = bad;
-    faults.unplugAfter = pulled;
     FaultyCable cable(faults);
     const Lines lines{"$A,1*6C\r\n", "$B,2*6C\r\n", "$C,DATA END*4C\r\n"};
     QCOMPARE(shown(cable.deliver(lines)), steps);
@@ -196,6 +210,69 @@ void TestSimulatedController::pauses()
         QVERIFY(steps[0].bytes.size() > 2 && steps[0].bytes.back() == '\n');
         QCOMPARE(steps[1].bytes, std::string("$PSEANUMDATA,2*5F\r\n"));
     }
+}
+
+void TestSimulatedController::answersThatTakeTheirTime()
+{
+    using std::chrono::milliseconds;
+    Faults faults;
+    faults.delay = milliseconds(200);
+    faults.eraseTime = milliseconds(3000);
+    SimulatedController controller({});
+    for (const bool burst : {false, true}) {
+        faults.burst = burst;
+        FaultyCable cable(faults);
+        const std::vector<Step> erase =
+            cable.deliver(controller.receive(makeSentence("PSEAFORMAT") + "\r\n"));
+        QCOMPARE(erase.size(), std::size_t{2});
+        QVERIFY(erase[0].wait == faults.delay && erase[1].wait == faults.eraseTime);
+        const std::vector<Step> version = cable.deliver(controller.receive(makeSentence("PSEAVER") + "\r\n"));
+        QCOMPARE(version.size(), burst ? std::size_t{1} : std::size_t{2});
+        QVERIFY(version[0].wait == faults.delay);
+        QVERIFY(burst || version[1].wait.count() == 0);
+    }
+}
+
+void TestSimulatedController::whatItSendsByItself_data()
+{
+    QTest::addColumn<bool>("on");
+    QTest::addColumn<bool>("boots");
+    QTest::addColumn<int>("leftovers");
+    QTest::addColumn<QString>("greeting");
+    const QString end = QStringLiteral("$PSEAMSG,1550782004,PSEADUMP,MEMORY,DATA END*23~");
+    const QString boot =
+        QString::fromLatin1("\xff\xfe\x80\x01KELPORA 360~|$PSEAMSG,1550782004,PSEAREBOOT,BOOT,1.24*5F~");
+    QTest::newRow("nothing") << true << false << 0 << "";
+    QTest::newRow("a boot") << true << true << 0 << boot;
+    QTest::newRow("the end of a dump") << true << false << 2 << "$PSEADATA,2,10,9*31~|" + end;
+    QTest::newRow("no more than the whole dump")
+        << true << false << 9 << "$PSEADATA,1,1,9*02~|$PSEADATA,2,10,9*31~|" + end;
+    QTest::newRow("both") << true << true << 1 << end + '|' + boot;
+    QTest::newRow("switched off") << false << true << 2 << "";
+}
+
+void TestSimulatedController::whatItSendsByItself()
+{
+    QFETCH(bool, on);
+    QFETCH(bool, boots);
+    QFETCH(int, leftovers);
+    QFETCH(QString, greeting);
+    ControllerState state;
+    state.log = {"PSEADATA,1,1,9", "PSEADATA,2,10,9"};
+    state.on = on;
+    state.boots = boots;
+    state.leftovers = leftovers;
+    QCOMPARE(shown(SimulatedController(state, [] { return 1550782004; }).greeting()), greeting);
+}
+
+void TestSimulatedController::aCountOfItsOwn()
+{
+    ControllerState state;
+    state.log = {"PSEADATA,1,1,9"};
+    state.announced = 0;
+    SimulatedController controller(state);
+    QCOMPARE(shown(controller.receive(makeSentence("PSEANUMDUMP") + "\r\n")),
+             QStringLiteral("$PSEANUMDATA,0*5D~"));
 }
 
 void TestSimulatedController::diveLogs_data()
