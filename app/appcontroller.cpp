@@ -19,8 +19,11 @@
 #include <QCoreApplication>
 #include <QDebug>
 #include <QException>
+#include <QFileInfo>
 #include <QJsonObject>
+#include <QLocale>
 #include <QQuickWindow>
+#include <QStorageInfo>
 #include <QThreadPool>
 #include <QtConcurrent>
 
@@ -29,7 +32,10 @@
 
 namespace {
 
+using Row = JobWatch::Row;
+
 constexpr int cardCount = 3;
+const QVector<Row> cardRows = {Row::Card1, Row::Card2, Row::Card3};
 
 /// Three imports must run at the same time, also where there are fewer cores, and leave room for a controller
 /// job.
@@ -40,6 +46,30 @@ void removeLineFeeds(QString *folder)
 {
     folder->remove(QLatin1Char('\n'));
     folder->remove(QLatin1Char('\r'));
+}
+
+/// A relative folder, also one that begins with "~", is not where the operator may think.
+void warnOfRelative(const QString &folder)
+{
+    if (!folder.isEmpty() && QDir::isRelativePath(folder))
+        qWarning().noquote() << "The folder" << folder << "has no full path; it is"
+                             << QDir::cleanPath(QDir(folder).absolutePath());
+}
+
+/// Logs how much room there is for `folder`, which may still have to be made.
+void logFreeRoom(const char *when, const QString &folder)
+{
+    if (folder.isEmpty())
+        return;
+    QString there = QDir::cleanPath(QDir(folder).absolutePath());
+    while (!QFileInfo::exists(there) && !QDir(there).isRoot())
+        there = QFileInfo(there).path();
+    const QStorageInfo volume(there);
+    if (!volume.isValid())
+        return;
+    qInfo().noquote() << when
+                      << QLocale::c().formattedDataSize(volume.bytesAvailable(), 2, QLocale::DataSizeSIFormat)
+                      << "free on" << volume.rootPath();
 }
 
 } // namespace
@@ -60,6 +90,33 @@ AppController::~AppController()
 void AppController::setVersion(const QString &version)
 {
     version_ = version;
+}
+
+void AppController::setJobWatch(JobWatch &watch)
+{
+    watch_ = &watch;
+    // On the thread that reports: the last text is there before the job's end.
+    connect(
+        this, &AppController::updateCardProgress, &watch,
+        [&watch](const QVariant &card, const QVariant &, const QVariant &, const QVariant &,
+                 const QVariant &text) { watch.tell(cardRows.at(card.toInt() - 1), text.toString()); },
+        Qt::DirectConnection);
+    const auto tellOf = [&](auto signal, Row row) {
+        connect(
+            this, signal, &watch,
+            [&watch, row](const QVariant &, const QVariant &, const QVariant &, const QVariant &text) {
+                watch.tell(row, text.toString());
+            },
+            Qt::DirectConnection);
+    };
+    tellOf(&AppController::updateDataProgress, Row::Data);
+    tellOf(&AppController::updateCameraSettingsProgress, Row::Settings);
+    tellOf(&AppController::updateFirmwareProgress, Row::Firmware);
+}
+
+JobWatch::Job AppController::beginJob(const QVector<JobWatch::Row> &rows)
+{
+    return watch_ == nullptr ? JobWatch::Job() : watch_->begin(rows);
 }
 
 void AppController::stopJobs()
@@ -144,16 +201,20 @@ void AppController::copyFiles(QString card1, QString card2, QString card3, QStri
 {
     removeLineFeeds(&targetDir);
     targetDir_.setPath(targetDir);
-    // A relative folder, or one that begins with "~", is not where the operator may think.
+    warnOfRelative(targetDir);
     if (!targetDir.isEmpty())
         qInfo().noquote() << "Copying to" << targetDir_.absolutePath();
     qInfo("Start.");
+    const JobWatch::Job job = beginJob(cardRows);
+    const auto isBegun = std::make_shared<std::once_flag>();
+    runningCards_ = cardCount;
     int cardIndex = 0;
     for (const QString &card : {card1, card2, card3}) {
         ++cardIndex;
-        QtConcurrent::run([this, cardIndex, card, targetDir, templatePath, projectName] {
+        QtConcurrent::run([this, job, isBegun, cardIndex, card, targetDir, templatePath, projectName] {
             // Three cards fill every core; a window that waits for its turn looks hung.
             lowerThreadPriority();
+            std::call_once(*isBegun, [&] { logFreeRoom("Before the import:", targetDir); });
             copyFilesWorker(cardIndex, card, targetDir, templatePath, projectName);
         });
     }
@@ -163,31 +224,35 @@ void AppController::copyData(QString port, QString targetDir, QString projectNam
 {
     port_ = port;
     removeLineFeeds(&targetDir);
-    QtConcurrent::run([this, port, targetDir, projectName] { copyDataWorker(port, targetDir, projectName); });
+    warnOfRelative(targetDir);
+    QtConcurrent::run([this, job = beginJob({Row::Data}), port, targetDir, projectName] {
+        copyDataWorker(port, targetDir, projectName);
+    });
 }
 
 void AppController::readCameraSettings(QString port)
 {
     port_ = port;
-    QtConcurrent::run([this, port] { readSettingsWorker(port); });
+    QtConcurrent::run([this, job = beginJob({Row::Settings}), port] { readSettingsWorker(port); });
 }
 
 void AppController::resetCameraSettings(QString port)
 {
     port_ = port;
-    QtConcurrent::run([this, port] { resetCameraSettingsWorker(port); });
+    QtConcurrent::run([this, job = beginJob({Row::Settings}), port] { resetCameraSettingsWorker(port); });
 }
 
 void AppController::turnOff(QString port)
 {
     port_ = port;
-    QtConcurrent::run([this, port] { turnOffWorker(port); });
+    QtConcurrent::run([this, job = beginJob({Row::Data}), port] { turnOffWorker(port); });
 }
 
 void AppController::updateFirmware(QString port, QString filePath)
 {
     port_ = port;
-    flashing_.addFuture(QtConcurrent::run([this, port, filePath] { updateFirmwareWorker(port, filePath); }));
+    flashing_.addFuture(QtConcurrent::run(
+        [this, job = beginJob({Row::Firmware}), port, filePath] { updateFirmwareWorker(port, filePath); }));
 }
 
 void AppController::saveCameraSettings(QString port, QString date, int recLedOn,
@@ -197,12 +262,15 @@ void AppController::saveCameraSettings(QString port, QString date, int recLedOn,
     const PSEAConfig config =
         PSEAConfig::fromUser(recLedOn, videoLoggingIntervalSeconds, timelapseIntervalSeconds,
                              timelapseTimeoutMinutes, e1FirmwareVersion);
-    QtConcurrent::run([this, port, date, config] { saveCameraSettingsWorker(port, date, config); });
+    QtConcurrent::run([this, job = beginJob({Row::Settings}), port, date, config] {
+        saveCameraSettingsWorker(port, date, config);
+    });
 }
 
 void AppController::eraseCards(QString card1, QString card2, QString card3, bool eraseCards,
                                bool createSyncConfig)
 {
+    const JobWatch::Job job = beginJob(cardRows);
     int cardIndex = 0;
     for (const QString &card : {card1, card2, card3}) {
         ++cardIndex;
@@ -213,7 +281,7 @@ void AppController::eraseCards(QString card1, QString card2, QString card3, bool
 void AppController::eraseMemory(QString port)
 {
     port_ = port;
-    QtConcurrent::run([this, port] { eraseMemoryWorker(port); });
+    QtConcurrent::run([this, job = beginJob({Row::Data}), port] { eraseMemoryWorker(port); });
 }
 
 void AppController::exitApp()
@@ -318,7 +386,11 @@ void AppController::saveCameraSettingsWorker(QString port, QString date, PSEACon
 void AppController::copyFilesWorker(int cardIndex, QString sourceDir, QString targetDir, QString templatePath,
                                     QString projectName)
 {
-    if (mediaImport(cardIndex, sourceDir, targetDir, templatePath, projectName)->run())
+    const bool finished = mediaImport(cardIndex, sourceDir, targetDir, templatePath, projectName)->run();
+    // Before the log is copied.
+    if (--runningCards_ == 0)
+        logFreeRoom("After the import:", targetDir);
+    if (finished)
         countFinishedCard(targetDir);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/job.h"
+#include "app/jobwatch.h"
 #include "controller/pseaconfig.h"
 
 #include <QDir>
@@ -37,6 +38,9 @@ public:
     void setVersion(const QString &version);
     /// The serial port last chosen or used; empty if none.
     [[nodiscard]] QString port() const { return port_; }
+
+    /// Tells `watch` of every job and its reports. It must live until the last job has ended.
+    void setJobWatch(JobWatch &watch);
 
     /// Begins to list the devices on a thread of its own, for the next getDevices(): the first call comes
     /// while the window is being made, and a list of the ports takes a tenth of that time.
@@ -128,13 +132,16 @@ private:
     [[nodiscard]] ControllerRequest dataRequest(const QString &port);
     [[nodiscard]] ControllerRequest settingsRequest(const QString &port);
     void countFinishedCard(const QString &targetDir);
+    [[nodiscard]] JobWatch::Job beginJob(const QVector<JobWatch::Row> &rows);
 
     std::unique_ptr<Drives> drives_;
     QDir targetDir_;
     /// Read after the unlock, hence atomic as well.
     std::atomic<int> finishedCards_{0};
     std::mutex finishedCardsMutex_;
+    std::atomic<int> runningCards_{0}; ///< of the import that was started last
     QQuickWindow *window_ = nullptr;
+    JobWatch *watch_ = nullptr;
     QString version_;
     QString port_;
     std::optional<QFuture<QVariantList>> devicesAhead_;

@@ -1,6 +1,7 @@
 #include "app/appcontroller.h"
 #include "app/commandline.h"
 #include "app/instance.h"
+#include "app/jobwatch.h"
 #include "app/limitednetwork.h"
 #include "app/log.h"
 #include "app/paths.h"
@@ -8,15 +9,19 @@
 #include "app/screen.h"
 #include "app/settingsfile.h"
 #include "app/version.h"
+#include "platform/desktop.h"
 
 #include <QDebug>
 #include <QFile>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QIcon>
 #include <QLockFile>
 #include <QQmlApplicationEngine>
 #include <QQmlContext>
+#include <QQmlError>
 #include <QQuickWindow>
+#include <QRawFont>
 #include <QUrl>
 
 #include <csignal>
@@ -125,6 +130,31 @@ void quitOnSceneGraphError(const QQuickWindow *window)
                      });
 }
 
+QIcon windowIcon()
+{
+    QIcon icon;
+#ifndef Q_OS_MACOS // The bundle has its own.
+    for (const char *size : {"16", "32", "48", "128"})
+        icon.addFile(QStringLiteral(":/icon/%1.png").arg(QLatin1String(size)));
+#endif
+    return icon;
+}
+
+/// Whether there is a font to write with. The toolkit would draw a window without any text.
+bool hasFont()
+{
+    // The toolkit's stand-in for a missing font has no name.
+    return !QRawFont::fromFont(QGuiApplication::font()).familyName().isEmpty();
+}
+
+/// Ends the event loop that is about to begin, with a line in the log.
+void endWithoutWindow(const QString &why)
+{
+    qCritical().noquote() << "The window can't be made:" << why.simplified();
+    QMetaObject::invokeMethod(
+        qApp, [] { QCoreApplication::exit(EXIT_FAILURE); }, Qt::QueuedConnection);
+}
+
 void bringToFront(QQuickWindow *window)
 {
     window->showNormal();
@@ -169,7 +199,6 @@ int main(int argc, char *argv[])
         qInstallMessageHandler(nullptr);
     qInfo("Application start");
     logEnvironment(app_name, app_version, screen);
-    chooseRenderer();
 
     QCoreApplication::setApplicationName(app_name);
     QCoreApplication::setApplicationVersion(app_version);
@@ -177,25 +206,42 @@ int main(int argc, char *argv[])
     QGuiApplication app(argc, argv);
     qInstallMessageHandler(usualHandler);
     setAppPathFromExecutable(QCoreApplication::applicationFilePath());
+    QGuiApplication::setDesktopFileName(QStringLiteral("kelpora360"));
+    QGuiApplication::setWindowIcon(windowIcon());
+    chooseRenderer();
+    if (!hasFont()) {
+        qCritical("The window can't be drawn: no font is installed.");
+        return EXIT_FAILURE;
+    }
 
     AppController controller;
     controller.setVersion(app_version);
     controller.listDevicesAhead();
     LimitedNetwork network;
+    QString whyNoWindow;
     QQmlApplicationEngine engine;
     engine.setNetworkAccessManagerFactory(&network);
     engine.rootContext()->setContextProperty(QStringLiteral("appController"), &controller);
+    QObject::connect(&engine, &QQmlEngine::warnings, &engine, [&whyNoWindow](const QList<QQmlError> &errors) {
+        whyNoWindow = errors.last().description();
+    });
     engine.load(QUrl(QStringLiteral("qrc:/views/Main.qml"), QUrl::TolerantMode));
     const QList<QObject *> roots = engine.rootObjects();
     auto *window = qobject_cast<QQuickWindow *>(roots.isEmpty() ? nullptr : roots.first());
     controller.init(window);
+    Desktop desktop;
+    std::optional<JobWatch> jobs;
+    if (window != nullptr)
+        controller.setJobWatch(jobs.emplace(desktop, *window));
+    else
+        endWithoutWindow(whyNoWindow);
     quitOnSceneGraphError(window);
     tellOfSessionEnd(app, window);
     if (window != nullptr)
         instance.answer([window] { bringToFront(window); });
 
     const int exitCode = QGuiApplication::exec();
-    instance.close();
+    instance.beginClosing();
 
     // A job that still holds the port must let go of it first.
     bool stopped = controller.endJobs(stopTimeoutMs);
@@ -204,8 +250,10 @@ int main(int argc, char *argv[])
     stopped = stopped || AppController::waitForJobs(stopTimeoutMs);
     if (!stopped)
         qWarning("Leaving while a job still runs.");
+    stopped = desktop.close() && stopped;
     qInfo("Application end");
-    // A worker that hangs in the system's disk calls must not meet destroyed objects, nor be waited for.
+    // A thread that hangs in the system's disk calls, or on a message bus, must not meet destroyed objects,
+    // nor be waited for.
     if (!stopped)
         std::_Exit(exitCode);
     return exitCode;

@@ -2,8 +2,23 @@
 
 #include "platform/graphics.h"
 
+#include <QOffscreenSurface>
+#include <QOpenGLContext>
 #include <QQuickWindow>
 #include <QSGRendererInterface>
+
+namespace {
+
+/// Whether a window can be drawn with OpenGL. A driver that doesn't fit is only found out by a try.
+bool hasOpenGl()
+{
+    QOffscreenSurface surface;
+    surface.create();
+    QOpenGLContext context;
+    return context.create() && context.makeCurrent(&surface);
+}
+
+} // namespace
 
 void chooseRenderer()
 {
@@ -11,8 +26,11 @@ void chooseRenderer()
         if (qEnvironmentVariableIsSet(choice))
             return;
     }
-    if (hasGraphicsProcessor())
+    if (!hasGraphicsProcessor())
+        qInfo("No graphics processor found, drawing without OpenGL");
+    else if (!hasOpenGl())
+        qInfo("OpenGL fails, drawing without it");
+    else
         return;
-    qInfo("No graphics processor found, drawing without OpenGL");
     QQuickWindow::setSceneGraphBackend(QSGRendererInterface::Software);
 }

@@ -94,9 +94,7 @@ struct Loaded
 
 Loaded loaded;
 
-} // namespace
-
-QVariantMap loadSettings()
+QVariantMap read(bool storeDefaults)
 {
     const std::lock_guard<std::mutex> lock(valuesMutex);
     const QString path = getIniFilePath();
@@ -106,14 +104,19 @@ QVariantMap loadSettings()
     SettingsFile file(path);
     logOnce(file.problem());
     const QStringList present = file.allKeys();
+    QVariantMap settings;
     for (const Default &entry : defaults) {
         const QString key = QString::fromLatin1(entry.key);
-        if (!present.contains(key))
-            file.setValue(key, QString::fromLatin1(entry.value));
+        if (present.contains(key))
+            continue;
+        settings.insert(key, QString::fromLatin1(entry.value));
+        if (storeDefaults)
+            file.setValue(key, settings.value(key));
     }
-    file.sync();
-
-    QVariantMap settings;
+    // A load is still to write what a peek only names.
+    const bool settled = storeDefaults || settings.isEmpty();
+    if (storeDefaults)
+        file.sync();
     const QStringList keys = file.allKeys();
     for (const QString &key : keys) {
         QVariant value = file.value(key);
@@ -124,8 +127,20 @@ QVariantMap loadSettings()
                                                          : value.toString();
         settings.insert(key, value);
     }
-    loaded = {path, file.isSound() ? stamp : std::nullopt, settings};
+    loaded = {path, settled && file.isSound() ? stamp : std::nullopt, settings};
     return settings;
+}
+
+} // namespace
+
+QVariantMap loadSettings()
+{
+    return read(true);
+}
+
+QVariantMap peekSettings()
+{
+    return read(false);
 }
 
 void storeSettings(const QVariantMap &settings)

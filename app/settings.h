@@ -8,6 +8,9 @@
 /// call sees all of what another one stored or nothing of it.
 [[nodiscard]] QVariantMap loadSettings();
 
+/// The same, but writes nothing.
+[[nodiscard]] QVariantMap peekSettings();
+
 /// Writes every entry of `settings` to the settings file and leaves its other keys alone. A key that is not
 /// the program's own keeps its type if only that differs.
 void storeSettings(const QVariantMap &settings);

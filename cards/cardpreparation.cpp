@@ -16,7 +16,22 @@
 namespace {
 
 const QString configFolder = QStringLiteral("MISC");
+const QString configFile = QStringLiteral("cfg");
+const QByteArray configText = QByteArrayLiteral("multi.auto_ena=1\nrecord.tl_enable=0\n");
 const QString labelFile = QStringLiteral("AutoRun.inf");
+
+QString indexFile(int card)
+{
+    return QStringLiteral("360_0%1").arg(card);
+}
+
+QByteArray labelText(int card)
+{
+    return QStringLiteral("[autorun]\r\nlabel=360_0%1\r\n\r\n[Content]\r\n"
+                          "MusicFiles=0\r\nPictureFiles=0\r\nVideoFiles=0")
+        .arg(card)
+        .toUtf8();
+}
 
 bool isLink(const QString &path)
 {
@@ -38,6 +53,15 @@ CardPreparation::CardPreparation(int card, QString root, ProgressReport report)
     , root_(std::move(root))
     , report_(std::move(report))
 {
+}
+
+QMap<QString, QByteArray> CardPreparation::files(int card)
+{
+    return {{configFolder + QLatin1Char('/') + configFile, configText},
+            {indexFile(card), {}},
+            {QStringLiteral(".disable_osx_metadata"), {}},
+            {QStringLiteral(".metadata_never_index"), {}},
+            {labelFile, labelText(card)}};
 }
 
 void CardPreparation::run(bool erase, bool createSyncConfig)
@@ -101,7 +125,7 @@ bool CardPreparation::eraseCard() const
     const QStringList folders = {
         QStringLiteral("DCIM"),
         configFolder,
-        QStringLiteral("360_0%1").arg(card_),
+        indexFile(card_),
         QStringLiteral(".disable_osx_metadata"),
         QStringLiteral(".metadata_never_index"),
     };
@@ -116,15 +140,14 @@ void CardPreparation::writeSyncConfig()
     if (!root.exists(configFolder))
         root.mkdir(configFolder);
     const QString folder = root.filePath(configFolder);
-    const QString path = QDir(folder).filePath(QStringLiteral("cfg"));
+    const QString path = QDir(folder).filePath(configFile);
     if (isLink(folder) || isLink(path)) {
         written_ = false;
         return;
     }
-    const QByteArray text = "multi.auto_ena=1\nrecord.tl_enable=0\n";
     // An earlier preparation left it read-only.
-    if (!holds(path, text))
-        writeAtStart(path, text);
+    if (!holds(path, configText))
+        writeAtStart(path, configText);
     QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::ReadUser | QFileDevice::ReadGroup |
                                     QFileDevice::ReadOther);
 }
@@ -132,7 +155,7 @@ void CardPreparation::writeSyncConfig()
 void CardPreparation::writeMarkers()
 {
     const QDir root(root_);
-    if (writeAtStart(root.filePath(QStringLiteral("360_0%1").arg(card_))))
+    if (writeAtStart(root.filePath(indexFile(card_))))
         log("Created index file on card %1 (%2)");
     try {
         if (writeAtStart(root.filePath(QStringLiteral(".disable_osx_metadata"))))
@@ -143,10 +166,7 @@ void CardPreparation::writeMarkers()
         qInfo().noquote() << QStringLiteral("Exception working on card %1 (%2): ").arg(card_).arg(root_) +
                                  QString::fromLocal8Bit(error.what());
     }
-    const QString label = QStringLiteral("[autorun]\r\nlabel=360_0%1\r\n\r\n[Content]\r\n"
-                                         "MusicFiles=0\r\nPictureFiles=0\r\nVideoFiles=0")
-                              .arg(card_);
-    if (writeAtStart(root.filePath(labelFile), label.toUtf8()))
+    if (writeAtStart(root.filePath(labelFile), labelText(card_)))
         log("Created AutoRun file on card %1 (%2)");
 }
 

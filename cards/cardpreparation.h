@@ -2,6 +2,8 @@
 
 #include "app/job.h"
 
+#include <QByteArray>
+#include <QMap>
 #include <QString>
 
 /// Prepares one camera's card for a dive: optionally empties it and writes the cameras' synchronisation
@@ -15,6 +17,9 @@ public:
     CardPreparation(int card, QString root, ProgressReport report);
 
     void run(bool erase, bool createSyncConfig);
+
+    /// The files that a preparation writes to card `card`: path below its root, content.
+    [[nodiscard]] static QMap<QString, QByteArray> files(int card);
 
 private:
     void prepare(bool erase, bool createSyncConfig);

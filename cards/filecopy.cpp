@@ -5,8 +5,6 @@
 
 #include <QFileInfo>
 
-#include <cerrno>
-
 StagedCopy::StagedCopy(const QString &source, const QString &folder, const StopFlag &stop)
     : file_(folder)
 {
@@ -57,11 +55,11 @@ Publish StagedCopy::publish(const QString &path, const StopFlag &stop)
     return Publish::Failed;
 }
 
-/// The state after a request to the disk that failed with errno.
+/// The state after a request to the disk that failed.
 StagedCopy::State StagedCopy::unwritable(const StopFlag &stop)
 {
     error_ = stop.isRaised() ? QStringLiteral("stopped")
-                             : QStringLiteral("can't write the copy: ") + qt_error_string(errno);
+                             : QStringLiteral("can't write the copy: ") + qt_error_string();
     return State::Unwritable;
 }
 

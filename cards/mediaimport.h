@@ -55,6 +55,9 @@ public:
     /// the import.
     MediaImport(ImportRequest request, ImportProjects projects, ProgressReport report, const StopFlag &stop);
 
+    /// Whether a file of that name is copied.
+    [[nodiscard]] static bool isRecording(const QString &path) { return kindOf(path) != nullptr; }
+
     /// Imports the whole card. True when it went through to its end, however many files could not be copied
     /// or brought to the disk; false when the request is invalid or the flag was raised, and after an
     /// exception, which ends here.

@@ -123,8 +123,7 @@ private:
         if (file.open(QIODevice::WriteOnly) && file.write(content) == content.size() && syncToDisk(file) &&
             file.commit() && syncFolder(QFileInfo(path).absolutePath()))
             return true;
-        const QString reason =
-            file.error() == QFileDevice::NoError ? qt_error_string(errno) : file.errorString();
+        const QString reason = file.error() == QFileDevice::NoError ? qt_error_string() : file.errorString();
         qWarning().noquote() << "Data: Could not write" << path + QStringLiteral(": ") + reason;
         return false;
     }

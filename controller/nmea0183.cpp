@@ -123,7 +123,7 @@ void Nmea::Init(const std::string &sentence)
         pieces += IsSeparator(byte) ? 1U : 0U;
     }
     unsplit_ = sentence_.size();
-    num_fields_ = pieces >= 2 ? pieces - 1 : 0;
+    num_fields_ = static_cast<unsigned long>(pieces >= 2 ? pieces - 1 : 0);
     lat_string_.clear();
     lon_string_.clear();
     time_string_.clear();
@@ -144,7 +144,7 @@ unsigned long Nmea::SplitFields()
     SplitRest();
     unsplit_ = sentence_.size();
     SplitRest();
-    num_fields_ = fields_.size() >= 2 ? fields_.size() - 1 : 0;
+    num_fields_ = static_cast<unsigned long>(fields_.size() >= 2 ? fields_.size() - 1 : 0);
     return num_fields_;
 }
 
@@ -233,7 +233,7 @@ unsigned long Nmea::VerifyLength()
 {
     if (sentence_.size() > max_length)
         valid_ = false;
-    return sentence_.size();
+    return static_cast<unsigned long>(sentence_.size());
 }
 
 template <typename Result, typename Convert>

@@ -22,6 +22,7 @@ CopyResult copyContent(QFile &source, QFile &target, const StopFlag &stop)
 
 void copyAttributes(QFile &source, QFile &target)
 {
-    target.setPermissions(source.permissions());
+    // Of the permissions Windows would keep only "read-only": what is so can neither be flushed nor, when its
+    // name is refused, be removed.
     target.setFileTime(source.fileTime(QFileDevice::FileModificationTime), QFileDevice::FileModificationTime);
 }

@@ -6,13 +6,13 @@
 #include <QString>
 
 /// Has the disk begin to write the content of the open file `file`, so that syncContent() finds less to wait
-/// for. False with errno if it could not; no later call need tell that again.
+/// for. False with errno, or GetLastError() on Windows, if it could not; no later call need tell that again.
 [[nodiscard]] bool startSync(QFileDevice &file);
 
 /// Has the content of the open file `file` written to its disk, so that a name that the file is given
-/// afterwards never stands for less, whenever the power goes. False with errno if it could not be, or if
-/// `stop` was raised. On a volume whose journal brings no name before its content (ext4, XFS, Btrfs) this
-/// costs no commit of the journal.
+/// afterwards never stands for less, whenever the power goes. False with the same error if it could not be,
+/// or if `stop` was raised. On a volume whose journal brings no name before its content (ext4, XFS, Btrfs)
+/// this costs no commit of the journal.
 [[nodiscard]] bool syncContent(QFileDevice &file, const StopFlag &stop = StopFlag());
 
 /// Has what was written to the open file `file` written to its disk. False if it could not be: a full or

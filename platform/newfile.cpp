@@ -28,9 +28,7 @@ QString temporaryName(const QString &folder)
 /// After Publish::Failed errno says why.
 Publish renameUnlessTaken(const QString &from, const QString &to)
 {
-    const QByteArray source = QFile::encodeName(from);
-    const QByteArray target = QFile::encodeName(to);
-    if (renameExclusively(source.constData(), target.constData()))
+    if (renameExclusively(from, to))
         return Publish::Done;
     if (errno == EEXIST)
         return Publish::Exists;
@@ -44,6 +42,8 @@ Publish renameUnlessTaken(const QString &from, const QString &to)
     if (taken.exists() || taken.isSymLink())
         return Publish::Exists;
     // QFile would copy where it can't rename, and leave a part of the file there when it is ended.
+    const QByteArray source = QFile::encodeName(from);
+    const QByteArray target = QFile::encodeName(to);
     return std::rename(source.constData(), target.constData()) == 0 ? Publish::Done : Publish::Failed;
 }
 
@@ -90,7 +90,7 @@ Publish NewFile::publish(const QString &path)
         return Publish::Failed;
     const Publish result = renameUnlessTaken(file_.fileName(), path);
     if (result == Publish::Failed)
-        error_ = QStringLiteral("can't rename the file: ") + qt_error_string(errno);
+        error_ = QStringLiteral("can't rename the file: ") + qt_error_string();
     published_ = result == Publish::Done;
     return result;
 }

@@ -53,7 +53,7 @@ private:
 /// line in the log.
 void removeLeftovers(const QString &folder);
 
-/// Renames the file `from` to `to`, both encoded, in one step unless `to` exists. False with errno: EEXIST,
+/// Renames the file `from` to `to` in one step unless `to` exists. False with errno: EEXIST,
 /// or one for which isUnsupported() holds where the volume knows no such renaming. One implementation per
 /// platform.
-[[nodiscard]] bool renameExclusively(const char *from, const char *to);
+[[nodiscard]] bool renameExclusively(const QString &from, const QString &to);

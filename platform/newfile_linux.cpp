@@ -6,15 +6,17 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-bool renameExclusively(const char *from, const char *to)
+bool renameExclusively(const QString &from, const QString &to)
 {
-    if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0)
+    const QByteArray source = QFile::encodeName(from);
+    const QByteArray target = QFile::encodeName(to);
+    if (::renameat2(AT_FDCWD, source.constData(), AT_FDCWD, target.constData(), RENAME_NOREPLACE) == 0)
         return true;
     if (!isUnsupported(errno))
         return false;
     // Some network shares know hard links, which never replace a file either.
-    if (::link(from, to) == 0) {
-        ::unlink(from);
+    if (::link(source.constData(), target.constData()) == 0) {
+        ::unlink(source.constData());
         return true;
     }
     if (errno != EEXIST)

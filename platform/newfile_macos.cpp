@@ -2,7 +2,8 @@
 
 #include <cstdio>
 
-bool renameExclusively(const char *from, const char *to)
+bool renameExclusively(const QString &from, const QString &to)
 {
-    return ::renamex_np(from, to, RENAME_EXCL) == 0;
+    return ::renamex_np(QFile::encodeName(from).constData(), QFile::encodeName(to).constData(),
+                        RENAME_EXCL) == 0;
 }

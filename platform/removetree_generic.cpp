@@ -9,10 +9,11 @@ bool emptyFolder(const QString &folder)
     const QFileInfoList entries =
         root.entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
     for (const QFileInfo &entry : entries) {
-        if (entry.isDir() && !entry.isSymLink())
-            QDir(entry.filePath()).removeRecursively();
-        else
-            QFile::remove(entry.filePath());
+        const QString path = entry.filePath();
+        if (entry.isDir() && !entry.isSymLink() && !entry.isJunction())
+            QDir(path).removeRecursively();
+        else if (!QFile::remove(path) && QFile::setPermissions(path, entry.permissions() | QFile::WriteUser))
+            QFile::remove(path); // Windows removes nothing that is read-only.
     }
     return root.isReadable() &&
            root.isEmpty(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);

@@ -5,10 +5,14 @@
 
 #include <QElapsedTimer>
 #include <QFileInfo>
+#include <QLibraryInfo>
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QRegularExpression>
+#include <QStandardPaths>
 
+#include <algorithm>
+#include <array>
 #include <csignal>
 #include <sys/stat.h>
 
@@ -142,9 +146,14 @@ private slots:
     void aBundleFindsItsFolder();
     void noOpenGl();
     void noGraphicsProcessor();
+    void openGlThatFails();
+    void missingModule_data();
+    void missingModule();
+    void missingFonts();
     void commandLine_data();
     void commandLine();
     void aSecondStartShowsTheFirst();
+    void ofSeveralStartsAtOnceOneRuns();
     void noDeadOneIsInTheWay_data();
     void noDeadOneIsInTheWay();
     void standardErrorIsClosed();
@@ -380,6 +389,83 @@ void TestStartup::noGraphicsProcessor()
     QCOMPARE(log.last(), QString("Info: Application end"));
 }
 
+void TestStartup::openGlThatFails()
+{
+    if (QStandardPaths::findExecutable(QStringLiteral("umockdev-wrapper")).isEmpty())
+        QSKIP("This machine lacks umockdev.");
+    const Workspace workspace;
+    // A graphics processor that this platform makes nothing of.
+    workspace.makeFolder(QStringLiteral("bed/sys"));
+    workspace.makeFolder(QStringLiteral("bed/dev/dri"));
+    QCOMPARE(::mkfifo(QFile::encodeName(workspace.path(QStringLiteral("bed/dev/dri/renderD128"))).constData(),
+                      0600),
+             0);
+    const QString script = workspace.write(QStringLiteral("start"),
+                                           "#!/bin/sh\nASAN_OPTIONS=$ASAN_OPTIONS:verify_asan_link_order=0 "
+                                           "UMOCKDEV_DIR='" +
+                                               workspace.path(QStringLiteral("bed")).toUtf8() +
+                                               "' exec umockdev-wrapper '" + program().toUtf8() + "'\n");
+    QVERIFY(QFile::setPermissions(script,
+                                  QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
+    QCOMPARE(run(workspace, script, {"DISPLAY", "QT_QUICK_BACKEND"}), QString());
+    const QStringList log = messages(workspace);
+    QCOMPARE(log.filter(QStringLiteral("OpenGL")), QStringList{"Info: OpenGL fails, drawing without it"});
+    QCOMPARE(log.last(), QString("Info: Application end"));
+}
+
+void TestStartup::missingModule_data()
+{
+    QTest::addColumn<QString>("missing"); // folder among the modules'
+    QTest::addColumn<QString>("module");
+    QTest::newRow("the layouts") << "QtQuick/Layouts"
+                                 << "QtQuick.Layouts";
+    QTest::newRow("one that only another needs") << "QtQuick/Window.2"
+                                                 << "QtQuick.Window";
+    QTest::newRow("most of them") << "QtQuick"
+                                  << "QtQuick.Controls";
+}
+
+void TestStartup::missingModule()
+{
+    QFETCH(QString, missing);
+    QFETCH(QString, module);
+    const Workspace workspace;
+    // A program finds its modules by the file "qt.conf" beside it.
+    const QString executable = workspace.makeFolder(QStringLiteral("bin")) + QStringLiteral("/kelpora360");
+    QVERIFY(QFile::copy(program(), executable));
+    workspace.write(QStringLiteral("bin/qt.conf"),
+                    "[Paths]\nQml2Imports=" + workspace.path(QStringLiteral("qml")).toUtf8() +
+                        "\nPlugins=" + QLibraryInfo::location(QLibraryInfo::PluginsPath).toUtf8() + '\n');
+    QCOMPARE(
+        QProcess::execute(QStringLiteral("cp"), {"-r", QLibraryInfo::location(QLibraryInfo::Qml2ImportsPath),
+                                                 workspace.path(QStringLiteral("qml"))}),
+        0);
+    QCOMPARE(run(workspace, executable), QString());
+    QVERIFY(QDir(workspace.path(QStringLiteral("qml/") + missing)).removeRecursively());
+    const QString end = run(workspace, executable);
+    QVERIFY2(end.startsWith(QStringLiteral("It ended with 1: ")), qPrintable(end));
+    const QStringList log = messages(workspace);
+    QCOMPARE(log.filter(QStringLiteral("Critical: ")),
+             QStringList{QStringLiteral("Critical: The window can't be made: module \"%1\" is not installed")
+                             .arg(module)});
+    QCOMPARE(log.last(), QString("Info: Application end"));
+}
+
+void TestStartup::missingFonts()
+{
+    const Workspace workspace;
+    const QString config = workspace.write(QStringLiteral("fonts.conf"), "<fontconfig></fontconfig>");
+    const QString script =
+        workspace.write(QStringLiteral("start"), "#!/bin/sh\nFONTCONFIG_FILE='" + config.toUtf8() +
+                                                     "' exec '" + program().toUtf8() + "'\n");
+    QVERIFY(QFile::setPermissions(script,
+                                  QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
+    const QString end = run(workspace, script);
+    QVERIFY2(end.startsWith(QStringLiteral("It ended with 1: ")), qPrintable(end));
+    QCOMPARE(messages(workspace).last(),
+             QString("Critical: The window can't be drawn: no font is installed."));
+}
+
 void TestStartup::commandLine_data()
 {
     QTest::addColumn<QStringList>("arguments");
@@ -473,21 +559,46 @@ void TestStartup::aSecondStartShowsTheFirst()
              QStringList{"Kelpora 360"});
 }
 
+void TestStartup::ofSeveralStartsAtOnceOneRuns()
+{
+    const Workspace workspace;
+    // The first start of all makes the folder.
+    QCOMPARE(run(workspace), QString());
+    std::array<RunningProgram, 3> programs;
+    for (RunningProgram &program : programs)
+        QVERIFY(program.start());
+    const auto running = [&] {
+        return std::count_if(programs.begin(), programs.end(), [](const RunningProgram &program) {
+            return program.process.state() == QProcess::Running;
+        });
+    };
+    QTRY_COMPARE_WITH_TIMEOUT(running(), 1, runTimeoutMs);
+    QTRY_COMPARE_WITH_TIMEOUT(
+        messages(workspace).filter(QStringLiteral("The program was started again")).size(), 2, runTimeoutMs);
+    QCOMPARE(messages(workspace).filter(QStringLiteral("Application start")).size(), 1);
+}
+
 void TestStartup::noDeadOneIsInTheWay_data()
 {
     QTest::addColumn<int>("signal");
-    QTest::newRow("one that was killed") << SIGKILL;
-    QTest::newRow("one that hangs") << SIGSTOP;
+    QTest::addColumn<bool>("closing");
+    QTest::newRow("one that was killed") << SIGKILL << false;
+    QTest::newRow("one that hangs") << SIGSTOP << false;
+    QTest::newRow("one that was killed while it was closing") << SIGKILL << true;
+    QTest::newRow("one that hangs while it is closing") << SIGSTOP << true;
 }
 
 void TestStartup::noDeadOneIsInTheWay()
 {
     QFETCH(int, signal);
+    QFETCH(bool, closing);
     const Workspace workspace;
     RunningProgram first;
     QVERIFY(first.start());
     QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(workspace.path(socketFile)), runTimeoutMs);
     QVERIFY(::kill(static_cast<pid_t>(first.process.processId()), signal) == 0);
+    if (closing)
+        QVERIFY(QFile::remove(workspace.path(socketFile)));
     QCOMPARE(run(workspace), QString());
     // In its own folders, with a log of its own.
     const QStringList log = messages(workspace);

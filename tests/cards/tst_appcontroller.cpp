@@ -9,9 +9,11 @@
 #include "tests/support/workspace.h"
 
 #include <QElapsedTimer>
+#include <QLocale>
 #include <QMetaMethod>
 #include <QMutex>
 #include <QRegularExpression>
+#include <QStorageInfo>
 #include <QThread>
 #include <QThreadPool>
 #include <QTimer>
@@ -171,6 +173,8 @@ private slots:
     void theFirstImportStartsInTheLog();
     void theLogNamesTheFolderCopiedTo_data();
     void theLogNamesTheFolderCopiedTo();
+    void theLogTellsTheRoomBeforeAndAfter();
+    void theLogTellsOfARelativeDataFolder();
     void aDestinationWithALineFeed();
     void aDataFolderOfLineEndsAlone();
     void slotsThatAreLeftEmpty_data();
@@ -569,26 +573,73 @@ void TestAppController::theLogNamesTheFolderCopiedTo_data()
 {
     QTest::addColumn<QString>("typed");
     QTest::addColumn<QString>("folder"); // relative to the current one
-    QTest::newRow("an absolute folder") << QStringLiteral("/tmp/Dive1") << QStringLiteral("/tmp/Dive1");
-    QTest::newRow("a name alone") << QStringLiteral("Dive1") << QStringLiteral("Dive1");
-    QTest::newRow("a tilde") << QStringLiteral("~/Dive1") << QStringLiteral("~/Dive1");
+    QTest::addColumn<bool>("warned");
+    QTest::newRow("an absolute folder")
+        << QStringLiteral("/tmp/Dive1") << QStringLiteral("/tmp/Dive1") << false;
+    QTest::newRow("a name alone") << QStringLiteral("Dive1") << QStringLiteral("Dive1") << true;
+    QTest::newRow("a tilde") << QStringLiteral("~/Dive1") << QStringLiteral("~/Dive1") << true;
     QTest::newRow("pasted with line ends")
-        << QStringLiteral("/tmp/\r\nDive1\n") << QStringLiteral("/tmp/Dive1");
-    QTest::newRow("a way up") << QStringLiteral("x/../Dive1/") << QStringLiteral("Dive1");
+        << QStringLiteral("/tmp/\r\nDive1\n") << QStringLiteral("/tmp/Dive1") << false;
+    QTest::newRow("a way up") << QStringLiteral("x/../Dive1/") << QStringLiteral("Dive1") << true;
 }
 
 void TestAppController::theLogNamesTheFolderCopiedTo()
 {
     QFETCH(QString, typed);
     QFETCH(QString, folder);
+    QFETCH(bool, warned);
     const Workspace workspace;
     QVERIFY(QDir::setCurrent(workspace.path()));
     const MessageLog log;
     AppController controller;
     import(controller, {QString(), QString(), QString()}, typed);
-    QCOMPARE(MessageLog::lines(QStringLiteral("info")),
-             (QStringList{QStringLiteral("Copying to ") + QDir::current().absoluteFilePath(folder),
-                          QStringLiteral("Start.")}));
+    const QString path = QDir::current().absoluteFilePath(folder);
+    QCOMPARE(MessageLog::lines(QStringLiteral("info")).mid(0, 2),
+             (QStringList{QStringLiteral("Copying to ") + path, QStringLiteral("Start.")}));
+    QCOMPARE(MessageLog::lines(QStringLiteral("warning")).filter(QStringLiteral("The folder")),
+             warned ? QStringList{QStringLiteral("The folder %1 has no full path; it is %2").arg(typed, path)}
+                    : QStringList());
+}
+
+void TestAppController::theLogTellsTheRoomBeforeAndAfter()
+{
+    const Workspace workspace;
+    const QString disk = workspace.path(QStringLiteral("disk"));
+    const TestVolume volume(disk, 10 * 1024);
+    SKIP_UNLESS_MOUNTED(volume);
+    const QString target = disk + QStringLiteral("/still/to be made");
+    const auto room = [&](const char *when) {
+        return QStringLiteral("info: %1 the import: %2 free on %3")
+            .arg(QLatin1String(when),
+                 QLocale::c().formattedDataSize(QStorageInfo(disk).bytesAvailable(), 2,
+                                                QLocale::DataSizeSIFormat),
+                 disk);
+    };
+    const MessageLog log;
+    AppController controller;
+    QStringList roomLines;
+    for (int imports = 0; imports < 2; ++imports) {
+        roomLines.append(room("Before"));
+        import(controller, writeCards(workspace), target);
+        roomLines.append(room("After"));
+    }
+    QVERIFY(roomLines.at(0).mid(14) != roomLines.at(1).mid(13));
+    QCOMPARE(MessageLog::lines().filter(QStringLiteral(" free on ")), roomLines);
+    // The copy of the log in the destination has it too.
+    QVERIFY(MessageLog::lines().indexOf(roomLines.at(1)) <
+            MessageLog::lines().indexOf(QStringLiteral("info: Done.")));
+}
+
+void TestAppController::theLogTellsOfARelativeDataFolder()
+{
+    const MessageLog log;
+    AppController controller;
+    for (const char *folder : {"~/Dive1", "/tmp/Dive1", ""})
+        controller.copyData(QStringLiteral("nowhere"), QString::fromLatin1(folder), {});
+    QVERIFY(AppController::waitForJobs(hangMilliseconds));
+    QCOMPARE(MessageLog::lines().filter(QStringLiteral("The folder")),
+             QStringList{QStringLiteral("warning: The folder ~/Dive1 has no full path; it is ") +
+                         QDir::current().absoluteFilePath(QStringLiteral("~/Dive1"))});
 }
 
 void TestAppController::aDestinationWithALineFeed()
@@ -895,9 +946,10 @@ void TestAppController::closingWhileCopiesWaitForTheDisk()
     CardReports reports(controller);
     QElapsedTimer timer;
     // A report of the last file would say that the card has ended; it waits for the disk, the log doesn't.
-    bool told = false;
+    std::atomic<bool> told{false};
     reports.onReport = [&](int, const QString &text) {
-        told = told || text.endsWith(QStringLiteral(" correctly."));
+        if (text.endsWith(QStringLiteral(" correctly.")))
+            told = true;
     };
     const LogWatch watch(QStringLiteral("Card 1: copied file "), [&] {
         timer.start();

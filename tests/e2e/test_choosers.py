@@ -70,8 +70,11 @@ class Choosers(testing.WindowTest):
         summaries = wanted.add_import({1: backup, 2: cards[2], 3: other})
         window.press("Copy Files")
         self.assertEqual(self.summaries(window), summaries)
+        # The log is copied after the last summary.
+        log_copy = os.path.join(self.destination, "Kelpora360.log")
+        self.wait_until(lambda: os.path.exists(log_copy), 10, "the log's copy")
         found = recordings.tree(self.destination)
-        found.pop("Kelpora360.log", None)
+        del found["Kelpora360.log"]
         self.assert_same(found, wanted.files)
         window.wait_bright("Exit")
         window.press("Refresh Cards")
