@@ -2,9 +2,11 @@
 /// so the locks inside are invisible and whatever went through a queued signal or to the thread pool would
 /// look like a race. Linked before Qt in the sanitizer's build only.
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QFutureInterface>
 #include <QMetaObject>
 #include <QRunnable>
+#include <QThread>
 #include <QThreadPool>
 
 #include <dlfcn.h>
@@ -51,6 +53,33 @@ public:
 
 private:
     QRunnable *const work_;
+};
+
+// A function posted to another thread's object, which no event filter of the application sees.
+class HandedSlot : public QtPrivate::QSlotObjectBase
+{
+public:
+    explicit HandedSlot(QtPrivate::QSlotObjectBase *slot)
+        : QSlotObjectBase(run)
+        , slot_(slot)
+    {
+    }
+
+private:
+    static void run(int which, QSlotObjectBase *self, QObject *receiver, void **arguments, bool * /*equal*/)
+    {
+        auto *handed = static_cast<HandedSlot *>(self);
+        acquire();
+        if (which == Call) {
+            handed->slot_->call(receiver, arguments);
+        } else if (which == Destroy) {
+            handed->slot_->destroyIfLastRef();
+            delete handed;
+        }
+        release();
+    }
+
+    QSlotObjectBase *const slot_;
 };
 
 class Receiver : public QObject
@@ -130,4 +159,34 @@ void QMetaObject::activate(QObject *sender, const QMetaObject *meta, int local_s
         "_ZN11QMetaObject8activateEP7QObjectPKS_iPPv");
     release();
     activate(sender, meta, local_signal_index, argv);
+}
+
+bool QMetaObject::invokeMethodImpl(QObject *object, QtPrivate::QSlotObjectBase *slot, Qt::ConnectionType type,
+                                   void *result)
+{
+    static const auto invoke = next<bool (*)(QObject *, QtPrivate::QSlotObjectBase *, Qt::ConnectionType,
+                                             void *)>(
+        "_ZN11QMetaObject16invokeMethodImplEP7QObjectPN9QtPrivate15QSlotObjectBaseEN2Qt14ConnectionTypeEPv");
+    auto *handed = new HandedSlot(slot);
+    release();
+    const bool posted = invoke(object, handed, type, result);
+    if (type == Qt::BlockingQueuedConnection)
+        acquire();
+    return posted;
+}
+
+bool QThread::wait(unsigned long time)
+{
+    static const auto wait = next<bool (*)(QThread *, unsigned long)>("_ZN7QThread4waitEm");
+    const bool ended = wait(this, time);
+    acquire();
+    return ended;
+}
+
+bool QThread::wait(QDeadlineTimer deadline)
+{
+    static const auto wait = next<bool (*)(QThread *, QDeadlineTimer)>("_ZN7QThread4waitE14QDeadlineTimer");
+    const bool ended = wait(this, deadline);
+    acquire();
+    return ended;
 }
