@@ -107,6 +107,7 @@ struct Verification::Content
 {
     DiskRead read = {};
     QByteArray hash = {};
+    bool begun = false; ///< some of it was read
 
     [[nodiscard]] bool isRead() const
     {
@@ -385,6 +386,7 @@ Verification::Content Verification::hash(const fs::path &path)
     Content content;
     content.read = reader_.read(path, stop_, [&](const char *data, std::size_t size) {
         hash.add(data, size);
+        content.begun = true;
         bytesRead_ += static_cast<qint64>(size);
     });
     content.hash = hash.result();
@@ -408,12 +410,17 @@ const Verification::Content &Verification::copyContent(std::size_t index)
 
 void Verification::readCard(Card *card)
 {
+    fs::path readable;
     for (std::size_t i = 0; i < card->files.size() && !stop_.isRaised() && !card->gone; ++i) {
-        card->contents.at(i) = hash(below(card->verdict.root, card->files.at(i).path));
+        const fs::path path = below(card->verdict.root, card->files.at(i).path);
+        card->contents.at(i) = hash(path);
+        const Content &content = card->contents.at(i);
+        if (content.begun)
+            readable = path;
         // A card that was pulled need not be asked for every file.
-        if (!card->contents.at(i).isRead()) {
-            card->gone = !isFolder(card->verdict.root, card->id);
-        }
+        if (content.read.end == DiskRead::End::Failed)
+            card->gone = !isFolder(card->verdict.root, card->id) ||
+                         (!readable.empty() && !DiskReader::isStartReadable(readable));
     }
 }
 
@@ -547,7 +554,7 @@ void Verification::finish(Card *card) const
     }
     verdict.verified = std::move(still);
     QString gone;
-    if (!isFolder(verdict.root, card->id) || rootFailed)
+    if (card->gone || !isFolder(verdict.root, card->id) || rootFailed)
         gone = QStringLiteral("the card was pulled, or another one put in, while it was read");
     else if (!isDestinationThere())
         gone = QStringLiteral("the destination was removed while it was read");

@@ -82,6 +82,11 @@ public:
     [[nodiscard]] DiskRead read(const std::filesystem::path &path, const StopFlag &stop,
                                 const std::function<void(const char *data, std::size_t size)> &take);
 
+    /// Whether the disk still gives the start of a file that was read before. A disk that was pulled may stay
+    /// mounted, and then only its contents are missed. Also true if the system can't be kept from using
+    /// memory.
+    [[nodiscard]] static bool isStartReadable(const std::filesystem::path &path);
+
 private:
     struct Devices; // the platform's own
     std::unique_ptr<Devices> devices_;

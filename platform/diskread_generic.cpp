@@ -28,6 +28,12 @@ std::optional<FileLook> lookOf(const std::filesystem::path &path)
     return error ? std::nullopt : std::optional<FileLook>(FileLook{size, modified, modified});
 }
 
+bool DiskReader::isStartReadable(const std::filesystem::path &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return file.is_open() && file.peek() != std::ifstream::traits_type::eof();
+}
+
 DiskRead DiskReader::read(const std::filesystem::path &path, const StopFlag &stop,
                           const std::function<void(const char *data, std::size_t size)> &take)
 {

@@ -195,6 +195,17 @@ std::optional<FileLook> lookOf(const std::filesystem::path &path)
     return lookOf(status);
 }
 
+bool DiskReader::isStartReadable(const std::filesystem::path &path)
+{
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+    struct stat status = {};
+    if (!file.isOpen() || ::fstat(file.get(), &status) != 0)
+        return false;
+    static_cast<void>(forget(file.get(), status.st_size));
+    char first = 0;
+    return ::pread(file.get(), &first, sizeof first, 0) >= 0;
+}
+
 DiskRead DiskReader::read(const std::filesystem::path &path, const StopFlag &stop,
                           const std::function<void(const char *data, std::size_t size)> &take)
 {

@@ -1,10 +1,11 @@
 """A card reader or disk that fails, through FUSE.
 
-reader.py FOLDER SOURCE [--wrong NAME PLACE NTH] [--hold NAME]
+reader.py FOLDER SOURCE [--wrong NAME PLACE NTH] [--hold NAME] [--broken NAME]
 
 Serves the files below the folder SOURCE at FOLDER, read-only but for their content, until FOLDER is unmounted. `--wrong`:
 a bit of the byte PLACE of the file NAME is wrong the NTH time that it is read. `--hold`: the first read of the file NAME
-creates SOURCE.held and is answered once that file is gone.
+creates SOURCE.held and is answered once that file is gone. `--broken`: the file NAME can't be read. While there is a file
+SOURCE.pulled, nothing can be read, but the system still knows names and sizes.
 """
 
 import argparse
@@ -59,6 +60,8 @@ def serve(options):
                 open(held, "w").close()
                 while os.path.exists(held):
                     time.sleep(0.01)
+            if path.lstrip("/") == options.broken or os.path.exists(options.source + ".pulled"):
+                raise fusepy.FuseOSError(errno.EIO)
             name, place, nth = options.wrong or ("", 0, 0)
             place = int(place) - offset
             if path.lstrip("/") == name and 0 <= place < len(data):
@@ -110,5 +113,6 @@ if __name__ == "__main__":
     parser.add_argument("source")
     parser.add_argument("--wrong", nargs=3)
     parser.add_argument("--hold")
+    parser.add_argument("--broken")
     parser.add_argument("--direct", action="store_true", help="the system keeps nothing in memory")
     serve(parser.parse_args())

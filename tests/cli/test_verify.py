@@ -235,16 +235,15 @@ class Verify(command.CommandTest):
         self.run_command("import", card, "--to", self.path("x"), "--template", self.path("no.kava"), code=command.USAGE)
         self.assertEqual(os.listdir(card), ["DCIM"])
 
-    def held(self, which, *arguments, **options):
+    def held(self, which, *arguments, name="A", **options):
         """A verification during which a file of the card or the destination is being read."""
         disk = self.volume("ext4")
         source = self.path("source")
-        names = {"card": "A.MOV", "destination": "A_cam1.MOV"}
-        for name in (names[which], names[which].replace("A", "B")):
-            recordings.write(source, name, recordings.content(1, name[0], 300000))
-        for name in ("A.MOV", "B.MOV") if which == "destination" else ("A_cam1.MOV", "B_cam1.MOV"):
-            recordings.write(os.path.join(disk, "other"), name, recordings.content(1, name[0], 300000))
-        server = self.serve(self.path("served"), source, "--hold", names[which])
+        served, other = ("{}.MOV", "{}_cam1.MOV") if which == "card" else ("{}_cam1.MOV", "{}.MOV")
+        for clip in "AB":
+            recordings.write(source, served.format(clip), recordings.content(1, clip, 300000))
+            recordings.write(os.path.join(disk, "other"), other.format(clip), recordings.content(1, clip, 300000))
+        server = self.serve(self.path("served"), source, "--hold", served.format(name))
         folders = [server.folder, os.path.join(disk, "other")]
         card, destination = folders if which == "card" else reversed(folders)
         process = self.start("verify", card, "--in", destination, *arguments, **options)
@@ -259,6 +258,26 @@ class Verify(command.CommandTest):
         self.assertEqual(process.returncode, command.NOT_CHECKED, out + errors)
         self.assertIn("Card 1: not checked, do NOT erase: ", out)
         self.assertIn("  the card was pulled, or another one put in, while it was read\n", out)
+
+    def test_card_that_is_pulled_and_stays_mounted(self):
+        server, process = self.held("card", name="B")
+        with open(self.path("source.pulled"), "w", encoding="ascii"):
+            server.release()
+        out, errors = process.communicate(timeout=60)
+        self.assertEqual(process.returncode, command.NOT_CHECKED, out + errors)
+        self.assertIn("  the card was pulled, or another one put in, while it was read\n", out)
+
+    def test_file_that_is_unreadable(self):
+        disk = self.volume("ext4")
+        source = self.path("source")
+        for clip in "ABC":
+            recordings.write(source, clip + ".MOV", recordings.content(1, clip, 300000))
+            recordings.write(disk, clip + "_cam1.MOV", recordings.content(1, clip, 300000))
+        server = self.serve(self.path("served"), source, "--broken", "B.MOV")
+        out = self.run_command("verify", server.folder, "--in", disk, code=command.FINDING)[0]
+        self.assertIn("Card 1: do NOT erase: ", out)
+        self.assertIn("  B.MOV: can't be read: Input/output error\n", out)
+        self.assertNotIn("C.MOV: can't be read", out)
 
     def test_destination_that_fails(self):
         server, process = self.held("destination")
