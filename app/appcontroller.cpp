@@ -3,6 +3,7 @@
 #include "app/paths.h"
 #include "app/settings.h"
 #include "cards/cardpreparation.h"
+#include "cards/destination.h"
 #include "cards/drives.h"
 #include "cards/filecopy.h"
 #include "cards/mediaimport.h"
@@ -19,11 +20,8 @@
 #include <QCoreApplication>
 #include <QDebug>
 #include <QException>
-#include <QFileInfo>
 #include <QJsonObject>
-#include <QLocale>
 #include <QQuickWindow>
-#include <QStorageInfo>
 #include <QThreadPool>
 #include <QtConcurrent>
 
@@ -46,30 +44,6 @@ void removeLineFeeds(QString *folder)
 {
     folder->remove(QLatin1Char('\n'));
     folder->remove(QLatin1Char('\r'));
-}
-
-/// A relative folder, also one that begins with "~", is not where the operator may think.
-void warnOfRelative(const QString &folder)
-{
-    if (!folder.isEmpty() && QDir::isRelativePath(folder))
-        qWarning().noquote() << "The folder" << folder << "has no full path; it is"
-                             << QDir::cleanPath(QDir(folder).absolutePath());
-}
-
-/// Logs how much room there is for `folder`, which may still have to be made.
-void logFreeRoom(const char *when, const QString &folder)
-{
-    if (folder.isEmpty())
-        return;
-    QString there = QDir::cleanPath(QDir(folder).absolutePath());
-    while (!QFileInfo::exists(there) && !QDir(there).isRoot())
-        there = QFileInfo(there).path();
-    const QStorageInfo volume(there);
-    if (!volume.isValid())
-        return;
-    qInfo().noquote() << when
-                      << QLocale::c().formattedDataSize(volume.bytesAvailable(), 2, QLocale::DataSizeSIFormat)
-                      << "free on" << volume.rootPath();
 }
 
 } // namespace
