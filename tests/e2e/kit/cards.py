@@ -57,7 +57,8 @@ class MockedReader:
         os.makedirs(os.path.join(self.bed, "sys"))
         os.makedirs(os.path.join(self.bed, "proc", "self"))
         with open("/proc/self/mountinfo") as file:
-            self.root = next(line for line in file if line.split()[4] == "/")
+            # In a chroot, the root need not be a mount.
+            self.root = next((line for line in file if line.split()[4] == "/"), "1 0 8:1 / / rw - ext4 /dev/root rw\n")
         self._write()
 
     def insert(self, label, size_mib=64):
