@@ -135,7 +135,14 @@ def leave(program, hold):
 
 def show_log(program, title):
     heading(title)
-    print("\n".join(line for line in program.log() if line != "Logfile path:"))
+    show_start([line for line in program.log() if line != "Logfile path:"], 40)
+
+
+def show_start(lines, count):
+    """The first lines, and how many follow: the verdict must not be far."""
+    print("\n".join(lines[:count]))
+    if len(lines) > count:
+        print("... and {} more lines".format(len(lines) - count))
 
 
 def files_of(program):
@@ -147,10 +154,10 @@ def show_import(program, texts):
     files = files_of(program)
     for name, data in files:
         print("{:>9}  {}".format(len(data), name))
-    for name, data in files:
-        if name.endswith((".kava", ".pano")):
-            heading(name)
-            print(data.decode())
+    for ending in (".kava", ".pano"):
+        name, data = next((file for file in files if file[0].endswith(ending)), ("No " + ending, b""))
+        heading(name)
+        print(data.decode())
     heading("Cards")
     for card, text in enumerate(texts, 1):
         print("Card {}: {}".format(card, text))
@@ -160,7 +167,7 @@ def show_controller(program, rows, settings, data):
     for name, content in files_of(program):
         if name.endswith(".csv"):
             heading(name)
-            print(content.decode().replace("\r", ""), end="")
+            show_start(content.decode().splitlines(), 4)
     heading("Settings")
     for row, text in rows.items():
         print("{:15} {}".format(row, text))
