@@ -21,10 +21,10 @@
 #include <QJsonArray>
 #include <QLocale>
 #include <QRegularExpression>
-#include <QStorageInfo>
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <numeric>
@@ -261,11 +261,14 @@ Exit import(const Call &call)
         needed = std::accumulate(card.recordings.cbegin(), card.recordings.cend(), needed);
         cards.push_back(std::move(card));
     }
-    const qint64 available = QStorageInfo(existingFolder(destination)).bytesAvailable();
+    std::error_code unknown;
+    const std::filesystem::space_info space =
+        std::filesystem::space(pathOf(existingFolder(destination)), unknown);
+    const qint64 available = unknown ? -1 : static_cast<qint64>(space.available);
     call.output.set(QStringLiteral("destination"), destination);
     call.output.set(QStringLiteral("bytesNeeded"), needed);
     call.output.set(QStringLiteral("bytesFree"), available);
-    if (needed > available) {
+    if (!unknown && needed > available) {
         const QStringList sizes = sizeTexts(needed, available);
         call.output.complain(
             QStringLiteral("%1 needs %2, %3 free.").arg(destination, sizes.first(), sizes.last()));
