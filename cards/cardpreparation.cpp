@@ -38,12 +38,11 @@ bool isLink(const QString &path)
     return QFileInfo(path).isSymLink();
 }
 
-bool holds(const QString &path, const QByteArray &text)
+/// Whether the file at `path` begins with `text`: what stands behind it is left alone.
+bool beginsWith(const QString &path, const QByteArray &text)
 {
     QFile file(path);
-    // On a damaged card the size may be any number.
-    return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly) && file.size() == text.size() &&
-           file.readAll() == text;
+    return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly) && file.read(text.size()) == text;
 }
 
 } // namespace
@@ -146,7 +145,7 @@ void CardPreparation::writeSyncConfig()
         return;
     }
     // An earlier preparation left it read-only.
-    if (!holds(path, configText))
+    if (!beginsWith(path, configText))
         writeAtStart(path, configText);
     QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::ReadUser | QFileDevice::ReadGroup |
                                     QFileDevice::ReadOther);

@@ -149,6 +149,7 @@ private slots:
     void existingFiles_data();
     void existingFiles();
     void theReadOnlyConfigurationKeepsItsContent();
+    void theReadOnlyConfigurationOfAnEarlierTime_data();
     void theReadOnlyConfigurationOfAnEarlierTime();
     void aConfigurationOfAnySize();
     void aPreparationThatThrows();
@@ -345,15 +346,28 @@ void TestCardPreparation::existingFiles()
     }
 }
 
+void TestCardPreparation::theReadOnlyConfigurationOfAnEarlierTime_data()
+{
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<QByteArray>("behind");
+    QTest::newRow("ours alone") << QByteArray() << QByteArray();
+    QTest::newRow("a camera's longer one") << QByteArray(config.size(), 'x') + "mine=1\n"
+                                           << QByteArray("mine=1\n");
+}
+
 void TestCardPreparation::theReadOnlyConfigurationOfAnEarlierTime()
 {
+    QFETCH(QByteArray, before);
+    QFETCH(QByteArray, behind);
     const Workspace workspace;
     const QString root = workspace.makeFolder(QStringLiteral("card"));
+    if (!before.isEmpty())
+        workspace.write(QStringLiteral("card/MISC/cfg"), before);
     const PlainUser user;
     const QStringList said = prepare(1, root, false, true);
     QVERIFY(said.filter(QStringLiteral("warning: ")).isEmpty());
     QCOMPARE(prepare(1, root, false, true), said);
-    QCOMPARE(workspace.read(QStringLiteral("card/MISC/cfg")), config);
+    QCOMPARE(workspace.read(QStringLiteral("card/MISC/cfg")), config + behind);
 }
 
 void TestCardPreparation::theReadOnlyConfigurationKeepsItsContent()
