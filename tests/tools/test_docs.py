@@ -93,7 +93,10 @@ def ctest_problem(words):
     """The same selection in this build has tests."""
     if words[1] != "--test-dir" or cmake_problem(["cmake", "--preset", pathlib.Path(words[2]).name]):
         return "no such build"
-    listed = run(["ctest", "--test-dir", BUILD, "-N"] + words[3:]).stdout
+    # Also a listing replaces the log of the run that this test belongs to, so it happens in a folder of its own.
+    with tempfile.TemporaryDirectory() as folder:
+        pathlib.Path(folder, "CTestTestfile.cmake").write_text('subdirs("{}")\n'.format(BUILD), encoding="utf-8")
+        listed = run(["ctest", "--test-dir", folder, "-N"] + words[3:]).stdout
     return None if re.search(r"Total Tests: [1-9]", listed) else "selects no test"
 
 
