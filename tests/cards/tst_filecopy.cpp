@@ -510,6 +510,7 @@ void TestFileCopy::aCopyThatFails()
     QVERIFY(timer.elapsed() < 5000);
     QCOMPARE(filesBelow(target_), QStringList());
     QCOMPARE(filesBelow(workspace_->path()).filter(QStringLiteral("B.MOV")), QStringList());
+    QVERIFY(QFile::setPermissions(recorded, QFile::ReadOwner | QFile::WriteOwner));
     QVERIFY(workspace_->read(QStringLiteral("card/A.MOV")) == content);
 }
 
