@@ -1,0 +1,83 @@
+import QtQuick 2.15
+import QtQuick.Controls 2.15
+import QtQuick.Controls.Material 2.15
+import QtQuick.Layouts 1.15
+import "../views"
+
+/// All that a check has to tell, to be read, copied and saved.
+ColumnLayout {
+    id: root
+
+    required property string text
+    /// What became of it.
+    required property string message
+
+    signal copyClicked()
+    signal saveClicked()
+
+    spacing: 8
+
+    ScrollView {
+        id: scroller
+
+        Layout.fillWidth: true
+        Layout.fillHeight: true
+        clip: true
+        ScrollBar.vertical: ThinScrollBar {
+            parent: scroller
+            anchors.top: parent.top
+            anchors.right: parent.right
+            anchors.bottom: parent.bottom
+        }
+        ScrollBar.horizontal.policy: ScrollBar.AlwaysOff
+        background: ControlFrame { focused: report.activeFocus && report.focusReason !== Qt.MouseFocusReason }
+
+        TextArea {
+            id: report
+
+            objectName: "report"
+            Accessible.name: "Report"
+            text: root.text
+            textFormat: TextEdit.PlainText
+            readOnly: true
+            selectByMouse: true
+            selectByKeyboard: true
+            wrapMode: TextEdit.WrapAnywhere
+            font.pixelSize: 14
+            leftPadding: 12
+            rightPadding: 12
+            selectedTextColor: "black"
+            // As a field it would keep the keyboard.
+            KeyNavigation.priority: KeyNavigation.BeforeItem
+            KeyNavigation.tab: copyButton
+            background: null
+        }
+    }
+
+    RowLayout {
+        Layout.fillWidth: true
+        spacing: 8
+
+        Label {
+            objectName: "reportMessage"
+            Layout.fillWidth: true
+            text: root.message
+            Accessible.description: "Report"
+            textFormat: Text.PlainText
+            elide: Text.ElideMiddle
+            color: text.startsWith("Not") ? Material.color(Material.Red, Material.Shade200) : Material.foreground
+        }
+        FlatButton {
+            id: copyButton
+
+            objectName: "copyButton"
+            text: "Copy"
+            onClicked: root.copyClicked()
+        }
+        FlatButton {
+            objectName: "saveButton"
+            text: "Save ..."
+            onClicked: root.saveClicked()
+        }
+    }
+}

@@ -1,0 +1,57 @@
+import QtQuick 2.15
+import QtQuick.Controls 2.15
+import QtQuick.Layouts 1.15
+import "../views"
+
+/// What comes of a check: how far it is, then its verdict and its report. Empty before.
+Item {
+    id: root
+
+    required property CheckState check
+
+    signal copyClicked()
+    signal saveClicked()
+
+    FormPage {
+        anchors.left: parent.left
+        anchors.right: parent.right
+        visible: root.check.running
+        title: "Progress"
+
+        Heading { text: "Progress:" }
+        ProgressRow { objectName: "card1Progress"; label: "Card 1"; progress: root.check.progress[0] }
+        ProgressRow { objectName: "card2Progress"; label: "Card 2"; progress: root.check.progress[1] }
+        ProgressRow { objectName: "card3Progress"; label: "Card 3"; progress: root.check.progress[2] }
+    }
+
+    Loader {
+        anchors.fill: parent
+        anchors.leftMargin: 20
+        anchors.rightMargin: 20
+        anchors.topMargin: 12
+        active: root.check.verdict !== null
+        sourceComponent: ColumnLayout {
+            spacing: 8
+
+            VerdictPanel {
+                Layout.fillWidth: true
+                Layout.fillHeight: false
+                verdict: root.check.verdict
+            }
+            ReportArea {
+                Layout.fillWidth: true
+                Layout.fillHeight: true
+                visible: text !== ""
+                text: root.check.verdict.text
+                message: root.check.reportText
+                onCopyClicked: root.copyClicked()
+                onSaveClicked: root.saveClicked()
+            }
+            // Holds the verdict at the top where there is no report.
+            Item {
+                Layout.fillHeight: true
+                visible: root.check.verdict.text === ""
+            }
+        }
+    }
+}
