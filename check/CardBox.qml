@@ -9,17 +9,28 @@ Rectangle {
 
     /// What screen readers say that it is about.
     required property string label
-    /// "safe", "danger" or "caution".
+    /// "safe", "danger", "caution" or "none".
     required property string tone
     required property string text
     /// What is told below in small letters; cut where it is too long.
     required property string details
     required property int pixelSize
+    property int detailLines: 3
 
     implicitHeight: column.implicitHeight + 16
     radius: 3
-    color: Material.color(root.tone === "safe" ? Material.Green : root.tone === "danger" ? Material.Red : Material.Amber,
-                          Material.Shade200)
+    color: {
+        switch (root.tone) {
+        case "safe":
+            return Material.color(Material.Green, Material.Shade200)
+        case "danger":
+            return Material.color(Material.Red, Material.Shade200)
+        case "none":
+            return Material.color(Material.Grey, Material.Shade500)
+        default:
+            return Material.color(Material.Amber, Material.Shade200)
+        }
+    }
 
     ColumnLayout {
         id: column
@@ -51,7 +62,8 @@ Rectangle {
             textFormat: Text.PlainText
             wrapMode: Text.Wrap
             elide: Text.ElideRight
-            maximumLineCount: 3
+            maximumLineCount: root.detailLines
+            Accessible.description: root.label + " details"
             color: "black"
         }
     }

@@ -10,9 +10,10 @@ ApplicationWindow {
 
     title: "Kelpora 360 Check"
     width: 700
-    height: Math.max(minimumHeight, Math.min(860, Screen.desktopAvailableHeight - 40))
+    height: Math.max(minimumHeight, Math.min(820, Screen.desktopAvailableHeight - 40))
     minimumWidth: 700
-    minimumHeight: 700
+    // Whatever is to be told is in sight.
+    minimumHeight: Math.max(640, choices.implicitHeight + result.implicitHeight + foot.implicitHeight)
     visible: true
     // Texts stand as they are written; the style would set buttons in capitals.
     font.capitalization: Font.MixedCase
@@ -37,6 +38,8 @@ ApplicationWindow {
         Keys.onTabPressed: nextItemInFocusChain().forceActiveFocus(Qt.TabFocusReason)
 
         ChoicesPage {
+            id: choices
+
             Layout.fillWidth: true
             check: state
             onChooseSourceClicked: {
@@ -49,6 +52,8 @@ ApplicationWindow {
             onStopClicked: checkController.stop()
         }
         ResultArea {
+            id: result
+
             Layout.fillWidth: true
             Layout.fillHeight: true
             check: state
@@ -61,6 +66,8 @@ ApplicationWindow {
     }
 
     footer: WindowFooter {
+        id: foot
+
         version: checkController.getVersion()
         onExitClicked: root.close()
     }

@@ -16,8 +16,10 @@ DriveState {
     property string reportText: ""
 
     /// What a verdict is about; as soon as it changes, the verdict is of something else.
-    readonly property string chosen: [...root.chosenDrives(), root.folder].join("\n")
-    readonly property bool ready: !root.running && root.chosenDrives().some(path => path !== "") && root.folder !== ""
+    readonly property string chosen: [...root.cards, root.folder].join("\n")
+    /// The paths of the cards; "" where there is none.
+    readonly property var cards: root.chosenDrives()
+    readonly property bool ready: !root.running && root.cards.some(path => path !== "") && root.folder !== ""
 
     signal checkRequested(var cards, var names, string folder, bool seal)
 
@@ -26,9 +28,8 @@ DriveState {
             return
         root.clear()
         root.running = true
-        const cards = root.chosenDrives()
         const indexes = [root.card1Index, root.card2Index, root.card3Index]
-        root.checkRequested(cards, cards.map((path, card) => path ? root.driveModel.get(indexes[card]).text : ""),
+        root.checkRequested(root.cards, root.cards.map((path, card) => path ? root.driveModel.get(indexes[card]).text : ""),
                             root.folder, root.seal)
     }
 

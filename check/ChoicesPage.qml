@@ -65,20 +65,28 @@ FormPage {
     }
     TickBox {
         objectName: "sealBox"
-        Layout.columnSpan: 6
+        Layout.columnSpan: 2
+        Layout.fillWidth: true
+        Layout.preferredWidth: 1
         enabled: !root.check.running
         text: "Seal the folder"
         checked: root.check.seal
         onCheckedChanged: root.check.seal = checked
     }
-    HalfButton {
+    FlatButton {
         objectName: "refreshCardsButton"
+        Layout.columnSpan: 2
+        Layout.fillWidth: true
+        Layout.preferredWidth: 1
         text: "Refresh Cards"
         enabled: !root.check.running
         onClicked: root.refreshCardsClicked()
     }
-    HalfButton {
+    FlatButton {
         objectName: "checkButton"
+        Layout.columnSpan: 2
+        Layout.fillWidth: true
+        Layout.preferredWidth: 1
         text: root.check.running ? "Stop" : "Check"
         enabled: root.check.running || root.check.ready
         highlighted: !root.check.running

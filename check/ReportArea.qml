@@ -22,6 +22,8 @@ ColumnLayout {
 
         Layout.fillWidth: true
         Layout.fillHeight: true
+        // The window grows rather than hide it.
+        implicitHeight: 100
         clip: true
         ScrollBar.vertical: ThinScrollBar {
             parent: scroller

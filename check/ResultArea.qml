@@ -12,19 +12,40 @@ Item {
     signal copyClicked()
     signal saveClicked()
 
+    implicitHeight: root.check.running ? progressPage.implicitHeight : verdictLoader.active ? verdictLoader.implicitHeight + 12 : 0
+
     FormPage {
+        id: progressPage
+
         anchors.left: parent.left
         anchors.right: parent.right
         visible: root.check.running
         title: "Progress"
 
         Heading { text: "Progress:" }
-        ProgressRow { objectName: "card1Progress"; label: "Card 1"; progress: root.check.progress[0] }
-        ProgressRow { objectName: "card2Progress"; label: "Card 2"; progress: root.check.progress[1] }
-        ProgressRow { objectName: "card3Progress"; label: "Card 3"; progress: root.check.progress[2] }
+        ProgressRow {
+            objectName: "card1Progress"
+            visible: root.check.cards[0] !== ""
+            label: "Card 1"
+            progress: root.check.progress[0]
+        }
+        ProgressRow {
+            objectName: "card2Progress"
+            visible: root.check.cards[1] !== ""
+            label: "Card 2"
+            progress: root.check.progress[1]
+        }
+        ProgressRow {
+            objectName: "card3Progress"
+            visible: root.check.cards[2] !== ""
+            label: "Card 3"
+            progress: root.check.progress[2]
+        }
     }
 
     Loader {
+        id: verdictLoader
+
         anchors.fill: parent
         anchors.leftMargin: 20
         anchors.rightMargin: 20

@@ -1,5 +1,6 @@
 import QtQuick 2.15
 import QtQuick.Controls 2.15
+import QtQuick.Controls.Material 2.15
 import QtQuick.Layouts 1.15
 
 /// The verdict, to be read from afar: all cards together, then each.
@@ -19,6 +20,7 @@ ColumnLayout {
         text: root.verdict.headline
         details: root.verdict.details
         pixelSize: 36
+        detailLines: 10
     }
 
     RowLayout {
@@ -51,6 +53,7 @@ ColumnLayout {
         Layout.fillWidth: true
         visible: text !== ""
         text: root.verdict.sealText
+        color: text.startsWith("Sealed") ? Material.foreground : Material.color(Material.Amber, Material.Shade200)
         Accessible.description: "Seal"
         textFormat: Text.PlainText
         wrapMode: Text.Wrap

@@ -143,9 +143,9 @@ void CheckController::reportProgress()
     const double seconds = static_cast<double>(job_->time.elapsed()) / 1000.0;
     const bool counted = verification != nullptr && verification->bytesTotal() > 0;
     for (int card = 1; card <= cardCount; ++card) {
-        if (job_->asked.names.value(card - 1).isEmpty()) {
-            emit progressed(card, 1, QStringLiteral("None chosen"));
-        } else if (!counted) {
+        if (job_->asked.names.value(card - 1).isEmpty())
+            continue;
+        if (!counted) {
             emit progressed(card, 0, QStringLiteral("Looking for files ..."));
         } else {
             const qint64 read = verification->bytesRead(card);

@@ -29,7 +29,8 @@ public:
 signals:
     /// A check begins.
     void begun();
-    /// A check runs, and has read `share` (0 to 1) of card `card` and its copies; `text` says how fast.
+    /// A check runs, and has read `share` (0 to 1) of card `card` and its copies; `text` says how fast. Only
+    /// of cards that were chosen.
     void progressed(int card, double share, const QString &text);
     /// The check has ended, with CheckReport::shown(). Exactly once for each check.
     void ended(const QVariantMap &verdict);

@@ -19,6 +19,8 @@ QString wordFor(Tone tone)
         return QStringLiteral("safe");
     case Tone::Danger:
         return QStringLiteral("danger");
+    case Tone::None:
+        return QStringLiteral("none");
     case Tone::Caution:
         break;
     }
@@ -165,7 +167,6 @@ CheckReport reportOf(const CheckResult &result)
     if (!result.refusal.isEmpty()) {
         report.headline = QStringLiteral("Nothing was checked");
         report.details = result.refusal;
-        report.lines = {{result.refusal}};
         return report;
     }
     const State worst = worstOf(result.verdicts);
@@ -177,7 +178,7 @@ CheckReport reportOf(const CheckResult &result)
                                           [card](const CardVerdict &one) { return one.card == card; });
         const QString start = QStringLiteral("Card %1: ").arg(card);
         if (verdict == result.verdicts.cend()) {
-            report.cards.append({start + QStringLiteral("none chosen"), {}, Tone::Caution});
+            report.cards.append({start + QStringLiteral("none chosen"), {}, Tone::None});
             continue;
         }
         report.cards.append(

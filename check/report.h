@@ -27,6 +27,7 @@ struct CheckReport
         Safe,    ///< every card that was chosen may be erased
         Danger,  ///< one may not
         Caution, ///< nothing is proven
+        None,    ///< there is no such card
     };
     struct Card
     {

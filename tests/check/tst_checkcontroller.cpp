@@ -101,8 +101,10 @@ void CheckControllerTest::safe()
 
 void CheckControllerTest::oneReportForEachCheck()
 {
+    const QSignalSpy begun(controller_.get(), &CheckController::begun);
     begin();
     begin();
+    QCOMPARE(begun.size(), 1);
     QTRY_COMPARE_WITH_TIMEOUT(ended_->size(), 1, timeoutMs);
     QVERIFY(controller_->end(timeoutMs));
     QCoreApplication::processEvents();
@@ -117,9 +119,8 @@ void CheckControllerTest::progressEndsAtAll()
 {
     const QSignalSpy progressed(controller_.get(), &CheckController::progressed);
     begin();
-    QCOMPARE(progressed.size(), 3);
-    QCOMPARE(progressed.at(0), (QVariantList{1, 0.0, QStringLiteral("Looking for files ...")}));
-    QCOMPARE(progressed.at(1), (QVariantList{2, 1.0, QStringLiteral("None chosen")}));
+    QCOMPARE(progressed.size(), 1);
+    QCOMPARE(progressed.first(), (QVariantList{1, 0.0, QStringLiteral("Looking for files ...")}));
     QTRY_COMPARE_WITH_TIMEOUT(ended_->size(), 1, timeoutMs);
     const int count = progressed.size();
     QTest::qWait(300);
@@ -160,8 +161,7 @@ void CheckControllerTest::stoppedWhileItReads()
     }
     begin();
     const auto isReading = [&] {
-        return progressed.last().at(0).toInt() == 3 &&
-               progressed.at(progressed.size() - 3).at(2).toString().endsWith(QStringLiteral(" left"));
+        return progressed.last().at(2).toString().endsWith(QStringLiteral(" left"));
     };
     QTRY_VERIFY_WITH_TIMEOUT(isReading(), timeoutMs);
     QElapsedTimer timer;

@@ -73,9 +73,9 @@ void ReportTest::verdict_data()
                               << "Safe to erase: cards 1, 2 and 3"
                               << QStringList{"safe", "safe", "safe", "safe"};
     QTest::newRow("one card") << States{State::Safe} << "Safe to erase: card 1"
-                              << QStringList{"safe", "safe", "caution", "caution"};
+                              << QStringList{"safe", "safe", "none", "none"};
     QTest::newRow("a finding") << States{State::Safe, State::Finding} << "Do NOT erase card 2"
-                               << QStringList{"danger", "safe", "danger", "caution"};
+                               << QStringList{"danger", "safe", "danger", "none"};
     QTest::newRow("a finding outweighs the rest")
         << States{State::NotChecked, State::Finding, State::Empty} << "Do NOT erase card 2"
         << QStringList{"danger", "caution", "danger", "caution"};
@@ -87,9 +87,9 @@ void ReportTest::verdict_data()
         << QStringList{"caution", "safe", "caution", "safe"};
     QTest::newRow("nothing on any") << States{State::Empty, State::Empty}
                                     << "There is nothing on cards 1 and 2"
-                                    << QStringList{"caution", "caution", "caution", "caution"};
+                                    << QStringList{"caution", "caution", "caution", "none"};
     QTest::newRow("no card") << States{} << "Do NOT erase: not checked"
-                             << QStringList{"caution", "caution", "caution", "caution"};
+                             << QStringList{"caution", "none", "none", "none"};
 }
 
 void ReportTest::verdict()
@@ -164,7 +164,7 @@ void ReportTest::seal_data()
     QTest::addColumn<QString>("kind");
     QTest::addColumn<QString>("sealText");
     QTest::addColumn<QStringList>("tones");
-    const QStringList safe{"safe", "safe", "caution", "caution"};
+    const QStringList safe{"safe", "safe", "none", "none"};
     QTest::newRow("sealed") << "sealed"
                             << "Sealed: 2 new, 1 before." << safe;
     QTest::newRow("removed") << "removed"
@@ -175,10 +175,10 @@ void ReportTest::seal_data()
                               << "Some files could not be sealed, see below." << safe;
     QTest::newRow("altered") << "altered"
                              << "Files are not as they were sealed, see below."
-                             << QStringList{"danger", "caution", "caution", "caution"};
+                             << QStringList{"danger", "caution", "none", "none"};
     QTest::newRow("altered and failed")
         << "altered and failed"
-        << "Nothing was sealed: no room" << QStringList{"danger", "caution", "caution", "caution"};
+        << "Nothing was sealed: no room" << QStringList{"danger", "caution", "none", "none"};
 }
 
 void ReportTest::seal()

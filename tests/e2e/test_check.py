@@ -8,7 +8,7 @@ import subprocess
 import sys
 import time
 
-from kit import disks, recordings, session, testing
+from kit import desktop, disks, recordings, session, testing
 from kit.popups import FileDialog, press_key
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "cli"))
@@ -196,7 +196,6 @@ class Check(disks.Volumes, testing.WindowTest):
 
     def test_progress(self):
         server, window = self.held()
-        self.wait_until(lambda: self.labels(window, "Card 2") == ["None chosen"], 5, "the rows")
         self.assertEqual(self.labels(window, "Verdict"), [])
         self.wait_until(lambda: re.fullmatch(r"\d+ %  \d+ MB/s  \d+:\d\d left", self.labels(window, "Card 1")[0]), 5,
                         "speed and time left")
@@ -245,7 +244,7 @@ class Check(disks.Volumes, testing.WindowTest):
         self.wait_cleared(window)
         window.press("Check")
         self.assertEqual(self.verdict(window), "Nothing was checked")
-        self.assertEqual(self.report(window), "{}x is no folder.".format(self.destination))
+        self.assertEqual(self.labels(window, "Verdict details"), ["{}x is no folder.".format(self.destination)])
 
     def test_refresh_clears_the_verdict(self):
         window = self.begin(1)
@@ -286,6 +285,55 @@ class Check(disks.Volumes, testing.WindowTest):
     def save(self, window, path):
         window.press("Save ...")
         FileDialog(self.program, "Save the report").choose(path)
+
+    def test_computer_stays_awake(self):
+        system = desktop.Bus()
+        self.addCleanup(system.close)
+        before = os.environ.get("DBUS_SYSTEM_BUS_ADDRESS")
+        self.addCleanup(lambda: os.environ.pop("DBUS_SYSTEM_BUS_ADDRESS") if before is None
+                        else os.environ.update(DBUS_SYSTEM_BUS_ADDRESS=before))
+        os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = system.address
+        logind = desktop.Logind(system.address)
+        self.addCleanup(logind.close)
+        server, window = self.held()
+        self.wait_equal(lambda: (len(logind.calls), logind.held()), (1, 1))
+        server.release()
+        self.verdict(window)
+        self.wait_equal(lambda: (len(logind.calls), logind.held()), (1, 0))
+
+    def test_colours(self):
+        """Red for what is lost, green for what is safe, grey for what isn't there."""
+        window = self.begin(1, 2)
+        os.unlink(self.copy_of(2))
+        self.check(window)
+        colours = [self.colour_beside(window, text) for text in
+                   ("Do NOT erase card 2", "Card 1: Safe to erase", "Card 2: do NOT erase", "Card 3: none chosen")]
+        (red, green, _), others = colours[0], colours[1:]
+        self.assertGreater(red, green + 50)
+        self.assertEqual(others[1], colours[0])
+        self.assertGreater(others[0][1], others[0][0] + 30)
+        self.assertLess(max(others[2]) - min(others[2]), 5)
+
+    def colour_beside(self, window, text):
+        """Red, green and blue, to 255, of what is beside a label."""
+        left, top, _, _ = window.find("label", text).place()
+        raw = subprocess.run(["import", "-silent", "-window", "root", "-crop", "1x1+{}+{}".format(left - 3, top + 3),
+                              "+repage", "-depth", "8", "rgb:-"], check=True, stdout=subprocess.PIPE).stdout
+        return tuple(raw[:3])
+
+    def test_everything_is_in_sight_in_the_smallest_window(self):
+        window = self.begin(1)
+        window.click("check box", "Seal the folder")
+        subprocess.run(["xdotool", "getactivewindow", "windowsize", "100", "100"], check=True)
+        self.check(window)
+        window._found.clear()
+        for role, name in (("text", "Report"), ("push button", "Save ..."), ("push button", "Exit")):
+            self.wait_until(lambda role=role, name=name: self.is_in_sight(window, role, name), 5, name)
+
+    def is_in_sight(self, window, role, name):
+        _, top, _, height = window.find(role, name).place()
+        _, frame_top, _, frame_height = window.frame.place()
+        return height > 30 and top + height <= frame_top + frame_height
 
     def test_keyboard_alone(self):
         window = self.begin(1)
