@@ -49,9 +49,6 @@ ColumnLayout {
             leftPadding: 12
             rightPadding: 12
             selectedTextColor: "black"
-            // As a field it would keep the keyboard.
-            KeyNavigation.priority: KeyNavigation.BeforeItem
-            KeyNavigation.tab: copyButton
             background: null
         }
     }
@@ -70,8 +67,6 @@ ColumnLayout {
             color: text.startsWith("Not") ? Material.color(Material.Red, Material.Shade200) : Material.foreground
         }
         FlatButton {
-            id: copyButton
-
             objectName: "copyButton"
             text: "Copy"
             onClicked: root.copyClicked()

@@ -111,10 +111,10 @@ class Check(disks.Volumes, testing.WindowTest):
 
     def test_one_bit_flipped(self):
         window = self.begin(1, 2, 3)
-        self.flip_bit(self.copy_of(2))
-        self.assertEqual(self.check(window), "Do NOT erase card 2")
-        self.assertEqual(self.of_cards(window), ["Card 1: Safe to erase", "Card 2: do NOT erase", "Card 3: Safe to erase"])
-        self.assertIn("  {}: its copy {} differs from it".format(CLIP, CLIP.replace(".", "_cam2.")),
+        self.flip_bit(self.copy_of(3))
+        self.assertEqual(self.check(window), "Do NOT erase card 3")
+        self.assertEqual(self.of_cards(window), ["Card 1: Safe to erase", "Card 2: Safe to erase", "Card 3: do NOT erase"])
+        self.assertIn("  {}: its copy {} differs from it".format(CLIP, CLIP.replace(".", "_cam3.")),
                       self.report(window).splitlines())
 
     def test_two_cards(self):
