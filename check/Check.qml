@@ -27,7 +27,11 @@ ApplicationWindow {
     Connections {
         target: checkController
         function onProgressed(card, share, text) { state.report(card, share, text) }
-        function onEnded(verdict) { state.end(verdict) }
+        function onEnded(verdict) {
+            state.end(verdict)
+            if (choices.keyboardAtCheck)
+                result.takeKeyboard()
+        }
     }
 
     ColumnLayout {

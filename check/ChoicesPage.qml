@@ -9,6 +9,8 @@ FormPage {
     title: "Check"
 
     required property CheckState check
+    /// Whether the keyboard is at the button "Check".
+    readonly property bool keyboardAtCheck: checkButton.visualFocus
 
     /// The "..." button of card 1, 2 or 3.
     signal chooseSourceClicked(int cardNumber)
@@ -83,6 +85,8 @@ FormPage {
         onClicked: root.refreshCardsClicked()
     }
     FlatButton {
+        id: checkButton
+
         objectName: "checkButton"
         Layout.columnSpan: 2
         Layout.fillWidth: true

@@ -8,12 +8,15 @@ import "../views"
 ColumnLayout {
     id: root
 
+    required property string headline
     required property string text
     /// What became of it.
     required property string message
 
     signal copyClicked()
     signal saveClicked()
+
+    function takeKeyboard() { report.forceActiveFocus(Qt.TabFocusReason) }
 
     spacing: 8
 
@@ -39,6 +42,8 @@ ColumnLayout {
 
             objectName: "report"
             Accessible.name: "Report"
+            // Which screen readers get as its description; it is never seen.
+            placeholderText: root.headline
             text: root.text
             textFormat: TextEdit.PlainText
             readOnly: true

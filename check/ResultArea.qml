@@ -12,6 +12,12 @@ Item {
     signal copyClicked()
     signal saveClicked()
 
+    /// Gives the keyboard to the report, if there is one: screen readers then tell it.
+    function takeKeyboard() {
+        if (verdictLoader.item && verdictLoader.item.report.visible)
+            verdictLoader.item.report.takeKeyboard()
+    }
+
     implicitHeight: root.check.running ? progressPage.implicitHeight : verdictLoader.active ? verdictLoader.implicitHeight + 12 : 0
 
     FormPage {
@@ -52,6 +58,8 @@ Item {
         anchors.topMargin: 12
         active: root.check.verdict !== null
         sourceComponent: ColumnLayout {
+            readonly property alias report: reportArea
+
             spacing: 8
 
             VerdictPanel {
@@ -60,9 +68,12 @@ Item {
                 verdict: root.check.verdict
             }
             ReportArea {
+                id: reportArea
+
                 Layout.fillWidth: true
                 Layout.fillHeight: true
                 visible: text !== ""
+                headline: root.check.verdict.headline
                 text: root.check.verdict.text
                 message: root.check.reportText
                 onCopyClicked: root.copyClicked()
