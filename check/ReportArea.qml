@@ -20,41 +20,57 @@ ColumnLayout {
 
     spacing: 8
 
-    ScrollView {
-        id: scroller
-
+    ControlFrame {
         Layout.fillWidth: true
         Layout.fillHeight: true
         // The window grows rather than hide it.
         implicitHeight: 100
-        clip: true
-        ScrollBar.vertical: ThinScrollBar {
-            parent: scroller
-            anchors.top: parent.top
-            anchors.right: parent.right
-            anchors.bottom: parent.bottom
-        }
-        ScrollBar.horizontal.policy: ScrollBar.AlwaysOff
-        background: ControlFrame { focused: report.activeFocus && report.focusReason !== Qt.MouseFocusReason }
+        focused: report.activeFocus && report.focusReason !== Qt.MouseFocusReason
 
-        TextArea {
-            id: report
+        ScrollView {
+            id: scroller
 
-            objectName: "report"
-            Accessible.name: "Report"
-            // Which screen readers get as its description; it is never seen.
-            placeholderText: root.headline
-            text: root.text
-            textFormat: TextEdit.PlainText
-            readOnly: true
-            selectByMouse: true
-            selectByKeyboard: true
-            wrapMode: TextEdit.WrapAnywhere
-            font.pixelSize: 14
-            leftPadding: 12
-            rightPadding: 12
-            selectedTextColor: "black"
-            background: null
+            anchors.fill: parent
+            clip: true
+            ScrollBar.vertical: ThinScrollBar {
+                parent: scroller
+                anchors.top: parent.top
+                anchors.right: parent.right
+                anchors.bottom: parent.bottom
+            }
+            ScrollBar.horizontal.policy: ScrollBar.AlwaysOff
+
+            TextArea {
+                id: report
+
+                // The cursor isn't seen: the keys that would move it scroll.
+                function scroll(event) {
+                    const step = { [Qt.Key_Down]: 20, [Qt.Key_Up]: -20, [Qt.Key_PageDown]: scroller.height - 40,
+                                   [Qt.Key_PageUp]: 40 - scroller.height }[event.key]
+                    if (!step || event.modifiers & Qt.ShiftModifier)
+                        return
+                    const view = scroller.contentItem
+                    view.contentY = Math.max(0, Math.min(view.contentY + step, view.contentHeight - view.height))
+                    event.accepted = true
+                }
+
+                objectName: "report"
+                Accessible.name: "Report"
+                // Which screen readers get as its description; it is never seen.
+                placeholderText: root.headline
+                text: root.text
+                textFormat: TextEdit.PlainText
+                readOnly: true
+                selectByMouse: true
+                selectByKeyboard: true
+                wrapMode: TextEdit.WrapAnywhere
+                font.pixelSize: 14
+                leftPadding: 12
+                rightPadding: 12
+                selectedTextColor: "black"
+                background: null
+                Keys.onPressed: scroll(event)
+            }
         }
     }
 

@@ -346,6 +346,31 @@ class Check(disks.Volumes, testing.WindowTest):
         for key in ("Tab", "Return"):
             press_key(key)
         self.wait_until(lambda: self.labels(window, "Report") == ["Copied."], 5, "the copy")
+        window.click("text", "Folder")
+        for key in ("ctrl+a", "ctrl+v"):
+            press_key(key)
+        self.wait_until(lambda: window.text("Folder").startswith("Safe to erase: card 1"), 5, "the report")
+        self.assertIn("Card 1: 1 of 1 files are in ", window.text("Folder"))
+
+    def test_keys_scroll_the_report(self):
+        card = self.insert(1)
+        for number in range(100):
+            recordings.write(card, "{:05}.JPG".format(number), b"")
+        window = self.begin()
+        window.click("check box", "Seal the folder")
+        for key in ("Tab", "Tab", "Return"):
+            press_key(key)
+        self.verdict(window)
+        report = window.find("text", "Report")
+        begin = report.place()[1]
+        for key in ("Down", "Next", "ctrl+End"):
+            press_key(key)
+            self.wait_until(lambda: report.place()[1] < begin, 5, key + " to scroll")
+            begin = report.place()[1]
+        for key in ("Prior", "Up"):
+            press_key(key)
+            self.wait_until(lambda: report.place()[1] > begin, 5, key + " to scroll")
+            begin = report.place()[1]
 
     def test_name_that_looks_like_markup(self):
         card = self.insert(1)
