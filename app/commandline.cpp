@@ -16,12 +16,7 @@ constexpr std::array<const char *, 10> toolkitOptions = {
     "-platform", "-platformpluginpath", "-platformtheme", "-plugin",      "-display",
     "-session",  "-qwindowgeometry",    "-qwindowtitle",  "-qwindowicon", "-style"};
 
-constexpr const char *help = R"(Usage: kelpora360 [OPTION]
-
-Opens the window of Kelpora 360, the companion of an underwater rig of three
-cameras and a controller: settings, clock and data log of the controller,
-preparation and import of the three memory cards, stitching projects.
-
+constexpr const char *options = R"(
   -h, --help     show this help and exit
       --version  show the version and exit
 
@@ -66,7 +61,7 @@ bool mayHaveDisplay(int argc)
 
 } // namespace
 
-std::optional<int> answerCommandLine(int argc, const char *const *argv)
+std::optional<int> answerCommandLine(int argc, const char *const *argv, const char *program, const char *help)
 {
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i];
@@ -75,7 +70,7 @@ std::optional<int> answerCommandLine(int argc, const char *const *argv)
             startsWith(argument, "-psn_"))
             continue;
         if (argument == "--help" || argument == "-h") {
-            std::fputs(help, stdout);
+            std::printf("%s%s", help, options);
             return EXIT_SUCCESS;
         }
         if (argument == "--version") {
@@ -83,14 +78,14 @@ std::optional<int> answerCommandLine(int argc, const char *const *argv)
             return EXIT_SUCCESS;
         }
         if (!isToolkitOption(argument) || i + 1 == argc) {
-            std::fprintf(stderr, "kelpora360: can't make anything of \"%s\"; see kelpora360 --help.\n",
-                         argument.c_str());
+            std::fprintf(stderr, "%s: can't make anything of \"%s\"; see %s --help.\n", program,
+                         argument.c_str(), program);
             return usageError;
         }
         ++i;
     }
     if (!mayHaveDisplay(argc)) {
-        std::fputs("kelpora360: there is no display to open a window on.\n", stderr);
+        std::fprintf(stderr, "%s: there is no display to open a window on.\n", program);
         return EXIT_FAILURE;
     }
     return std::nullopt;

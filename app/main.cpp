@@ -8,10 +8,10 @@
 #include "app/renderer.h"
 #include "app/screen.h"
 #include "app/settingsfile.h"
+#include "app/startup.h"
 #include "app/version.h"
 #include "platform/desktop.h"
 
-#include <QDebug>
 #include <QFile>
 #include <QFileInfo>
 #include <QGuiApplication>
@@ -21,10 +21,8 @@
 #include <QQmlContext>
 #include <QQmlError>
 #include <QQuickWindow>
-#include <QRawFont>
 #include <QUrl>
 
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
@@ -33,6 +31,13 @@ namespace {
 
 /// How long jobs that were asked to stop may keep the process; they test for it far more often.
 constexpr int stopTimeoutMs = 1500;
+
+constexpr const char *help = R"(Usage: kelpora360 [OPTION]
+
+Opens the window of Kelpora 360, the companion of an underwater rig of three
+cameras and a controller: settings, clock and data log of the controller,
+preparation and import of the three memory cards, stitching projects.
+)";
 
 QString flag(bool on)
 {
@@ -88,71 +93,13 @@ void shutDownCamera(AppController &controller)
     qInfo("Camera shut down");
 }
 
-/// The window shows a few small icons; the toolkit would reserve four megabytes for them. A variable that is
-/// set already holds.
-void limitTextureAtlas()
-{
-    for (const char *side : {"QSG_ATLAS_WIDTH", "QSG_ATLAS_HEIGHT"}) {
-        if (!qEnvironmentVariableIsSet(side))
-            qputenv(side, "512");
-    }
-}
-
-/// The log's lines go to standard error as well; who reads them there may leave before the program does.
-void ignoreSigpipe()
-{
-#ifdef Q_OS_UNIX
-    std::signal(SIGPIPE, SIG_IGN);
-#endif
-}
-
 /// Takes the messages while the toolkit looks for a display, where it aborts without one: the operator gets
 /// its reason in a line.
 void endWithoutDisplay(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
-    if (type == QtFatalMsg) {
-        std::fprintf(stderr, "kelpora360: No window can be opened. %s\n",
-                     message.simplified().toLocal8Bit().constData());
-        std::_Exit(EXIT_FAILURE);
-    }
+    if (type == QtFatalMsg)
+        exitWithoutDisplay("kelpora360", message);
     AppMessageHandler(type, context, message);
-}
-
-/// Ends the program with a line in its log where nothing can be drawn; the toolkit would abort without one.
-void quitOnSceneGraphError(const QQuickWindow *window)
-{
-    if (window == nullptr)
-        return;
-    QObject::connect(window, &QQuickWindow::sceneGraphError, window,
-                     [](QQuickWindow::SceneGraphError, const QString &why) {
-                         qCritical().noquote() << "The window can't be drawn:" << why.simplified();
-                         QCoreApplication::exit(EXIT_FAILURE);
-                     });
-}
-
-QIcon windowIcon()
-{
-    QIcon icon;
-#ifndef Q_OS_MACOS // The bundle has its own.
-    for (const char *size : {"16", "32", "48", "128"})
-        icon.addFile(QStringLiteral(":/icon/%1.png").arg(QLatin1String(size)));
-#endif
-    return icon;
-}
-
-/// Whether there is a font to write with. The toolkit would draw a window without any text.
-bool hasFont()
-{
-    // The toolkit's stand-in for a missing font has no name.
-    return !QRawFont::fromFont(QGuiApplication::font()).familyName().isEmpty();
-}
-
-/// Ends the event loop that is about to begin, with a line in the log.
-void endWithoutWindow(const QString &why)
-{
-    qCritical().noquote() << "The window can't be made:" << why.simplified();
-    QMetaObject::invokeMethod(
-        qApp, [] { QCoreApplication::exit(EXIT_FAILURE); }, Qt::QueuedConnection);
 }
 
 void bringToFront(QQuickWindow *window)
@@ -175,7 +122,7 @@ void tellOfSessionEnd(const QGuiApplication &app, QQuickWindow *window)
 
 int main(int argc, char *argv[])
 {
-    if (const std::optional<int> answered = answerCommandLine(argc, argv))
+    if (const std::optional<int> answered = answerCommandLine(argc, argv, "kelpora360", help))
         return *answered;
     ignoreSigpipe();
     setAppPathFromExecutable(QFile::decodeName(argv[0]));

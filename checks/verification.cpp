@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <deque>
 #include <mutex>
+#include <numeric>
 #include <set>
 #include <thread>
 #include <unordered_map>
@@ -133,7 +134,7 @@ struct Verification::Copies
     struct Copy
     {
         TreeFile file;
-        bool guessed = false; ///< counted among the bytes to read
+        Bytes *bytes = nullptr; ///< among which it was counted as the guess of a card
         std::once_flag once = {};
         Content content = {};
     };
@@ -153,6 +154,7 @@ struct Verification::Card
 {
     CardVerdict verdict;
     std::optional<FileId> id;
+    Bytes *bytes = nullptr;
     std::vector<TreeFile> listed;     ///< everything
     std::vector<TreeFile> files;      ///< to be verified
     std::vector<std::size_t> guesses; ///< the copy that each has by its name, or none
@@ -186,6 +188,7 @@ Verification::Verification(VerifyRequest request, const StopFlag &stop)
     : request_(std::move(request))
     , stop_(stop)
     , copies_(std::make_unique<Copies>())
+    , bytes_(request_.cards.size())
 {
     copies_->root = request_.destination;
     copies_->id = fileIdOf(copies_->root);
@@ -251,17 +254,10 @@ std::vector<CardVerdict> Verification::run()
         cards.push_back(std::move(card));
     }
     listCopies(cards);
-    qint64 total = 0;
-    for (Card &card : cards) {
+    for (Card &card : cards)
         guessCopies(&card);
-        for (const TreeFile &file : card.files)
-            total += file.size;
-        for (const std::size_t guess : card.guesses) {
-            if (guess != none && !std::exchange(copies_->files.at(guess).guessed, true))
-                total += copies_->files.at(guess).file.size;
-        }
-    }
-    bytesTotal_ = total;
+    for (Card &card : cards)
+        countBytes(&card);
 
     std::vector<std::thread> threads;
     threads.reserve(cards.size());
@@ -287,6 +283,7 @@ std::vector<CardVerdict> Verification::run()
 void Verification::listCard(Card *card)
 {
     card->id = fileIdOf(card->verdict.root);
+    card->bytes = &bytes_.at(placeOf(card->verdict.card));
     FileTree tree = listTree(card->verdict.root, stop_);
     card->verdict.findings = tree.unreadable;
     card->verdict.others = std::move(tree.others);
@@ -380,27 +377,45 @@ void Verification::guessCopies(Card *card) const
     }
 }
 
-Verification::Content Verification::hash(const fs::path &path)
+/// Tells how much is to be read for a card, as far as that is known before.
+void Verification::countBytes(Card *card)
+{
+    qint64 total = 0;
+    for (const TreeFile &file : card->files)
+        total += file.size;
+    for (const std::size_t guess : card->guesses) {
+        if (guess == none || copies_->files.at(guess).bytes != nullptr)
+            continue;
+        copies_->files.at(guess).bytes = card->bytes;
+        total += copies_->files.at(guess).file.size;
+    }
+    card->bytes->total = total;
+}
+
+Verification::Content Verification::hash(const fs::path &path, Bytes *bytes)
 {
     ContentHash hash;
     Content content;
     content.read = reader_.read(path, stop_, [&](const char *data, std::size_t size) {
         hash.add(data, size);
         content.begun = true;
-        bytesRead_ += static_cast<qint64>(size);
+        bytes->read += static_cast<qint64>(size);
     });
     content.hash = hash.result();
     return content;
 }
 
-/// The content of a copy, which is read at the first call.
-const Verification::Content &Verification::copyContent(std::size_t index)
+/// The content of a copy, which is read at the first call, for `card`.
+const Verification::Content &Verification::copyContent(std::size_t index, const Card &card)
 {
     Copies::Copy &copy = copies_->files.at(index);
     std::call_once(copy.once, [&] {
-        if (!copy.guessed)
-            bytesTotal_ += copy.file.size;
-        copy.content = hash(below(copies_->root, copy.file.path));
+        Bytes *bytes = copy.bytes;
+        if (bytes == nullptr) {
+            bytes = card.bytes;
+            bytes->total += copy.file.size;
+        }
+        copy.content = hash(below(copies_->root, copy.file.path), bytes);
         const std::lock_guard<std::mutex> lock(copies_->mutex);
         if (copy.content.isRead())
             copies_->byHash[copy.content.hash.toStdString()].push_back(index);
@@ -413,7 +428,7 @@ void Verification::readCard(Card *card)
     fs::path readable;
     for (std::size_t i = 0; i < card->files.size() && !stop_.isRaised() && !card->gone; ++i) {
         const fs::path path = below(card->verdict.root, card->files.at(i).path);
-        card->contents.at(i) = hash(path);
+        card->contents.at(i) = hash(path, card->bytes);
         const Content &content = card->contents.at(i);
         if (content.begun)
             readable = path;
@@ -428,7 +443,7 @@ void Verification::readGuesses(const Card &card)
 {
     for (std::size_t i = 0; i < card.guesses.size() && !stop_.isRaised(); ++i) {
         if (card.guesses.at(i) != none)
-            static_cast<void>(copyContent(card.guesses.at(i)));
+            static_cast<void>(copyContent(card.guesses.at(i), card));
     }
 }
 
@@ -454,7 +469,7 @@ void Verification::judgeFile(Card *card, std::size_t index)
     QString doubt;
     /// Whether the copy was one.
     const auto accept = [&](std::size_t copyIndex) {
-        const Content &copy = copyContent(copyIndex);
+        const Content &copy = copyContent(copyIndex, *card);
         // Another name of a card's file is no copy of any.
         if (!copy.isRead() || copy.hash != content.hash || cardFiles_.count(copy.read.id) != 0 ||
             copies_->files.at(copyIndex).file.size != file.size)
@@ -480,11 +495,11 @@ void Verification::judgeFile(Card *card, std::size_t index)
     const std::size_t guess = card->guesses.at(index);
     if ((guess != none && accept(guess)) || acceptAny())
         return;
-    readAllOfSize(file.size);
+    readAllOfSize(file.size, *card);
     if (stop_.isRaised() || acceptAny())
         return;
-    if (guess != none && copyContent(guess).read.end == DiskRead::End::Changed)
-        doubt = QStringLiteral("its copy %1 %2").arg(copyName(guess), copyContent(guess).doubt());
+    if (guess != none && copyContent(guess, *card).read.end == DiskRead::End::Changed)
+        doubt = QStringLiteral("its copy %1 %2").arg(copyName(guess), copyContent(guess, *card).doubt());
     if (!doubt.isEmpty())
         verdict.notChecked.push_back({file.path, doubt});
     else
@@ -492,7 +507,7 @@ void Verification::judgeFile(Card *card, std::size_t index)
 }
 
 /// Reads every copy of a size: one that was renamed may be the one.
-void Verification::readAllOfSize(qint64 size)
+void Verification::readAllOfSize(qint64 size, const Card &card)
 {
     {
         const std::lock_guard<std::mutex> lock(copies_->mutex);
@@ -503,7 +518,7 @@ void Verification::readAllOfSize(qint64 size)
     if (same == copies_->bySize.cend())
         return;
     for (std::size_t i = 0; i < same->second.size() && !stop_.isRaised(); ++i)
-        static_cast<void>(copyContent(same->second.at(i)));
+        static_cast<void>(copyContent(same->second.at(i), card));
     const std::lock_guard<std::mutex> lock(copies_->mutex);
     copies_->whole.insert(size);
 }
@@ -520,7 +535,7 @@ QString Verification::reasonWithoutCopy(const Card &card, std::size_t index)
     const std::size_t misfit = card.misfits.at(index);
     const std::string stem = file.path.substr(0, extensionOf(file.path));
     if (guess != none && startsWith(copies_->files.at(guess).file.path, stem)) {
-        const Content &copy = copyContent(guess);
+        const Content &copy = copyContent(guess, card);
         if (copy.read.end == DiskRead::End::Failed)
             return QStringLiteral("its copy %1 can't be read: %2").arg(copyName(guess), copy.read.reason);
         if (cardFiles_.count(copy.read.id) != 0)
@@ -575,6 +590,18 @@ void Verification::finish(Card *card) const
         verdict.state = CardVerdict::State::NotChecked;
     else
         verdict.state = card->files.empty() ? CardVerdict::State::Empty : CardVerdict::State::Safe;
+}
+
+qint64 Verification::bytesRead() const
+{
+    return std::accumulate(bytes_.cbegin(), bytes_.cend(), qint64{0},
+                           [](qint64 sum, const Bytes &bytes) { return sum + bytes.read; });
+}
+
+qint64 Verification::bytesTotal() const
+{
+    return std::accumulate(bytes_.cbegin(), bytes_.cend(), qint64{0},
+                           [](qint64 sum, const Bytes &bytes) { return sum + bytes.total; });
 }
 
 bool Verification::isDestinationThere() const

@@ -83,25 +83,35 @@ public:
     [[nodiscard]] const std::vector<TreeProblem> &unreadableCopies() const;
 
     /// Bytes read so far, and to be read in all; 0 until that is known. May be asked from another thread.
-    [[nodiscard]] qint64 bytesRead() const { return bytesRead_; }
-    [[nodiscard]] qint64 bytesTotal() const { return bytesTotal_; }
+    [[nodiscard]] qint64 bytesRead() const;
+    [[nodiscard]] qint64 bytesTotal() const;
+    /// The same for one card, 1 to 3, and its copies. A copy of several cards counts for one of them.
+    [[nodiscard]] qint64 bytesRead(int card) const { return bytes_.at(placeOf(card)).read; }
+    [[nodiscard]] qint64 bytesTotal(int card) const { return bytes_.at(placeOf(card)).total; }
 
 private:
     struct Content;
     struct Copies;
     struct Card;
+    struct Bytes
+    {
+        std::atomic<qint64> read{0};
+        std::atomic<qint64> total{0};
+    };
 
+    static std::size_t placeOf(int card) { return static_cast<std::size_t>(card) - 1; }
     void listCard(Card *card);
     void listCopies(const std::vector<Card> &cards);
     [[nodiscard]] bool isOfPreparation(const Card &card, const TreeFile &file) const;
     void guessCopies(Card *card) const;
-    [[nodiscard]] Content hash(const std::filesystem::path &path);
-    [[nodiscard]] const Content &copyContent(std::size_t index);
+    void countBytes(Card *card);
+    [[nodiscard]] Content hash(const std::filesystem::path &path, Bytes *bytes);
+    [[nodiscard]] const Content &copyContent(std::size_t index, const Card &card);
     void readCard(Card *card);
     void readGuesses(const Card &card);
     void judge(Card *card);
     void judgeFile(Card *card, std::size_t index);
-    void readAllOfSize(qint64 size);
+    void readAllOfSize(qint64 size, const Card &card);
     [[nodiscard]] QString copyName(std::size_t index) const;
     [[nodiscard]] QString reasonWithoutCopy(const Card &card, std::size_t index);
     void finish(Card *card) const;
@@ -111,6 +121,5 @@ private:
     DiskReader reader_;
     std::unique_ptr<Copies> copies_;
     std::set<FileId> cardFiles_; ///< by whichever name
-    std::atomic<qint64> bytesRead_{0};
-    std::atomic<qint64> bytesTotal_{0};
+    std::vector<Bytes> bytes_;   ///< by the place of the card
 };

@@ -1,10 +1,10 @@
 #include "cli/progress.h"
 
+#include "checks/pace.h"
 #include "platform/terminal.h"
 
 #include <QElapsedTimer>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <utility>
@@ -13,15 +13,10 @@ namespace {
 
 void show(qint64 done, qint64 total, double seconds)
 {
-    constexpr double megabyte = 1e6;
-    constexpr int percent = 100;
-    constexpr int secondsPerMinute = 60;
-    const double speed = seconds > 0 ? static_cast<double>(done) / seconds : 0;
-    if (total <= 0 || speed <= 0)
+    const QString pace = paceOf(done, total, seconds);
+    if (pace.isEmpty())
         return;
-    const auto left = static_cast<int>(static_cast<double>(std::max<qint64>(total - done, 0)) / speed);
-    std::fprintf(stderr, "\r%3d %%  %.0f MB/s  %d:%02d left \033[K", static_cast<int>(done * percent / total),
-                 speed / megabyte, left / secondsPerMinute, left % secondsPerMinute);
+    std::fprintf(stderr, "\r%s \033[K", pace.toUtf8().constData());
     std::fflush(stderr);
 }
 

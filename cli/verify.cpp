@@ -1,7 +1,5 @@
-#include "cards/cardpreparation.h"
 #include "checks/filename.h"
-#include "checks/mhlhistory.h"
-#include "checks/verification.h"
+#include "checks/outcome.h"
 #include "cli/cards.h"
 #include "cli/commands.h"
 #include "cli/output.h"
@@ -9,30 +7,11 @@
 
 #include <QCommandLineParser>
 #include <QDateTime>
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QJsonArray>
 
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr int cardCount = 3;
-
-QMap<QString, QList<QByteArray>> preparationFiles()
-{
-    QMap<QString, QList<QByteArray>> files;
-    // A card may have been prepared in another slot.
-    for (int card = 1; card <= cardCount; ++card) {
-        const QMap<QString, QByteArray> ofCard = CardPreparation::files(card);
-        for (auto file = ofCard.cbegin(); file != ofCard.cend(); ++file) {
-            if (!files[file.key()].contains(file.value()))
-                files[file.key()].append(file.value());
-        }
-    }
-    return files;
-}
 
 QString nameOf(CardVerdict::State state)
 {
@@ -47,12 +26,6 @@ QString nameOf(CardVerdict::State state)
         break;
     }
     return QStringLiteral("empty");
-}
-
-QString lineOf(const TreeProblem &problem)
-{
-    return problem.path.empty() ? problem.reason
-                                : shown(fs::u8path(problem.path)) + QStringLiteral(": ") + problem.reason;
 }
 
 QJsonArray listOf(const std::vector<TreeProblem> &problems)
@@ -72,21 +45,6 @@ QJsonArray listOf(const std::vector<std::string> &paths)
     return list;
 }
 
-void tell(const CardVerdict &verdict, const QString &destination, const Output &output)
-{
-    output.line(verdict.text(destination));
-    for (const std::vector<TreeProblem> *problems : {&verdict.findings, &verdict.notChecked}) {
-        for (const TreeProblem &problem : *problems)
-            output.line(QStringLiteral("  ") + lineOf(problem));
-    }
-    for (const std::string &path : verdict.preparation)
-        output.line(
-            QStringLiteral("  %1: written by the preparation, needs no copy").arg(shown(fs::u8path(path))));
-    for (const std::string &path : verdict.others)
-        output.line(QStringLiteral("  %1: a link or the like, holds no content of its own")
-                        .arg(shown(fs::u8path(path))));
-}
-
 QJsonObject objectOf(const CardVerdict &verdict, const QString &destination)
 {
     return {
@@ -103,65 +61,37 @@ QJsonObject objectOf(const CardVerdict &verdict, const QString &destination)
     };
 }
 
-/// A finding on one card outweighs that another could not be checked.
-Exit exitFor(const std::vector<CardVerdict> &verdicts)
+Exit exitFor(CardVerdict::State worst)
 {
-    Exit exit = Exit::Good;
-    for (const CardVerdict &verdict : verdicts) {
-        if (verdict.state == CardVerdict::State::Finding)
-            return Exit::Finding;
-        if (verdict.state != CardVerdict::State::Safe)
-            exit = Exit::NotChecked;
+    switch (worst) {
+    case CardVerdict::State::Safe:
+        return Exit::Good;
+    case CardVerdict::State::Finding:
+        return Exit::Finding;
+    default:
+        return Exit::NotChecked;
     }
-    return exit;
 }
 
-/// Seals the copies that match. Tells what came of it; `exit` becomes worse if need be.
-void seal(const std::vector<CardVerdict> &verdicts, const QString &destination, const QDateTime &begun,
-          const Call &call, Exit *exit)
+void print(const QStringList &lines, const Output &output)
 {
-    QVector<MhlRecord> files;
-    QStringList leftOut;
-    for (const CardVerdict &verdict : verdicts) {
-        for (const VerifiedFile &file : verdict.verified) {
-            const QString path = shown(fs::u8path(file.copy));
-            const auto look = lookOf(pathOf(destination) / fs::u8path(file.copy));
-            // What is shown of some names is not the name: bytes that are no UTF-8, control characters.
-            if (path.toStdString() != file.copy || !look || !look->isStill(file.copyLook)) {
-                leftOut.append(path);
-                continue;
-            }
-            files.append({path,
-                          file.size,
-                          QFileInfo(QDir(destination).filePath(path)).lastModified(),
-                          file.hash,
-                          MhlAction::Original,
-                          {}});
-        }
-    }
-    SealResult result = sealFiles(destination, files, begun, call.stop);
-    result.leftOut += leftOut;
-    result.leftOut.removeDuplicates();
-    for (const QString &path : result.altered)
-        call.output.line(QStringLiteral("Altered since it was sealed: ") + path);
-    for (const QString &path : result.leftOut)
-        call.output.line(QStringLiteral("Not sealed: ") + path);
-    call.output.set(QStringLiteral("sealed"), result.added);
-    call.output.set(QStringLiteral("sealIgnored"), result.ignored);
-    call.output.set(QStringLiteral("sealAltered"), QJsonArray::fromStringList(result.altered));
-    call.output.set(QStringLiteral("notSealed"), QJsonArray::fromStringList(result.leftOut));
+    for (const QString &line : lines)
+        output.line(line);
+}
+
+/// Tells what came of sealing; `exit` becomes worse if need be.
+void tell(const SealResult &result, Output *output, Exit *exit)
+{
+    print(linesOf(result), *output);
+    output->set(QStringLiteral("sealed"), result.added);
+    output->set(QStringLiteral("sealIgnored"), result.ignored);
+    output->set(QStringLiteral("sealAltered"), QJsonArray::fromStringList(result.altered));
+    output->set(QStringLiteral("notSealed"), QJsonArray::fromStringList(result.leftOut));
     if (!result.altered.isEmpty())
         *exit = Exit::Finding;
-    if (result.problem.isEmpty() && result.leftOut.isEmpty()) {
-        const QString ignored =
-            result.ignored > 0 ? QStringLiteral(", %1 left out by pattern").arg(result.ignored) : QString();
-        call.output.line(
-            QStringLiteral("Sealed: %1 new, %2 before%3.").arg(result.added).arg(result.known).arg(ignored));
-        return;
-    }
     if (!result.problem.isEmpty())
-        call.output.complain(QStringLiteral("nothing was sealed: ") + result.problem);
-    if (*exit == Exit::Good)
+        output->complain(QStringLiteral("nothing was sealed: ") + result.problem);
+    if ((!result.problem.isEmpty() || !result.leftOut.isEmpty()) && *exit == Exit::Good)
         *exit = Exit::NotChecked;
 }
 
@@ -212,10 +142,10 @@ Exit verifyCards(const Call &call, const QStringList &cards, const QString &dest
         return Exit::Stopped;
     QJsonArray list;
     for (const CardVerdict &verdict : verdicts) {
-        tell(verdict, destination, call.output);
+        print(linesOf(verdict, destination), call.output);
         list.append(objectOf(verdict, destination));
     }
-    Exit exit = exitFor(verdicts);
+    Exit exit = exitFor(worstOf(verdicts));
     // Copies may lie there.
     for (const TreeProblem &problem : verification.unreadableCopies())
         call.output.line(QStringLiteral("%1: %2").arg(destination, lineOf(problem)));
@@ -225,9 +155,9 @@ Exit verifyCards(const Call &call, const QStringList &cards, const QString &dest
     // The import has no such option.
     if (!call.options.optionNames().contains(QStringLiteral("seal")))
         return exit;
-    // Nothing is written into the bare mount point of a disk that was pulled.
-    if (verification.isDestinationThere()) {
-        seal(verdicts, destination, begun, call, &exit);
+    const auto sealed = sealVerified(verification, verdicts, destination, begun, call.stop);
+    if (sealed) {
+        tell(*sealed, &call.output, &exit);
         return exit;
     }
     call.output.complain(QStringLiteral("nothing was sealed: %1 was removed.").arg(destination));

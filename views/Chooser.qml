@@ -7,6 +7,8 @@ Loader {
     required property string title
     required property string startsIn
     property bool selectFolder: false
+    /// Chooses a file that is to be written.
+    property bool saves: false
     property var nameFilters: []
 
     signal chosen(string path)
@@ -22,6 +24,7 @@ Loader {
                 "title": root.title,
                 "startsIn": root.startsIn,
                 "selectFolder": root.selectFolder,
+                "selectExisting": !root.saves,
                 "nameFilters": root.nameFilters
             })
         root.item.open()

@@ -1,6 +1,5 @@
 import QtQuick 2.15
 import QtQuick.Controls 2.15
-import QtQuick.Layouts 1.15
 
 /// The window. What the operator chose and what jobs reported is kept in its state objects; the pages show it.
 ApplicationWindow {
@@ -145,29 +144,11 @@ ApplicationWindow {
         Keys.onTabPressed: nextItemInFocusChain().forceActiveFocus(Qt.TabFocusReason)
     }
 
-    footer: Pane {
+    footer: WindowFooter {
         visible: root.firstFrameShown
-        leftPadding: 20
-        rightPadding: 20
-        topPadding: 0
-        bottomPadding: 4
-
-        RowLayout {
-            anchors.left: parent.left
-            anchors.right: parent.right
-
-            Label {
-                objectName: "versionText"
-                Layout.fillWidth: true
-                text: "Version " + appController.getVersion()
-            }
-            FlatButton {
-                objectName: "exitButton"
-                text: "Exit"
-                enabled: root.readyToExit()
-                onClicked: root.close()
-            }
-        }
+        version: appController.getVersion()
+        exitEnabled: root.readyToExit()
+        onExitClicked: root.close()
     }
 
     Connections {

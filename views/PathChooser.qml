@@ -1,7 +1,7 @@
 import QtQuick 2.15
 import QtQuick.Dialogs 1.3
 
-/// The platform's dialog for one folder or one existing file. Loaded when first needed.
+/// The platform's dialog for one folder or one file, which exists unless `selectExisting` is false. Loaded when first needed.
 FileDialog {
     id: root
 

@@ -22,7 +22,8 @@ void report()
     line("version", QCoreApplication::applicationVersion().toUtf8());
 }
 
-/// Waits until the program's window has its pages, reports and closes it as its user would.
+/// Waits until the program's window is shown and has its pages, if it loads them later; reports and closes it
+/// as its user would.
 class Probe : public QObject
 {
     Q_OBJECT
@@ -39,7 +40,8 @@ private:
     {
         const QWindowList windows = QGuiApplication::topLevelWindows();
         for (QWindow *window : windows) {
-            if (window->property("ready").toBool()) {
+            const QVariant ready = window->property("ready");
+            if (ready.isValid() ? ready.toBool() : window->isExposed()) {
                 timer_.stop();
                 report();
                 window->close();

@@ -374,6 +374,10 @@ void VerificationTest::threeCards()
     QCOMPARE(found.at(2).state, State::Safe);
     QCOMPARE(verification.bytesRead(), verification.bytesTotal());
     QCOMPARE(verification.bytesRead(), qint64{6 * 70000});
+    for (int card = 1; card <= 3; ++card) {
+        QCOMPARE(verification.bytesTotal(card), qint64{2 * 70000});
+        QCOMPARE(verification.bytesRead(card), qint64{2 * 70000});
+    }
 }
 
 void VerificationTest::volumeWithoutADiskProvesNothing_data()

@@ -10,36 +10,15 @@ import time
 
 import command
 import reader
-from kit import recordings
+from kit import disks, recordings
 
 CLIP = "DCIM/100MEDIA/CLIP0001.MOV"
 
 
-class Verify(command.CommandTest):
+class Verify(disks.Volumes, command.CommandTest):
     def setUp(self):
         super().setUp()
         self.need_mounts()
-
-    def volume(self, kind, name="disk", image=None, size_mib=64, making=(), mounting=()):
-        """A volume of that kind in an image; returns its path."""
-        folder = self.path(name)
-        os.makedirs(folder)
-        if image is None:
-            image = folder + ".image"
-            with open(image, "wb") as file:
-                file.truncate(size_mib << 20)
-        maker = ["mkfs.exfat"] if kind == "exfat" else ["mkfs.ext4", "-q", "-F", *making]
-        subprocess.run([*maker, image], check=True, stdout=subprocess.DEVNULL)
-        return self.mount(kind, folder, image, *mounting)
-
-    def mount(self, kind, folder, image, *options):
-        device = subprocess.run(["losetup", "--find", "--show", image], check=True, stdout=subprocess.PIPE,
-                                text=True).stdout.strip()
-        mounter = ["mount.exfat-fuse"] if kind == "exfat" else ["mount", "-t", kind, *options]
-        subprocess.run([*mounter, device, folder], check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        subprocess.run(["losetup", "--detach", device], check=True)
-        self.addCleanup(subprocess.run, ["umount", "--lazy", folder], stderr=subprocess.DEVNULL)
-        return folder
 
     def serve(self, *arguments):
         try:

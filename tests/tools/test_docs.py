@@ -120,7 +120,7 @@ def program_problem(words):
         if not inner:
             return "no such program: " + arguments[at]
         arguments = [word for word in arguments[:at - 1] if not word.startswith("[")] + ["--", str(inner), "--version"]
-    elif path.name == "kelpora360":
+    elif path.name in ("kelpora360", "kelpora360-check"):
         arguments = arguments or ["--version"]
     else:
         arguments = [word for word in arguments[:1] if not word.startswith("-")] + ["--help"]
@@ -204,8 +204,8 @@ def broken_links(page, text):
 
 def window_texts():
     """What the jobs tell the operator, in pieces between what differs."""
-    for file in sorted([*(ROOT / "cards").glob("*.cpp"), *(ROOT / "controller").glob("*.cpp")]):
-        if file.stem in ("firmwareupdate", "shellcommand", "turnoff"):
+    for file in sorted(path for folder in ("cards", "check", "controller") for path in (ROOT / folder).glob("*.cpp")):
+        if file.stem in ("firmwareupdate", "main", "shellcommand", "turnoff"):
             # Without a control in the window, or told when the window is gone.
             continue
         for text in re.findall(r'QStringLiteral\(\s*"([A-Z][^"]* [^"]*)"', text_of(file)):

@@ -28,13 +28,14 @@ from kit import testing  # noqa: E402
 
 BUILD = os.path.abspath(sys.argv.pop(1))
 ICON_SIZES = (16, 22, 24, 32, 48, 64, 128, 256)
-PROGRAMS = ["kelpora360", "kelpora360-cli"]
+PROGRAMS = ["kelpora360", "kelpora360-check", "kelpora360-cli"]
+ENTRIES = ["kelpora360", "kelpora360-check"]
 INSTALLED = sorted(
     [path.format(program) for program in PROGRAMS for path in (
         "bin/{}", "lib/kelpora360/{}", "share/bash-completion/completions/{}", "share/man/man1/{}.1")]
     + ["share/icons/hicolor/{0}x{0}/apps/kelpora360.png".format(size) for size in ICON_SIZES]
-    + ["share/applications/kelpora360.desktop",
-       "share/doc/kelpora360/examples/70-kelpora360.rules",
+    + ["share/applications/{}.desktop".format(entry) for entry in ENTRIES]
+    + ["share/doc/kelpora360/examples/70-kelpora360.rules",
        "share/doc/kelpora360/cli.md",
        "share/doc/kelpora360/questions.md",
        "share/doc/kelpora360/user-guide.md",
@@ -136,12 +137,15 @@ class Texts(unittest.TestCase):
                                                   read(ROOT, "CHANGELOG.md"), re.M)
         self.assertEqual(said, [released.strftime("%Y-%m-%d")] * 2)
 
-    def test_desktop_entry(self):
-        path = os.path.join(installed(), "share/applications/kelpora360.desktop")
-        self.assertEqual(run("desktop-file-validate", path), (0, ""))
-        entry = dict(line.split("=", 1) for line in read(path).splitlines() if "=" in line)
-        self.assertIn("bin/" + entry["Exec"], INSTALLED)
-        self.assertIn("share/icons/hicolor/scalable/apps/{}.svg".format(entry["Icon"]), INSTALLED)
+    def test_desktop_entries(self):
+        for name in ENTRIES:
+            with self.subTest(entry=name):
+                path = os.path.join(installed(), "share/applications", name + ".desktop")
+                self.assertEqual(run("desktop-file-validate", path), (0, ""))
+                entry = dict(line.split("=", 1) for line in read(path).splitlines() if "=" in line)
+                self.assertEqual(entry["Exec"], name)
+                self.assertIn("bin/" + entry["Exec"], INSTALLED)
+                self.assertIn("share/icons/hicolor/scalable/apps/{}.svg".format(entry["Icon"]), INSTALLED)
 
     def test_metainfo(self):
         path = os.path.join(installed(), "share/metainfo/kelpora360.metainfo.xml")
