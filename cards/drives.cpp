@@ -36,22 +36,23 @@ std::shared_future<QList<QStorageInfo>> ask(std::function<QList<QStorageInfo>()>
     return answer;
 }
 
-QList<QStorageInfo> candidatesAmong(const QList<QStorageInfo> &volumes)
+QList<QStorageInfo> candidatesAmong(const QList<QStorageInfo> &volumes, Drives::Which which)
 {
     const QStorageInfo root = QStorageInfo::root();
     QList<QStorageInfo> candidates;
     for (const QStorageInfo &volume : volumes) {
-        if (volume.isValid() && volume.isReady() && volume != root && !volume.isReadOnly())
+        if (volume.isValid() && volume.isReady() && volume != root &&
+            (which == Drives::Which::ReadOnlyToo || !volume.isReadOnly()))
             candidates.append(volume);
     }
     return candidates;
 }
 
-QList<QStorageInfo> candidateAt(const QString &mountPoint)
+QList<QStorageInfo> candidateAt(const QString &mountPoint, Drives::Which which)
 {
     const QStorageInfo volume(mountPoint);
     // QStorageInfo::mountedVolumes() leaves out volumes without a size.
-    return volume.bytesTotal() == 0 ? QList<QStorageInfo>() : candidatesAmong({volume});
+    return volume.bytesTotal() == 0 ? QList<QStorageInfo>() : candidatesAmong({volume}, which);
 }
 
 /// Left in the system's order on purpose: the operator finds a card where the system lists it.
@@ -72,16 +73,21 @@ QVariantList entriesOf(const QList<QStorageInfo> &volumes)
 
 QVariantList Drives::list()
 {
+    return entriesOf(volumes());
+}
+
+QList<QStorageInfo> Drives::volumes()
+{
     const QVector<MountPoint> mounts = mountPoints();
     const Volumes earlierAll = all_;
     if (!all_.valid() || hasAnswered(all_)) {
-        all_ = ask([] { return candidatesAmong(QStorageInfo::mountedVolumes()); });
+        all_ = ask([which = which_] { return candidatesAmong(QStorageInfo::mountedVolumes(), which); });
         if (all_.wait_for(mounts.isEmpty() ? patience : usualTime) == std::future_status::ready)
-            return entriesOf(all_.get());
+            return all_.get();
     }
     if (mounts.isEmpty()) {
         if (earlierAll.valid() && hasAnswered(earlierAll))
-            return entriesOf(earlierAll.get());
+            return earlierAll.get();
         qWarning("A volume does not answer; no card can be listed.");
     }
 
@@ -91,7 +97,8 @@ QVariantList Drives::list()
         const Volumes earlier = unanswered_.value(mount.id);
         // A second question to a volume that hangs would cost one more thread.
         const bool hangs = earlier.valid() && !hasAnswered(earlier);
-        answers.append(hangs ? Volumes() : ask([path = mount.path] { return candidateAt(path); }));
+        answers.append(hangs ? Volumes()
+                             : ask([path = mount.path, which = which_] { return candidateAt(path, which); }));
     }
     QList<QStorageInfo> volumes;
     for (int i = 0; i < mounts.size(); ++i) {
@@ -109,7 +116,21 @@ QVariantList Drives::list()
         }
         qWarning().noquote() << "A volume does not answer and is left out:" << mounts.at(i).path;
     }
-    return entriesOf(volumes);
+    return volumes;
+}
+
+int cardOf(const QString &path, const QString &name)
+{
+    // The rule of CardState.qml.
+    const QString mark = QStringLiteral("360");
+    if (!path.contains(mark) && !name.contains(mark))
+        return 0;
+    for (int card = 1; card <= 3; ++card) {
+        const QString digit = QString::number(card);
+        if (path.endsWith(digit) || name.endsWith(digit))
+            return card;
+    }
+    return 0;
 }
 
 QString moviesLocation()

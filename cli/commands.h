@@ -12,5 +12,6 @@ Exit import(const Call &call);
 Exit verify(const Call &call);
 Exit listPorts(const Call &call);
 Exit readSettings(const Call &call);
+Exit diagnose(const Call &call);
 Exit auditFolder(const Call &call);
 Exit checkTakes(const Call &call);

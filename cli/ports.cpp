@@ -30,11 +30,11 @@ Exit readSettings(const Call &call)
     const QString port = call.arguments.first();
     for (const QVariant &device : PSEAComms::getDevices()) {
         const QJsonObject entry = device.toJsonObject();
-        const QString holder = entry.value(QStringLiteral("name")).toString() == port
-                                   ? portHolder(entry.value(QStringLiteral("location")).toString())
-                                   : QString();
-        if (!holder.isEmpty()) {
-            call.output.complain(QStringLiteral("%1 is in use by %2.").arg(port, holder));
+        const PortHolder holder = entry.value(QStringLiteral("name")).toString() == port
+                                      ? portHolder(entry.value(QStringLiteral("location")).toString())
+                                      : PortHolder();
+        if (!holder.process.isEmpty()) {
+            call.output.complain(QStringLiteral("%1 is in use by %2.").arg(port, holder.text));
             return Exit::NotChecked;
         }
     }

@@ -2,6 +2,13 @@
 
 #include <QString>
 
-/// Which other process holds the serial device `device`, as far as this user can tell: "minicom (process 7)".
-/// Empty if none does, or the system doesn't tell.
-[[nodiscard]] QString portHolder(const QString &device);
+/// A process that holds a serial device.
+struct PortHolder
+{
+    QString process; ///< its number; empty: there is none
+    QString text;    ///< "minicom (process 7)"
+};
+
+/// Which other process holds the serial device `device`, as far as this user can tell. None if the system
+/// doesn't tell.
+[[nodiscard]] PortHolder portHolder(const QString &device);

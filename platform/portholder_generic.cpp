@@ -1,6 +1,6 @@
 #include "platform/portholder.h"
 
-QString portHolder(const QString & /*device*/)
+PortHolder portHolder(const QString & /*device*/)
 {
     return {};
 }

@@ -32,7 +32,7 @@ QString lockingProcess(const QString &device)
 
 } // namespace
 
-QString portHolder(const QString &device)
+PortHolder portHolder(const QString &device)
 {
     const QString own = QString::number(::getpid());
     QString holder = lockingProcess(device);
@@ -51,6 +51,8 @@ QString portHolder(const QString &device)
         return {};
     QFile name(QStringLiteral("/proc/%1/comm").arg(holder));
     const bool named = name.open(QIODevice::ReadOnly);
-    return QStringLiteral("%1 (process %2)")
-        .arg(named ? QString::fromLocal8Bit(name.readAll()).trimmed() : QStringLiteral("a program"), holder);
+    return {holder,
+            QStringLiteral("%1 (process %2)")
+                .arg(named ? QString::fromLocal8Bit(name.readAll()).trimmed() : QStringLiteral("a program"),
+                     holder)};
 }

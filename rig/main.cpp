@@ -32,6 +32,7 @@ The device
   --serial TEXT           serial number (KELPORA0001)
   --manufacturer TEXT     (Kelpora)
   --description TEXT      (Kelpora 360 Controller)
+  --property NAME=VALUE   what the device database says of it besides; may be given again
   --plug-after SECONDS    plug it in that long after the start
   --replug-after SECONDS  plug it in again that long after it was pulled
   --replug-serial TEXT    its serial number from then on: another controller in its place
@@ -86,6 +87,7 @@ enum Option : int {
     Serial,
     Manufacturer,
     Description,
+    Property,
     PlugAfter,
     ReplugAfter,
     ReplugSerial,
@@ -132,6 +134,7 @@ constexpr option longOptions[] = {
     {"serial", required_argument, nullptr, Serial},
     {"manufacturer", required_argument, nullptr, Manufacturer},
     {"description", required_argument, nullptr, Description},
+    {"property", required_argument, nullptr, Property},
     {"plug-after", required_argument, nullptr, PlugAfter},
     {"replug-after", required_argument, nullptr, ReplugAfter},
     {"replug-serial", required_argument, nullptr, ReplugSerial},
@@ -248,6 +251,9 @@ bool take(int option, const char *text, RigOptions *rig, DiveLog *log, Files *fi
         return true;
     case Description:
         rig->usb.description = text;
+        return true;
+    case Property:
+        rig->usb.properties.emplace_back(text);
         return true;
     case PlugAfter:
         return value.into(&rig->plugAfter);

@@ -143,6 +143,9 @@ private:
     {
         const std::string usb = "/devices/pci0000:00/0000:00:14.0/usb1/1-" + place;
         std::string tty = usb + "/1-" + place + ":1.0/" + identity.port + "/tty/" + identity.port;
+        std::string more;
+        for (const std::string &one : identity.properties)
+            more += "E: " + one + "\n";
         add("P: " + usb +
             "\n"
             "E: SUBSYSTEM=usb\n"
@@ -151,7 +154,7 @@ private:
             "A: idProduct=6015\n"
             "A: manufacturer=" +
             identity.manufacturer + "\nA: product=" + identity.description +
-            "\nA: serial=" + identity.serial + "\n\n");
+            "\nA: serial=" + identity.serial + "\n" + more + "\n");
         add("P: " + tty + "\nN: " + identity.port + "\nE: SUBSYSTEM=tty\nE: DEVNAME=/dev/" + identity.port +
             "\n"
             "E: ID_BUS=usb\n"
@@ -159,7 +162,7 @@ private:
             "E: ID_MODEL_ID=6015\n"
             "E: ID_VENDOR=" +
             property(identity.manufacturer) + "\nE: ID_MODEL=" + property(identity.description) +
-            "\nE: ID_SERIAL_SHORT=" + identity.serial + "\nA: dev=188:" + place + "\n\n");
+            "\nE: ID_SERIAL_SHORT=" + identity.serial + "\nA: dev=188:" + place + "\n" + more + "\n");
         return tty;
     }
 

@@ -11,10 +11,11 @@ struct UsbIdentity
     std::string serial = "KELPORA0001";
     std::string manufacturer = "Kelpora";
     std::string description = "Kelpora 360 Controller";
-    std::string replugSerial;        ///< from the second plugging on; empty: the same
-    std::vector<std::string> beside; ///< serial numbers of other devices, at which nobody answers
-    bool busy = false;               ///< another program holds the port
-    bool forbidden = false;          ///< this user may not open the port
+    std::string replugSerial;            ///< from the second plugging on; empty: the same
+    std::vector<std::string> properties; ///< "NAME=VALUE", what the device database adds
+    std::vector<std::string> beside;     ///< serial numbers of other devices, at which nobody answers
+    bool busy = false;                   ///< another program holds the port
+    bool forbidden = false;              ///< this user may not open the port
 };
 
 /// Replaces this program by itself under the mocking library, unless it runs there already. To be called

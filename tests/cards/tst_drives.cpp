@@ -232,6 +232,8 @@ private slots:
     void aDiskImageIsOfferedLikeACard();
     void aNetworkFolderIsOfferedLikeACard_data();
     void aNetworkFolderIsOfferedLikeACard();
+    void theCardThatTheWindowMakesOfAVolume_data();
+    void theCardThatTheWindowMakesOfAVolume();
     void theMoviesFolder_data();
     void theMoviesFolder();
 };
@@ -499,6 +501,31 @@ void TestDrives::aNetworkFolderIsOfferedLikeACard()
         QCOMPARE(values(drivesBelow(workspace.path()), "key"), QStringList{path});
     }
     QCOMPARE(drivesBelow(workspace.path()).size(), 0);
+}
+
+void TestDrives::theCardThatTheWindowMakesOfAVolume_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<int>("card");
+    const auto row = [](const char *what, const char *path, const char *name, int card) {
+        QTest::newRow(what) << QString::fromLatin1(path) << QString::fromLatin1(name) << card;
+    };
+    row("name", "/media/usb", "360_02", 2);
+    row("path", "/media/360_03", "usb", 3);
+    row("mark in the path, digit in the name", "/media/diver360/usb", "reef1", 1);
+    row("another digit", "/media/360_04", "360_04", 0);
+    row("no mark", "/media/card1", "card1", 0);
+    row("no digit at the end", "/media/360_1/x", "360", 0);
+    row("digits that differ: the smaller", "/media/360_03", "360_01", 1);
+    row("nothing", "", "", 0);
+}
+
+void TestDrives::theCardThatTheWindowMakesOfAVolume()
+{
+    QFETCH(const QString, path);
+    QFETCH(const QString, name);
+    QTEST(cardOf(path, name), "card");
 }
 
 void TestDrives::theMoviesFolder_data()

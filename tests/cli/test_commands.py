@@ -7,7 +7,7 @@ import os
 import command
 from kit import cards, recordings, rig, testing
 
-COMMANDS = ["drives", "import", "verify", "ports", "settings", "audit", "takes"]
+COMMANDS = ["drives", "import", "verify", "ports", "settings", "doctor", "audit", "takes"]
 
 
 class Commands(command.CommandTest):
