@@ -3,31 +3,12 @@
 #include "checks/movie.h"
 
 #include "checks/exif.h"
+#include "fuzz/countingbuffer.h"
 #include "fuzz/target.h"
 
-#include <QBuffer>
 #include <QtGlobal>
 
 namespace {
-
-/// Counts what is read.
-class CountingBuffer : public QBuffer
-{
-public:
-    using QBuffer::QBuffer;
-    [[nodiscard]] qint64 bytesRead() const { return bytesRead_; }
-
-protected:
-    qint64 readData(char *data, qint64 size) override
-    {
-        const qint64 read = QBuffer::readData(data, size);
-        bytesRead_ += read;
-        return read;
-    }
-
-private:
-    qint64 bytesRead_ = 0;
-};
 
 void check(const QByteArray &content, RecordingTime (*read)(QIODevice &))
 {

@@ -1,4 +1,5 @@
 #include "checks/movie.h"
+#include "fuzz/countingbuffer.h"
 #include "tests/checks/recordingfiles.h"
 
 #include <QBuffer>
@@ -9,25 +10,6 @@ namespace {
 // 2026-05-01 10:30:00, since 1904.
 constexpr quint64 created = 3860476200;
 const QDateTime start(QDate(2026, 5, 1), QTime(10, 30), Qt::UTC);
-
-/// Counts what is read.
-class CountingBuffer : public QBuffer
-{
-public:
-    using QBuffer::QBuffer;
-    [[nodiscard]] qint64 bytesRead() const { return bytesRead_; }
-
-protected:
-    qint64 readData(char *data, qint64 size) override
-    {
-        const qint64 read = QBuffer::readData(data, size);
-        bytesRead_ += read;
-        return read;
-    }
-
-private:
-    qint64 bytesRead_ = 0;
-};
 
 RecordingTime timeIn(QByteArray bytes)
 {
