@@ -17,17 +17,20 @@ DriveState {
 
     /// What a verdict is about; as soon as it changes, the verdict is of something else.
     readonly property string chosen: [...root.cards, root.folder].join("\n")
+    /// The same when the check that runs was begun.
+    property string begun: ""
     /// The paths of the cards; "" where there is none.
     readonly property var cards: root.chosenDrives()
-    readonly property bool ready: !root.running && root.cards.some(path => path !== "") && root.folder !== ""
+    readonly property bool ready: root.cards.some(path => path !== "") && root.folder !== ""
 
     signal checkRequested(var cards, var names, string folder, bool seal)
 
     function check() {
-        if (!root.ready)
+        if (root.running || !root.ready)
             return
         root.clear()
         root.running = true
+        root.begun = root.chosen
         const indexes = [root.card1Index, root.card2Index, root.card3Index]
         root.checkRequested(root.cards, root.cards.map((path, card) => path ? root.driveModel.get(indexes[card]).text : ""),
                             root.folder, root.seal)
@@ -44,7 +47,8 @@ DriveState {
 
     function end(verdict) {
         root.running = false
-        root.verdict = verdict
+        // A chooser that was open already may have changed the choice.
+        root.verdict = root.chosen === root.begun ? verdict : null
     }
 
     onChosenChanged: root.clear()

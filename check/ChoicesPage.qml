@@ -92,7 +92,7 @@ FormPage {
         Layout.fillWidth: true
         Layout.preferredWidth: 1
         text: root.check.running ? "Stop" : "Check"
-        enabled: root.check.running || root.check.ready
+        enabled: root.check.ready
         highlighted: !root.check.running
         onClicked: root.check.running ? root.stopClicked() : root.checkClicked()
     }
