@@ -60,7 +60,7 @@ CheckResult CheckController::Job::run()
     result.verdicts = verification->run();
     result.unreadable = verification->unreadableCopies();
     if (result.seal && !result.verdicts.empty())
-        result.sealed = sealVerified(*verification, result.verdicts, result.destination, result.begun, stop);
+        result.sealed = sealVerified(*verification, &result.verdicts, result.destination, result.begun, stop);
     result.stopped = stop.isRaised() || result.verdicts.empty();
     return result;
 }

@@ -111,17 +111,6 @@ void addSeal(const CheckResult &result, CheckReport *report)
         report->sealText = lines.last();
     }
     report->lines.append(lines);
-    if (!result.sealed || result.sealed->altered.isEmpty())
-        return;
-    // Card and copy are the same, but were not when the folder was sealed.
-    report->tone = Tone::Danger;
-    report->headline = QStringLiteral("Do NOT erase: a file was altered");
-    for (CheckReport::Card &card : report->cards) {
-        if (card.tone == Tone::Safe) {
-            card.tone = Tone::Caution;
-            card.text = card.text.section(QLatin1Char(':'), 0, 0) + QStringLiteral(": see below");
-        }
-    }
 }
 
 } // namespace

@@ -61,16 +61,38 @@ QStringList linesOf(const CardVerdict &verdict, const QString &destination)
     return lines;
 }
 
-std::optional<SealResult> sealVerified(const Verification &verification,
-                                       const std::vector<CardVerdict> &verdicts, const QString &destination,
-                                       const QDateTime &begun, const StopFlag &stop)
+namespace {
+
+/// Makes findings of the files whose copies are among `altered`.
+void addAltered(const QStringList &altered, CardVerdict *verdict)
+{
+    const auto isAltered = [&](const VerifiedFile &file) {
+        return altered.contains(shown(fs::u8path(file.copy)));
+    };
+    for (const VerifiedFile &file : verdict->verified) {
+        if (isAltered(file))
+            verdict->findings.push_back(
+                {file.path,
+                 QStringLiteral("its copy %1 is not as it was sealed").arg(shown(fs::u8path(file.copy)))});
+    }
+    verdict->verified.erase(std::remove_if(verdict->verified.begin(), verdict->verified.end(), isAltered),
+                            verdict->verified.end());
+    if (!verdict->findings.empty())
+        verdict->state = CardVerdict::State::Finding;
+}
+
+} // namespace
+
+std::optional<SealResult> sealVerified(const Verification &verification, std::vector<CardVerdict> *verdicts,
+                                       const QString &destination, const QDateTime &begun,
+                                       const StopFlag &stop)
 {
     if (!verification.isDestinationThere())
         return std::nullopt;
     const fs::path root = fs::u8path(destination.toStdString());
     QVector<MhlRecord> files;
     QStringList leftOut;
-    for (const CardVerdict &verdict : verdicts) {
+    for (const CardVerdict &verdict : *verdicts) {
         for (const VerifiedFile &file : verdict.verified) {
             const QString path = shown(fs::u8path(file.copy));
             const auto look = lookOf(root / fs::u8path(file.copy));
@@ -88,6 +110,10 @@ std::optional<SealResult> sealVerified(const Verification &verification,
         }
     }
     SealResult result = sealFiles(destination, files, begun, stop);
+    if (result.problem.isEmpty() && !files.isEmpty() && result.ignored == files.size())
+        result.problem = QStringLiteral("the patterns of the seal leave out every file");
+    for (CardVerdict &verdict : *verdicts)
+        addAltered(result.altered, &verdict);
     result.leftOut += leftOut;
     result.leftOut.removeDuplicates();
     return result;

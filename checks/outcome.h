@@ -21,10 +21,11 @@
 /// The verdict and, indented, all that is to be told of the card; `destination` as the operator wrote it.
 [[nodiscard]] QStringList linesOf(const CardVerdict &verdict, const QString &destination);
 
-/// Seals the copies below `destination` that match; `begun` is when the verification began. None if the
-/// destination was removed: nothing is written into the bare mount point of a disk that was pulled.
+/// Seals the copies below `destination` that match; `begun` is when the verification began. What matches but
+/// is not as it was sealed before becomes a finding of its card. None if the destination was removed: nothing
+/// is written into the bare mount point of a disk that was pulled.
 [[nodiscard]] std::optional<SealResult> sealVerified(const Verification &verification,
-                                                     const std::vector<CardVerdict> &verdicts,
+                                                     std::vector<CardVerdict> *verdicts,
                                                      const QString &destination, const QDateTime &begun,
                                                      const StopFlag &stop);
 /// What was sealed and what was not, but for the problem.

@@ -87,8 +87,6 @@ void tell(const SealResult &result, Output *output, Exit *exit)
     output->set(QStringLiteral("sealIgnored"), result.ignored);
     output->set(QStringLiteral("sealAltered"), QJsonArray::fromStringList(result.altered));
     output->set(QStringLiteral("notSealed"), QJsonArray::fromStringList(result.leftOut));
-    if (!result.altered.isEmpty())
-        *exit = Exit::Finding;
     if (!result.problem.isEmpty())
         output->complain(QStringLiteral("nothing was sealed: ") + result.problem);
     if ((!result.problem.isEmpty() || !result.leftOut.isEmpty()) && *exit == Exit::Good)
@@ -140,6 +138,11 @@ Exit verifyCards(const Call &call, const QStringList &cards, const QString &dest
     }
     if (verdicts.empty())
         return Exit::Stopped;
+    // The import has no such option.
+    const bool wantsSeal = call.options.optionNames().contains(QStringLiteral("seal"));
+    const auto sealed =
+        wantsSeal ? sealVerified(verification, &verdicts, destination, begun, call.stop) : std::nullopt;
+
     QJsonArray list;
     for (const CardVerdict &verdict : verdicts) {
         print(linesOf(verdict, destination), call.output);
@@ -152,16 +155,13 @@ Exit verifyCards(const Call &call, const QStringList &cards, const QString &dest
     call.output.set(QStringLiteral("destination"), destination);
     call.output.set(QStringLiteral("cards"), list);
     call.output.set(QStringLiteral("unreadable"), listOf(verification.unreadableCopies()));
-    // The import has no such option.
-    if (!call.options.optionNames().contains(QStringLiteral("seal")))
-        return exit;
-    const auto sealed = sealVerified(verification, verdicts, destination, begun, call.stop);
     if (sealed) {
         tell(*sealed, &call.output, &exit);
-        return exit;
+    } else if (wantsSeal) {
+        call.output.complain(QStringLiteral("nothing was sealed: %1 was removed.").arg(destination));
+        exit = exit == Exit::Good ? Exit::NotChecked : exit;
     }
-    call.output.complain(QStringLiteral("nothing was sealed: %1 was removed.").arg(destination));
-    return exit == Exit::Good ? Exit::NotChecked : exit;
+    return exit;
 }
 
 Exit verify(const Call &call)

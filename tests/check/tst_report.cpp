@@ -175,10 +175,10 @@ void ReportTest::seal_data()
                               << "Some files could not be sealed, see below." << safe;
     QTest::newRow("altered") << "altered"
                              << "Files are not as they were sealed, see below."
-                             << QStringList{"danger", "caution", "none", "none"};
+                             << QStringList{"danger", "danger", "none", "none"};
     QTest::newRow("altered and failed")
         << "altered and failed"
-        << "Nothing was sealed: no room" << QStringList{"danger", "caution", "none", "none"};
+        << "Nothing was sealed: no room" << QStringList{"danger", "danger", "none", "none"};
 }
 
 void ReportTest::seal()
@@ -186,7 +186,7 @@ void ReportTest::seal()
     QFETCH(QString, kind);
     QFETCH(QString, sealText);
     QFETCH(QStringList, tones);
-    CheckResult result = resultOf({State::Safe});
+    CheckResult result = resultOf({kind.contains(QLatin1String("altered")) ? State::Finding : State::Safe});
     result.seal = true;
     if (kind != QLatin1String("removed")) {
         SealResult sealed;

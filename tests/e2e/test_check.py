@@ -226,8 +226,8 @@ class Check(disks.Volumes, testing.WindowTest):
                     if name.endswith(".MOV"):
                         recordings.write(top, name, b"another recording")
         window.press("Check")
-        self.wait_equal(lambda: self.labels(window, "Verdict"), ["Do NOT erase: a file was altered"])
-        self.assertEqual(self.of_cards(window)[0], "Card 1: see below")
+        self.wait_equal(lambda: self.labels(window, "Verdict"), ["Do NOT erase card 1"])
+        self.assertEqual(self.of_cards(window)[0], "Card 1: do NOT erase")
         self.assertIn("Altered since it was sealed: " + CLIP.replace(".", "_cam1."), self.report(window).splitlines())
 
     def test_other_card_clears_the_verdict(self):
