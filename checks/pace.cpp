@@ -11,7 +11,7 @@ QString paceOf(qint64 done, qint64 total, double seconds)
     const double speed = seconds > 0 ? static_cast<double>(done) / seconds : 0;
     if (total <= 0 || speed <= 0)
         return {};
-    const auto left = static_cast<int>(static_cast<double>(std::max<qint64>(total - done, 0)) / speed);
+    const auto left = static_cast<qint64>(static_cast<double>(std::max<qint64>(total - done, 0)) / speed);
     return QStringLiteral("%1 %  %2 MB/s  %3:%4 left")
         .arg(static_cast<int>(done * percent / total), percentWidth)
         .arg(speed / megabyte, 0, 'f', 0)

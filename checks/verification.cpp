@@ -27,10 +27,21 @@ bool isTemporary(const std::string &name)
     return name.rfind(".kelpora360-", 0) == 0;
 }
 
-/// Folders of what was deleted.
+/// Folders of what was deleted, in any spelling of their letters: some file systems don't tell them apart.
 bool isTrash(const std::string &name)
 {
-    return name.rfind(".Trash", 0) == 0 || name == "Trash" || name == "$RECYCLE.BIN";
+    const QString folder = QString::fromStdString(name).toLower();
+    return folder.startsWith(QStringLiteral(".trash")) || folder == QStringLiteral("trash") ||
+           folder == QStringLiteral("$recycle.bin") || folder == QStringLiteral("recycler");
+}
+
+/// Whether `path` is a folder of what was deleted, or lies in one.
+bool isInTrash(const fs::path &path)
+{
+    std::error_code error;
+    const fs::path whole = fs::weakly_canonical(path, error);
+    return std::any_of(whole.begin(), whole.end(),
+                       [](const fs::path &name) { return isTrash(name.u8string()); });
 }
 
 std::string nameOf(const std::string &path)
@@ -208,6 +219,8 @@ QString Verification::refusalOf(const VerifyRequest &request)
 {
     std::error_code error;
     std::vector<fs::path> others;
+    if (isInTrash(request.destination))
+        return QStringLiteral("%1 lies in the trash.").arg(shown(request.destination));
     if (fs::exists(request.destination, error)) {
         if (!fs::is_directory(request.destination, error))
             return QStringLiteral("%1 is no folder.").arg(shown(request.destination));
@@ -227,6 +240,9 @@ QString Verification::refusalOf(const VerifyRequest &request)
         if (whole && isInside(request.destination, *whole) && !isInside(request.destination, *id))
             return QStringLiteral("%1 lies on the card that %2 belongs to.")
                 .arg(shown(request.destination), shown(card));
+        if (whole && !(*whole == *id))
+            return QStringLiteral("%1 is only a part of the card %2, which erasing empties: name that.")
+                .arg(shown(card), shown(wholeCard(card)));
         const QString overlap = QStringLiteral("%1 and %2 are the same folder, or one lies in the other.");
         for (const fs::path &other : others) {
             const auto otherId = fileIdOf(other);
@@ -349,6 +365,8 @@ void Verification::guessCopies(Card *card) const
 {
     const std::string camera = "_cam" + std::to_string(card->verdict.card);
     for (const TreeFile &file : card->files) {
+        if (stop_.isRaised())
+            return;
         const std::size_t dot = extensionOf(file.path);
         const std::string stem = file.path.substr(0, dot);
         const std::string ending = camera + file.path.substr(dot);

@@ -260,6 +260,9 @@ DiskRead DiskReader::read(const std::filesystem::path &path, const StopFlag &sto
             break;
         take(piece.get(), static_cast<std::size_t>(size));
         position += size;
+        // It may have no end.
+        if (position > before.st_size)
+            break;
         // Other programs keep their memory.
         if (position % forgetEvery == 0)
             ::posix_fadvise(file.get(), position - forgetEvery, forgetEvery, POSIX_FADV_DONTNEED);

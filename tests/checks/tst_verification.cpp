@@ -175,6 +175,7 @@ void VerificationTest::verdict_data()
                         << Files{{".Trash-1000/files/x", a},
                                  {".Trashes/x", a},
                                  {".local/share/Trash/files/x", a},
+                                 {"$Recycle.Bin/x", a},
 
                                  {"$RECYCLE.BIN/x", a}}
                         << State::Finding << none(clip);
@@ -443,7 +444,14 @@ void VerificationTest::refusal_data()
         << QStringList{"card/DCIM/100MEDIA"} << "card/dive"
         << "%1/card/dive lies on the card that "
            "%1/card/DCIM/100MEDIA belongs to.";
-    QTest::newRow("folder of a card") << QStringList{"card/DCIM/100MEDIA"} << "dive" << QString();
+    QTest::newRow("folder of a card") << QStringList{"card/DCIM/100MEDIA"} << "dive"
+                                      << "%1/card/DCIM/100MEDIA is only a part of the card %1/card, "
+                                         "which erasing empties: name that.";
+    QTest::newRow("recordings of a card") << QStringList{"card/DCIM"} << "dive"
+                                          << "%1/card/DCIM is only a part of the card %1/card, "
+                                             "which erasing empties: name that.";
+    QTest::newRow("destination in the trash") << QStringList{"card"} << ".Trash-1000/files"
+                                              << "%1/.Trash-1000/files lies in the trash.";
     QTest::newRow("card in a card") << QStringList{"card", "card/dive"} << "other"
                                     << same("card/dive", "card");
 }
@@ -453,7 +461,8 @@ void VerificationTest::refusal()
     QFETCH(QStringList, cards);
     QFETCH(QString, destination);
     QFETCH(QString, refusal);
-    for (const char *folder : {"card/dive", "card/DCIM/100MEDIA", "other", "dive", "bound"})
+    for (const char *folder :
+         {"card/dive", "card/DCIM/100MEDIA", "other", "dive", "bound", ".Trash-1000/files"})
         workspace_->makeFolder(QStringLiteral("disk/") + QLatin1String(folder));
     workspace_->write(QStringLiteral("disk/file"), "x");
     const QString disk = workspace_->path(QStringLiteral("disk"));

@@ -1,10 +1,11 @@
 """A card reader or disk that fails, through FUSE.
 
-reader.py FOLDER SOURCE [--wrong NAME PLACE NTH] [--hold NAME] [--broken NAME]
+reader.py FOLDER SOURCE [--wrong NAME PLACE NTH] [--hold NAME] [--broken NAME] [--endless NAME]
 
 Serves the files below the folder SOURCE at FOLDER, read-only but for their content, until FOLDER is unmounted. `--wrong`:
 a bit of the byte PLACE of the file NAME is wrong the NTH time that it is read. `--hold`: the first read of the file NAME
-creates SOURCE.held and is answered once that file is gone. `--broken`: the file NAME can't be read. While there is a file
+creates SOURCE.held and is answered once that file is gone. `--broken`: the file NAME can't be read. `--endless`:
+what is read of the file NAME has no end. While there is a file
 SOURCE.pulled, nothing can be read, but the system still knows names and sizes.
 """
 
@@ -53,7 +54,7 @@ def serve(options):
             return os.pwrite(handle, data, offset)
 
         def read(self, path, size, offset, handle):
-            data = os.pread(handle, size, offset)
+            data = b"x" * size if path.lstrip("/") == options.endless else os.pread(handle, size, offset)
             if path.lstrip("/") == options.hold and not self.held:
                 self.held = True
                 held = options.source + ".held"
@@ -114,5 +115,6 @@ if __name__ == "__main__":
     parser.add_argument("--wrong", nargs=3)
     parser.add_argument("--hold")
     parser.add_argument("--broken")
+    parser.add_argument("--endless")
     parser.add_argument("--direct", action="store_true", help="the system keeps nothing in memory")
     serve(parser.parse_args())

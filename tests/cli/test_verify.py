@@ -258,6 +258,35 @@ class Verify(disks.Volumes, command.CommandTest):
         self.assertIn("  B.MOV: can't be read: Input/output error\n", out)
         self.assertNotIn("C.MOV: can't be read", out)
 
+    def test_file_that_has_no_end(self):
+        disk = self.volume("ext4")
+        source = self.path("source")
+        recordings.write(source, "A.MOV", recordings.content(1, "A", 3000))
+        recordings.write(disk, "A_cam1.MOV", recordings.content(1, "A", 3000))
+        server = self.serve(self.path("served"), source, "--endless", "A.MOV", "--direct")
+        out = self.run_command("verify", server.folder, "--in", disk, code=command.NOT_CHECKED)[0]
+        self.assertIn("  A.MOV: changed while it was read\n", out)
+
+    def test_file_that_is_not_as_it_was_sealed(self):
+        disk = self.volume("ext4")
+        card, = self.cards(disk, 1)
+        dive = os.path.join(disk, "dive")
+        recordings.write(dive, "A.MOV", recordings.content(1, CLIP, 300001))
+        self.assertIn("Safe to erase.", self.run_command("verify", card, "--in", dive, "--seal")[0])
+        recordings.write(card, CLIP, b"another")
+        recordings.write(dive, "A.MOV", b"another")
+        out = self.run_command("verify", card, "--in", dive, "--seal", code=command.FINDING)[0]
+        self.assertNotIn("Safe to erase", out)
+        self.assertIn("  {}: its copy A.MOV is not as it was sealed\n".format(CLIP), out)
+
+    def test_names_that_would_move_the_cursor(self):
+        disk = self.volume("ext4")
+        card = os.path.join(disk, "card")
+        recordings.write(card, "A\x1b[31m\nB\u009b\u202e.MOV", b"content")
+        os.mkdir(os.path.join(disk, "dive"))
+        out = self.run_command("verify", card, "--in", os.path.join(disk, "dive"), code=command.FINDING)[0]
+        self.assertIn("  A\\x1b[31m\\x0aB\\xc2\\x9b\\xe2\\x80\\xae.MOV: no copy of it is there\n", out)
+
     def test_destination_that_fails(self):
         server, process = self.held("destination")
         subprocess.run(["umount", "--lazy", server.folder], check=True)
