@@ -9,6 +9,7 @@
 #include "platform/portholder.h"
 #include "platform/stopflag.h"
 
+#include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QSerialPortInfo>
@@ -192,7 +193,7 @@ Report examinePort(const Call &call, const QJsonObject &entry, const QStringList
         report.findings.append(
             {QStringLiteral("held"),
              QStringLiteral("It is in use by %1: close that program, or end it.").arg(holder.text),
-             QStringLiteral("kill ") + holder.process});
+             (holder.lockOnly ? QStringLiteral("ps -fp ") : QStringLiteral("kill ")) + holder.process});
     if (access.mayOpen && holder.process.isEmpty())
         ask(call, name, &report);
     if (access.modemManager)
@@ -258,6 +259,27 @@ bool examinePorts(const Call &call, const QString &wanted)
     return answered ? foundWhereAnswered : found || !general.isEmpty();
 }
 
+/// Cards by their labels whose volumes are not mounted.
+QList<Finding> unmountedCards()
+{
+    const QDir labels(QStringLiteral("/dev/disk/by-label"));
+    QStringList mounted;
+    for (const QStorageInfo &volume : QStorageInfo::mountedVolumes())
+        mounted.append(QFileInfo(QString::fromLocal8Bit(volume.device())).canonicalFilePath());
+    QList<Finding> findings;
+    for (const QFileInfo &label : labels.entryInfoList(QDir::System | QDir::Files)) {
+        const int card = cardOf({}, label.fileName());
+        const QString device = label.canonicalFilePath();
+        if (card > 0 && !device.isEmpty() && !mounted.contains(device))
+            findings.append({QStringLiteral("not mounted"),
+                             QStringLiteral("%1 is called %2, as card %3 is, but it is not mounted.")
+                                 .arg(device, shown(pathOf(label.fileName())))
+                                 .arg(card),
+                             QStringLiteral("udisksctl mount -b ") + quoted(device)});
+    }
+    return findings;
+}
+
 /// Whether something hinders the use of the cards that are there.
 bool examineCards(const Call &call)
 {
@@ -308,9 +330,11 @@ bool examineCards(const Call &call)
                      .arg(volume.card),
                  QStringLiteral("sudo mount -o remount,rw ") + quoted(volume.path)});
         else if (isChosen && !writable)
-            report.findings.append({QStringLiteral("not writable"),
-                                    QStringLiteral("It can be imported from, but not erased by this user."),
-                                    QStringLiteral("sudo chown $USER ") + quoted(volume.path)});
+            report.findings.append(
+                {QStringLiteral("not writable"),
+                 QStringLiteral("It can be imported from, but not erased by this user: unmount "
+                                "it, and put it in anew."),
+                 QStringLiteral("sudo umount ") + quoted(volume.path)});
         else if (volume.card > 0 && !isChosen)
             report.findings.append(
                 {QStringLiteral("same card"),
@@ -334,8 +358,11 @@ bool examineCards(const Call &call)
                 QStringLiteral("Card %1: no volume is chosen. Name the card 360_0%1 and put it in.")
                     .arg(card));
     }
+    const QList<Finding> unmounted = unmountedCards();
+    write(call.output, unmounted, QString());
     call.output.set(QStringLiteral("cards"), list);
-    return found;
+    call.output.set(QStringLiteral("unmounted"), toJson(unmounted));
+    return found || !unmounted.isEmpty();
 }
 
 } // namespace

@@ -13,12 +13,27 @@ void print(std::FILE *stream, const QByteArray &text)
     std::fwrite(text.constData(), 1, static_cast<std::size_t>(text.size()), stream);
 }
 
+/// `text`, which may hold names of files, without what would move a terminal's cursor or turn its direction.
+void printLine(std::FILE *stream, const QString &text)
+{
+    QString line;
+    for (const QChar character : text) {
+        if (character.category() != QChar::Other_Control && character.category() != QChar::Other_Format) {
+            line += character;
+            continue;
+        }
+        for (const char byte : QString(character).toUtf8())
+            line += QStringLiteral("\\x%1").arg(static_cast<unsigned char>(byte), 2, 16, QLatin1Char('0'));
+    }
+    print(stream, (line + QLatin1Char('\n')).toUtf8());
+}
+
 } // namespace
 
 void Output::line(const QString &text) const
 {
     if (!json_)
-        print(stdout, (text + QLatin1Char('\n')).toUtf8());
+        printLine(stdout, text);
 }
 
 void Output::set(const QString &key, const QJsonValue &value)
@@ -34,7 +49,7 @@ void Output::complain(const QString &text)
 
 void Output::warn(const QString &text)
 {
-    print(stderr, QStringLiteral("kelpora360-cli: %1\n").arg(text).toUtf8());
+    printLine(stderr, QStringLiteral("kelpora360-cli: ") + text);
 }
 
 int Output::finish(Exit exit)

@@ -27,12 +27,15 @@ Exit listPorts(const Call &call)
 
 Exit readSettings(const Call &call)
 {
-    const QString port = call.arguments.first();
+    QString port = call.arguments.first();
     for (const QVariant &device : PSEAComms::getDevices()) {
         const QJsonObject entry = device.toJsonObject();
-        const PortHolder holder = entry.value(QStringLiteral("name")).toString() == port
-                                      ? portHolder(entry.value(QStringLiteral("location")).toString())
-                                      : PortHolder();
+        const QString name = entry.value(QStringLiteral("name")).toString();
+        const QString location = entry.value(QStringLiteral("location")).toString();
+        if (port != name && port != location)
+            continue;
+        port = name;
+        const PortHolder holder = portHolder(location);
         if (!holder.process.isEmpty()) {
             call.output.complain(QStringLiteral("%1 is in use by %2.").arg(port, holder.text));
             return Exit::NotChecked;

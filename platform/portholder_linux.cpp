@@ -25,7 +25,8 @@ QString lockingProcess(const QString &device)
     QFile lock(QStringLiteral("/run/lock/LCK..") + QFileInfo(device).fileName());
     if (!lock.open(QIODevice::ReadOnly))
         return {};
-    const QString process = QString::fromLatin1(lock.readLine()).trimmed();
+    // The name of the program and of the user may follow.
+    const QString process = QString::fromLatin1(lock.readLine()).simplified().section(QLatin1Char(' '), 0, 0);
     return process.toLongLong() > 0 && QFileInfo::exists(QStringLiteral("/proc/") + process) ? process
                                                                                              : QString();
 }
@@ -51,7 +52,7 @@ PortHolder portHolder(const QString &device)
         return {};
     QFile name(QStringLiteral("/proc/%1/comm").arg(holder));
     const bool named = name.open(QIODevice::ReadOnly);
-    return {holder,
+    return {holder, !holds(holder, device),
             QStringLiteral("%1 (process %2)")
                 .arg(named ? QString::fromLocal8Bit(name.readAll()).trimmed() : QStringLiteral("a program"),
                      holder)};

@@ -126,7 +126,7 @@ class Ports(DoctorTest):
         first, second = self.doctor(self.port, code=command.FINDING)
         self.assertEqual(first, self.title + ": not asked.")
         self.assertRegex(second, r"^  It is in use by kelpora360-rig \(process (\d+)\): close that program, or end "
-                                 r"it\. Type: kill \1$")
+                                 r"it\. Type: ps -fp \1$")
         port, = self.doctor_json(self.port, code=command.FINDING)["ports"]
         self.assertRegex(port["holder"], r"^kelpora360-rig \(process \d+\)$")
         self.assertEqual((port["mayOpen"], port["answers"]), (True, None))
@@ -328,8 +328,17 @@ class Cards(DoctorTest):
                              self.wrapper[-1]]
         self.assertEqual(self.about(path, command.FINDING), [
             "Card 1: {0} ({0}): tmpfs, not writable for this user.".format(path),
-            "  It can be imported from, but not erased by this user. Type: sudo chown $USER '{}'".format(
+            "  It can be imported from, but not erased by this user: unmount it, and put it in anew. Type: sudo umount '{}'".format(
                 path.replace("'", "'\\''"))])
+
+    def test_card_that_is_not_mounted(self):
+        self.begin_with("""dev=$UMOCKDEV_DIR/dev && mkdir -p $dev/disk/by-label && touch $dev/card2 &&
+ln -sf ../../card2 $dev/disk/by-label/360_02 && ln -sf ../../card2 $dev/disk/by-label/DATA && exec "$0" "$@" """)
+        lines = [line for line in self.doctor(code=command.FINDING) if "not mounted" in line]
+        self.assertEqual(lines, [
+            "/dev/card2 is called 360_02, as card 2 is, but it is not mounted. Type: udisksctl mount -b '/dev/card2'"])
+        self.assertEqual([finding["kind"] for finding in self.doctor_json(code=command.FINDING)["unmounted"]],
+                         ["not mounted"])
 
     def test_only_the_port_where_one_is_named(self):
         self.reader.protect(self.reader.insert("KELPORA360_2"))
