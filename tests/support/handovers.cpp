@@ -162,14 +162,14 @@ void QMetaObject::activate(QObject *sender, const QMetaObject *meta, int local_s
 }
 
 bool QMetaObject::invokeMethodImpl(QObject *object, QtPrivate::QSlotObjectBase *slot, Qt::ConnectionType type,
-                                   void *result)
+                                   void *ret)
 {
     static const auto invoke = next<bool (*)(QObject *, QtPrivate::QSlotObjectBase *, Qt::ConnectionType,
                                              void *)>(
         "_ZN11QMetaObject16invokeMethodImplEP7QObjectPN9QtPrivate15QSlotObjectBaseEN2Qt14ConnectionTypeEPv");
     auto *handed = new HandedSlot(slot);
     release();
-    const bool posted = invoke(object, handed, type, result);
+    const bool posted = invoke(object, handed, type, ret);
     if (type == Qt::BlockingQueuedConnection)
         acquire();
     return posted;
