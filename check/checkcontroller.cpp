@@ -2,6 +2,7 @@
 
 #include "app/version.h"
 #include "cards/drives.h"
+#include "checks/filename.h"
 #include "checks/pace.h"
 
 #include <QClipboard>
@@ -14,8 +15,6 @@
 
 #include <atomic>
 
-namespace fs = std::filesystem;
-
 namespace {
 
 constexpr int cardCount = 3;
@@ -23,11 +22,6 @@ constexpr int progressIntervalMs = 200;
 
 /// Checks that were stopped may hang on dead disks; a new one must not wait for them.
 constexpr int mostThreads = 64;
-
-fs::path pathOf(const QString &path)
-{
-    return fs::u8path(path.toStdString());
-}
 
 } // namespace
 

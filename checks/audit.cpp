@@ -13,15 +13,6 @@
 
 namespace fs = std::filesystem;
 
-namespace {
-
-fs::path pathOf(const QString &path)
-{
-    return fs::u8path(path.toStdString());
-}
-
-} // namespace
-
 Audit::Audit(const QString &folder, const StopFlag &stop)
     : folder_(QDir(folder).absolutePath())
     , stop_(stop)

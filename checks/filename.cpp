@@ -36,3 +36,8 @@ QString shown(const std::filesystem::path &path)
     flush();
     return text;
 }
+
+std::filesystem::path pathOf(const QString &path)
+{
+    return std::filesystem::u8path(path.toStdString());
+}

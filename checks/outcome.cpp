@@ -89,7 +89,7 @@ std::optional<SealResult> sealVerified(const Verification &verification, std::ve
 {
     if (!verification.isDestinationThere())
         return std::nullopt;
-    const fs::path root = fs::u8path(destination.toStdString());
+    const fs::path root = pathOf(destination);
     QVector<MhlRecord> files;
     QStringList leftOut;
     for (const CardVerdict &verdict : *verdicts) {

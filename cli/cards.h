@@ -2,18 +2,12 @@
 
 #include "cli/command.h"
 
-#include <filesystem>
-#include <vector>
-
 /// What stands for a card that isn't there.
 [[nodiscard]] QString noCard();
 
 /// Why the arguments that name cards make no sense; empty if nothing speaks against them. What an unset
 /// variable of a script leaves is no card that isn't there.
 [[nodiscard]] QString refusalOfCards(const QStringList &cards);
-
-/// `path`, which may be relative, as a program's argument.
-[[nodiscard]] std::filesystem::path pathOf(const QString &path);
 
 /// Verifies that the cards `cards`, of which some may be empty, are stored below `destination`, and says so.
 [[nodiscard]] Exit verifyCards(const Call &call, const QStringList &cards, const QString &destination);

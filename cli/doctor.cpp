@@ -1,6 +1,5 @@
 #include "cards/drives.h"
 #include "checks/filename.h"
-#include "cli/cards.h"
 #include "cli/commands.h"
 #include "cli/output.h"
 #include "controller/pseacomms.h"

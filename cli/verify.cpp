@@ -105,11 +105,6 @@ QString refusalOfCards(const QStringList &cards)
     return cards.contains(QString()) ? QStringLiteral("\"\" is no folder.") : QString();
 }
 
-fs::path pathOf(const QString &path)
-{
-    return fs::u8path(path.toStdString());
-}
-
 Exit verifyCards(const Call &call, const QStringList &cards, const QString &destination)
 {
     QString refusal = refusalOfCards(cards);

@@ -35,11 +35,6 @@ QStringList linesOf(const std::vector<TreeProblem> &problems)
     return lines;
 }
 
-std::filesystem::path pathOf(const QString &path)
-{
-    return std::filesystem::u8path(path.toStdString());
-}
-
 } // namespace
 
 /// Card 2 and the destination lie on one volume with a disk.

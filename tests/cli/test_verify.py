@@ -279,6 +279,15 @@ class Verify(disks.Volumes, command.CommandTest):
         self.assertNotIn("Safe to erase", out)
         self.assertIn("  {}: its copy A.MOV is not as it was sealed\n".format(CLIP), out)
 
+    def test_seal_that_leaves_out_every_file(self):
+        disk = self.volume("ext4")
+        for folder in ("card", "dive"):
+            recordings.write(os.path.join(disk, folder), "Rig.kava", b"project" * 1000)
+        out, errors = self.run_command("verify", os.path.join(disk, "card"), "--in", os.path.join(disk, "dive"), "--seal",
+                                       code=command.NOT_CHECKED)
+        self.assertIn("Safe to erase.", out)
+        self.assertIn("nothing was sealed: the patterns of the seal leave out every file", errors)
+
     def test_names_that_would_move_the_cursor(self):
         disk = self.volume("ext4")
         card = os.path.join(disk, "card")
